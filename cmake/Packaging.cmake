@@ -1,0 +1,1 @@
+# What is installed, and the packages that are made of it.
