@@ -1,0 +1,108 @@
+#!/usr/bin/env bash
+# Builds the programs and shows an import on this machine.
+#
+#   demo.sh             makes two sound documents, one stored and one deflated, and imports both
+#   demo.sh FILE.qsnd   imports that document
+#
+# The audio ends up in demo-output/, and is compared with what went into the document.
+set -euo pipefail
+
+fail() {
+  printf 'demo.sh: %s\n' "$1" >&2
+  exit "${2:-1}"
+}
+
+document=
+case ${1-} in
+  --help)
+    sed -n '2,/^set /{/^#/s/^# \{0,1\}//p}' "$0"
+    exit 0
+    ;;
+  -*) fail "no such option: $1 (try --help)" 2 ;;
+  ?*)
+    [[ -r $1 ]] || fail "cannot read $1" 2
+    document=$(realpath -- "$1")
+    ;;
+esac
+[[ $# -le 1 ]] || fail "one document at a time, please" 2
+
+cd "$(dirname "$0")/.."
+project=$PWD
+build=$project/build/demo
+output=$project/demo-output
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+
+build_programs() {
+  bash scripts/setup.sh || fail "not everything that the build needs is installed; see above"
+  # A build folder of its own: what the tests are built with stays as it is.
+  cmake --preset release -B "$build" -DBUILD_TESTING=OFF -DQCF_BUILD_EXAMPLES=OFF -DQCF_BUILD_BENCHMARKS=OFF &&
+    cmake --build "$build" --parallel "$(nproc)" || fail "the build failed; see above"
+  qsndhost=$(find "$build" -type f -name qsndhost -perm -u+x -print -quit)
+  [[ -n $qsndhost ]] || fail "the build made no qsndhost in $build"
+}
+
+# make_audio OUT.wav: a slow chord of plucked strings, five seconds in stereo, 48 kHz, 24 bits.
+make_audio() {
+  sox -R -D -n -r 48000 -b 24 "$1" \
+    synth 5 pluck C3 pluck G3 pluck B3 pluck E4 pluck G4 pluck D5 delay 0 0.15 0.3 0.45 0.6 0.75 \
+    remix 1,3,5 2,4,6 trim 0 5 fade 0 5 2 gain -n -3 || fail "sox could not make $1"
+}
+
+# make_document OUT.qsnd AUDIO.wav LEVEL: the type comes first and is stored; LEVEL is zip's, and 0 stores the audio too.
+make_document() {
+  printf 'application/x-qsnd' >"$work/mimetype"
+  cp "$2" "$work/Mixdown.wav"
+  rm -f "$1"
+  (cd "$work" && zip -q -X -0 "$1" mimetype && zip -q -X "-$3" "$1" Mixdown.wav) || fail "zip could not make $1"
+}
+
+# describe_samples FILE.wav: rate, channels and frames.
+describe_samples() {
+  printf '%s Hz, %s channels, %s frames' "$(soxi -r "$1")" "$(soxi -c "$1")" "$(soxi -s "$1")"
+}
+
+# Samples of up to 24 bits, and floats (25 for sox), come out of a float file as they went in.
+compare_audio() {
+  local source=$1 imported=$2 precision
+  [[ $(describe_samples "$imported") == "$(describe_samples "$source")" ]] ||
+    fail "$imported has $(describe_samples "$imported"), its source $(describe_samples "$source")"
+  precision=$(soxi -p "$source")
+  if [[ $precision -gt 25 ]]; then
+    printf '  samples of %s bits are imported as floats of 24: length and layout are as they should be\n' "$precision"
+    return
+  fi
+  sox -D "$source" -t raw -e signed -b 24 "$work/source.raw" || fail "sox could not read $source"
+  sox -D "$imported" -t raw -e signed -b 24 "$work/imported.raw" || fail "sox could not read $imported"
+  cmp "$work/source.raw" "$work/imported.raw" || fail "$imported differs from the audio in the document"
+  printf '  every sample is as in the document\n'
+}
+
+# import_document FILE.qsnd SOURCE.wav
+import_document() {
+  local imported
+  imported=$output/$(basename "${1%.qsnd}").imported.wav
+  printf '\n%s\n' "$1"
+  "$qsndhost" info "$1" || fail "qsndhost could not import $1"
+  rm -f "$imported"
+  "$qsndhost" export "$1" "$imported" || fail "qsndhost could not export the audio of $1"
+  printf '  audio: %s\n' "$imported"
+  compare_audio "$2" "$imported"
+}
+
+build_programs
+mkdir -p "$output"
+printf '\nThe importer offers:\n'
+"$qsndhost" formats || fail "qsndhost could not load the importer"
+if [[ -n $document ]]; then
+  source=$output/$(basename "${document%.qsnd}").source.wav
+  unzip -p "$document" Mixdown.wav >"$source" || fail "$document holds no Mixdown.wav that unzip can read"
+  import_document "$document" "$source"
+else
+  make_audio "$output/source.wav"
+  make_document "$output/stored.qsnd" "$output/source.wav" 0
+  make_document "$output/deflated.qsnd" "$output/source.wav" 9
+  import_document "$output/stored.qsnd" "$output/source.wav"
+  import_document "$output/deflated.qsnd" "$output/source.wav"
+fi
+printf '\nDone: all of it is in %s\n' "$output"

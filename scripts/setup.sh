@@ -1,0 +1,100 @@
+#!/usr/bin/env bash
+# Installs from the distribution what this project needs. Where all of it is there, nothing is touched.
+#
+#   setup.sh            to build the library, the importer and the programs, and to run the demo
+#   setup.sh --tests    also what the tests, the format check and clang-tidy need
+#   setup.sh --m32      also the 32-bit compiler and libraries of the preset m32
+set -euo pipefail
+
+build_packages=(
+  g++ cmake ninja-build pkg-config
+  zlib1g-dev libboost-dev libexpat1-dev
+  libcli11-dev libfmt-dev nlohmann-json3-dev libsndfile1-dev libcairo2-dev
+  sox zip unzip
+)
+# The compilers' and checkers' own needs first, then the independent readers and writers that judge the library's
+# output, then the peers of the benchmarks.
+test_packages=(
+  libgtest-dev libgmock-dev git python3 clang clang-format clang-tidy libclang-rt-14-dev
+  libarchive-tools p7zip-full ziptool ffmpeg
+  libbenchmark-dev libzip-dev libarchive-dev libminizip-dev
+)
+m32_packages=(
+  g++-multilib
+  zlib1g-dev:i386 libexpat1-dev:i386 libfmt-dev:i386 libsndfile1-dev:i386 libcairo2-dev:i386 libgtest-dev:i386
+)
+
+fail() {
+  printf 'setup.sh: %s\n' "$1" >&2
+  exit 2
+}
+
+usage() {
+  sed -n '2,/^set /{/^#/s/^# \{0,1\}//p}' "$0"
+}
+
+packages=("${build_packages[@]}")
+foreign_architecture=
+for argument in "$@"; do
+  case $argument in
+    --tests) packages+=("${test_packages[@]}") ;;
+    --m32)
+      packages+=("${test_packages[@]}" "${m32_packages[@]}")
+      foreign_architecture=i386
+      ;;
+    --help)
+      usage
+      exit 0
+      ;;
+    *) fail "no such option: $argument (try --help)" ;;
+  esac
+done
+
+# Sets `system` to the name and version of the distribution, such as "debian 12".
+identify_system() {
+  system="an unknown system"
+  if [[ -r /etc/os-release ]]; then
+    system=$(. /etc/os-release && printf '%s %s' "${ID:-unknown}" "${VERSION_ID:-without a version}")
+  fi
+}
+
+# Prints each of the arguments that is not installed.
+missing_packages() {
+  local package status
+  for package in "$@"; do
+    status=$(dpkg-query -W -f '${db:Status-Status}' "$package" 2>/dev/null) || status=
+    [[ $status == installed ]] || printf '%s\n' "$package"
+  done
+}
+
+identify_system
+if [[ $system != "debian 12" ]] || ! command -v dpkg-query >/dev/null; then
+  fail "this script knows Debian 12 only, and this is $system. Install these by hand: ${packages[*]}"
+fi
+
+mapfile -t missing < <(missing_packages "${packages[@]}")
+if [[ ${#missing[@]} -eq 0 ]]; then
+  exit 0
+fi
+
+as_root=()
+if [[ $(id -u) -ne 0 ]]; then
+  command -v sudo >/dev/null ||
+    fail "not root, and sudo is not there. As root, run: apt-get install --no-install-recommends ${missing[*]}"
+  as_root=(sudo)
+fi
+
+apt_get() {
+  "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive LC_ALL=C.UTF-8 \
+    apt-get -q -y -o Acquire::Retries=3 -o DPkg::Lock::Timeout=300 "$@" </dev/null
+}
+
+printf 'setup.sh: installing %s\n' "${missing[*]}" >&2
+if [[ -n $foreign_architecture ]]; then
+  "${as_root[@]}" dpkg --add-architecture "$foreign_architecture"
+fi
+apt_get update >&2 || fail "apt-get update failed; see above"
+apt_get install --no-install-recommends "${missing[@]}" >&2 || fail "apt-get install failed; see above"
+
+mapfile -t missing < <(missing_packages "${packages[@]}")
+[[ ${#missing[@]} -eq 0 ]] || fail "still missing after the installation: ${missing[*]}"

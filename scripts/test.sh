@@ -1,0 +1,38 @@
+#!/usr/bin/env bash
+# Installs what is missing, builds everything with one preset and runs its tests.
+#
+#   test.sh                          the preset debug, all tests
+#   test.sh PRESET                   release, debug, asan, m32 or coverage
+#   test.sh [PRESET] -- ARGUMENT...  ARGUMENTs go to ctest, such as -R CentralDirectory
+set -euo pipefail
+cd "$(dirname "$0")/.."
+
+preset=debug
+if [[ $# -gt 0 && $1 != -- ]]; then
+  case $1 in
+    release | debug | asan | m32 | coverage) preset=$1 ;;
+    --help)
+      sed -n '2,/^set /{/^#/s/^# \{0,1\}//p}' "$0"
+      exit 0
+      ;;
+    *)
+      printf 'test.sh: no such preset: %s (release, debug, asan, m32 or coverage)\n' "$1" >&2
+      exit 2
+      ;;
+  esac
+  shift
+fi
+if [[ $# -gt 0 && $1 != -- ]]; then
+  printf 'test.sh: what goes to ctest comes after --, not: %s\n' "$1" >&2
+  exit 2
+fi
+[[ $# -eq 0 ]] || shift
+
+needs=(--tests)
+[[ $preset != m32 ]] || needs+=(--m32)
+bash scripts/setup.sh "${needs[@]}"
+
+jobs=$(nproc)
+cmake --preset "$preset"
+cmake --build --preset "$preset" --parallel "$jobs"
+ctest --preset "$preset" --parallel "$jobs" "$@"
