@@ -19,21 +19,25 @@ set(CMAKE_VISIBILITY_INLINES_HIDDEN ON)
 set(CMAKE_POSITION_INDEPENDENT_CODE ON)
 set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
 
-# qcf_defaults(<target>): warnings, sanitizers and large-file offsets for a target of this project.
-add_library(qcf_build_flags INTERFACE)
-target_compile_definitions(qcf_build_flags INTERFACE _FILE_OFFSET_BITS=64)
-target_compile_options(qcf_build_flags INTERFACE
-  -Wall -Wextra -Wpedantic -Wconversion -Wshadow $<$<BOOL:${QCF_WERROR}>:-Werror>)
+set(QCF_COMPILE_OPTIONS -Wall -Wextra -Wpedantic -Wconversion -Wshadow)
+set(QCF_LINK_OPTIONS)
+if(QCF_WERROR)
+  list(APPEND QCF_COMPILE_OPTIONS -Werror)
+endif()
 if(QCF_SANITIZE)
-  target_compile_options(qcf_build_flags INTERFACE -fsanitize=${QCF_SANITIZE} -fno-omit-frame-pointer
-                         -fno-sanitize-recover=all)
-  target_link_options(qcf_build_flags INTERFACE -fsanitize=${QCF_SANITIZE})
+  list(APPEND QCF_COMPILE_OPTIONS
+       -fsanitize=${QCF_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)
+  list(APPEND QCF_LINK_OPTIONS -fsanitize=${QCF_SANITIZE})
 endif()
 if(QCF_COVERAGE)
-  target_compile_options(qcf_build_flags INTERFACE --coverage)
-  target_link_options(qcf_build_flags INTERFACE --coverage)
+  list(APPEND QCF_COMPILE_OPTIONS --coverage)
+  list(APPEND QCF_LINK_OPTIONS --coverage)
 endif()
 
+# qcf_defaults(<target>): warnings, sanitizers and large-file offsets for a target of this project. Nothing of it
+# reaches a target that links it.
 function(qcf_defaults target)
-  target_link_libraries(${target} PRIVATE $<BUILD_INTERFACE:qcf_build_flags>)
+  target_compile_definitions(${target} PRIVATE _FILE_OFFSET_BITS=64)
+  target_compile_options(${target} PRIVATE ${QCF_COMPILE_OPTIONS})
+  target_link_options(${target} PRIVATE ${QCF_LINK_OPTIONS})
 endfunction()
