@@ -1,0 +1,71 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+
+#include "package/detail/BasePkgEntry.h"
+#include "package/detail/ZpCentralDir.h"
+#include "package/detail/ZpLocalFileEntry.h"
+
+namespace pkg::zip {
+
+// What file and directory entries of a ZIP package share: the tie between a path and its headers, as the package
+// stands and as they are being written.
+template <class Context = AppContext>
+class QCF_API ZipPkgEntry : public BasePkgEntry<Context> {
+ public:
+  using String = typename Context::String;
+
+  ~ZipPkgEntry() override = default;
+
+  // Carries the entry into the output file of the running update.
+  virtual void write() = 0;
+  // Makes what was written what stands.
+  virtual void endUpdate();
+  // Forgets what was written.
+  virtual void cancelUpdate();
+
+ protected:
+  friend class ZipPackage<Context>;
+
+  // By path: bound to the record of that name where there is one. Raises 21 where there is none and `mustExist` asks
+  // for one, and what readLFH raises.
+  ZipPkgEntry(const String& name, bool mustExist, ZipPackage<Context>* package, PkgEntryType type);
+  // By record. Raises 22 for a null package, and what readLFH raises.
+  ZipPkgEntry(ZpCentralDirEntry<Context>* record, ZipPackage<Context>* package, PkgEntryType type);
+
+  // Builds the record and the local header to be written, at the end of the output file; with `copy` from the record
+  // as it stands. Raises 22 for a name of 65536 bytes or more.
+  void createZipData(bool copy);
+
+  ZipPackage<Context>* zipPackage() const;
+  // The record of the running update, else the one as the package stands; null for a new entry.
+  const ZpCentralDirEntry<Context>* currentCentral() const {
+    return fWriteCentral != nullptr ? fWriteCentral : fReadCentral;
+  }
+  // Marks the entry as changed or, during an update, as waiting for the output file.
+  void markChanged();
+  // Takes the entry out of the package's queue, now that it goes straight out.
+  void leaveQueue();
+  // Takes the entry's record out of the package where that can be written and read, else marks both as changed; then
+  // marks the entry as deleted.
+  void removeFromPackage();
+
+  std::unique_ptr<ZpLocalFileEntry<Context>> fReadLocal;
+  std::unique_ptr<ZpLocalFileEntry<Context>> fWriteLocal;
+  ZpCentralDirEntry<Context>* fReadCentral = nullptr;   // owned by the package's directory
+  ZpCentralDirEntry<Context>* fWriteCentral = nullptr;  // owned by the update's directory
+  std::int64_t fExpectedSize = 0;
+  std::uint32_t fExpectedCRC = 0;
+
+ private:
+  void bindToRecord(ZpCentralDirEntry<Context>* record);
+  boost::shared_ptr<ZpCentralDirEntry<Context>> makeNewRecord() const;
+  void settleDescriptor(ZpLocalFileEntry<Context>& local, bool seekable);
+  void settleDateTime(ZpLocalFileEntry<Context>& local);
+  std::uint16_t dateTimeProperty(QCFPropertyName name, std::uint16_t now);
+};
+
+extern template class ZipPkgEntry<AppContext>;
+
+}  // namespace pkg::zip

@@ -1,0 +1,64 @@
+#pragma once
+
+#include <cerrno>
+
+#include <unistd.h>
+
+#include "package/detail/PkgFileSys.h"
+
+namespace pkg {
+
+template <class Context>
+BasePkgFSFile<Context>::~BasePkgFSFile() {
+  if (fIsOpen && fStream != nullptr) std::fclose(fStream);
+}
+
+// fclose frees its stream even when it fails. What it would fail at is flushed before, so that after such a failure
+// the stream is still there for the destructor.
+template <class Context>
+void BasePkgFSFile<Context>::close() {
+  if (fStream == nullptr) throwSystemError(EBADF);
+  if (std::fflush(fStream) != 0) throwSystemError(errno);
+  std::FILE* const stream = fStream;
+  fStream = nullptr;
+  if (std::fclose(stream) != 0) throwSystemError(errno);
+  fIsOpen = false;
+}
+
+template <class Context>
+int BasePkgFSFile<Context>::read(void* buffer, int size) {
+  const std::size_t count = std::fread(buffer, 1, static_cast<std::size_t>(size), fStream);
+  if (count == 0 && std::ferror(fStream)) throwSystemError(errno);
+  return static_cast<int>(count);
+}
+
+template <class Context>
+void BasePkgFSFile<Context>::write(const void* buffer, int size) {
+  const std::size_t count = std::fwrite(buffer, 1, static_cast<std::size_t>(size), fStream);
+  if (std::ferror(fStream)) throwSystemError(errno);
+  if (count != static_cast<std::size_t>(size)) throw PackageIOException<>(PkgLib_Err_WritingFile);
+}
+
+template <class Context>
+void BasePkgFSFile<Context>::seek(long long offset, int whence) {
+  if (fseeko(fStream, static_cast<off_t>(offset), whence) != 0) throwSystemError(errno);
+}
+
+template <class Context>
+long long BasePkgFSFile<Context>::tell() {
+  const off_t position = ftello(fStream);
+  if (position < 0) throwSystemError(errno);
+  return position;
+}
+
+template <class Context>
+void BasePkgFSFile<Context>::flush() {
+  if (std::fflush(fStream) == -1) throwSystemError(errno);
+}
+
+template <class Context>
+void BasePkgFSFile<Context>::truncate(long long size) {
+  if (ftruncate(fileno(fStream), static_cast<off_t>(size)) != 0) throwSystemError(errno);
+}
+
+}  // namespace pkg

@@ -1,0 +1,251 @@
+#pragma once
+
+#include <algorithm>
+#include <cstring>
+#include <string>
+
+#include <boost/endian/conversion.hpp>
+
+#include "package/detail/ZipPackage.h"
+#include "package/detail/ZpCentralDir.h"
+#include "package/detail/impl/ZpHeaderProperties.h"
+#include "package/source/ExtraField.h"
+
+namespace pkg::zip {
+
+// --- The directory in memory -----------------------------------------------------------------------------------
+
+template <class Context>
+typename ZpCentralDir<Context>::Entry* ZpCentralDir<Context>::find(const char* name) const {
+  const auto found = std::find_if(fEntries.begin(), fEntries.end(), CompareEntryName{name});
+  return found == fEntries.end() ? nullptr : found->get();
+}
+
+template <class Context>
+void ZpCentralDir<Context>::append(const EntryPtr& entry) {
+  fEntries.push_back(entry);
+  ++fEntryCount;
+  fDirectorySize += entry->sizeOnDisk();
+}
+
+template <class Context>
+void ZpCentralDir<Context>::erase(const char* name) {
+  const auto found = std::find_if(fEntries.begin(), fEntries.end(), CompareEntryName{name});
+  if (found == fEntries.end()) return;
+  fEntries.erase(found);
+  --fEntryCount;
+}
+
+template <class Context>
+ZpCentralDirEntry<Context>::ZpCentralDirEntry(const ZpCentralDirEntry& other)
+    : fHeader(other.fHeader),
+      fUncompressedSize(other.fUncompressedSize),
+      fCompressedSize(other.fCompressedSize),
+      fLocalOffset(other.fLocalOffset) {
+  if (other.fName) fName = copyBytes<Deleter>(other.fName.get(), fHeader.nameLength, 1);
+  if (other.fExtra) replaceExtra(other.fExtra.get(), other.fExtraBytes);
+  if (other.fComment) fComment = copyBytes<Deleter>(other.fComment.get(), fHeader.commentLength, 1);
+}
+
+template <class Context>
+void ZpCentralDirEntry<Context>::setName(const String& name) {
+  const boost::shared_array<char> text = Context::toUTF8(name);
+  const std::size_t length = std::strlen(text.get());
+  if (length >= 65536) throw PackageException<>(PkgLib_Err_BadArgument);
+  fName = copyBytes<Deleter>(text.get(), length, 1);
+  fHeader.nameLength = static_cast<std::uint16_t>(length);
+}
+
+template <class Context>
+std::uint64_t ZpCentralDirEntry<Context>::sizeOnDisk() const {
+  return std::uint64_t{fHeader.calcStructSize()} + fHeader.nameLength + fHeader.extraLength +
+         fHeader.commentLength;
+}
+
+template <class Context>
+void ZpCentralDirEntry<Context>::replaceExtra(const char* bytes, std::size_t count) {
+  fExtra.reset();
+  if (count != 0) fExtra = copyBytes<Deleter>(bytes, count, 0);
+  fExtraBytes = static_cast<std::uint32_t>(count);
+}
+
+// --- Final numbers ---------------------------------------------------------------------------------------------
+
+// The Zip64 block in memory has a fixed place for each number, and its size counts only those that are there;
+// writeCDH packs it.
+class Zip64BlockBuilder {
+ public:
+  Zip64BlockBuilder() {
+    fBlock.id = kZip64ExtraId;
+  }
+
+  // The 32-bit field of `number`, which goes to `place` in the block where it is large.
+  std::uint32_t field(std::uint64_t number, std::uint64_t Zip64ExtendedInfo::*place) {
+    if (!isLarge(number)) return static_cast<std::uint32_t>(number);
+    fBlock.size = static_cast<std::uint16_t>(fBlock.size + sizeof number);
+    fBlock.*place = boost::endian::native_to_little(number);
+    return 0xFFFFFFFF;
+  }
+
+  bool isNeeded() const { return fBlock.size != 0; }
+  std::uint16_t extraLength() const {
+    return static_cast<std::uint16_t>(sizeof(ExtraDataHeader) + fBlock.size);
+  }
+  // The block in file order.
+  Zip64ExtendedInfo block() const {
+    Zip64ExtendedInfo onDisk = fBlock;
+    onDisk.id = boost::endian::native_to_little(fBlock.id);
+    onDisk.size = boost::endian::native_to_little(fBlock.size);
+    return onDisk;
+  }
+
+ private:
+  Zip64ExtendedInfo fBlock{};
+};
+
+template <class Context>
+void ZpCentralDirEntry<Context>::setFinalNumbers(std::uint64_t uncompressedSize,
+                                                 std::uint64_t compressedSize) {
+  fUncompressedSize = uncompressedSize;
+  fCompressedSize = compressedSize;
+  Zip64BlockBuilder zip64;
+  fHeader.uncompressedSize = zip64.field(uncompressedSize, &Zip64ExtendedInfo::uncompressedSize);
+  fHeader.compressedSize = zip64.field(compressedSize, &Zip64ExtendedInfo::compressedSize);
+  const std::uint32_t offset = zip64.field(fLocalOffset, &Zip64ExtendedInfo::localOffset);
+  fHeader.localOffsetLow = lowHalf(offset);
+  fHeader.localOffsetHigh = highHalf(offset);
+  fHeader.versionMadeBy = zip64.isNeeded() ? ZIP64_VERSION : FLATE_VERSION;
+  fHeader.versionNeeded = fHeader.versionMadeBy;
+  if (!zip64.isNeeded()) return;
+  const Zip64ExtendedInfo block = zip64.block();
+  replaceExtra(reinterpret_cast<const char*>(&block), sizeof block);
+  fHeader.extraLength = zip64.extraLength();
+}
+
+// --- Writing a record ------------------------------------------------------------------------------------------
+
+template <class Context>
+void ZpCentralDirEntry<Context>::writeCDH(IPkgFSFileCommon* file, ZipPackage<Context>* package) {
+  String typeAndCreator;
+  if (fHeader.nameLength != 0) {
+    const ZpHeaderProperties<Context> properties(package->getPropertyMgr(), getPath(), fHeader);
+    typeAndCreator = properties.typeAndCreator();
+  }
+  fHeader.extraLength = adjustedExtraLength(!typeAndCreator.empty());
+
+  std::string record;
+  appendRecord(record, fHeader);
+  if (fHeader.nameLength != 0) record.append(fName.get(), fHeader.nameLength);
+  const std::string extra = composeExtraField(typeAndCreator);
+  record += extra;
+  if (fHeader.commentLength != 0) record.append(fComment.get(), fHeader.commentLength);
+  writeAll<Context>(file, record);
+
+  // What was written is what the next writing starts from.
+  replaceExtra(extra.data(), extra.size());
+}
+
+// The extra length with the type-and-creator block dropped, brought to its proper size or added.
+template <class Context>
+std::uint16_t ZpCentralDirEntry<Context>::adjustedExtraLength(bool typed) const {
+  const std::size_t newBlock = typed ? sizeof(ExtraData_2705) : 0;
+  ExtraFieldWalk walk(fExtra.get(), fHeader.extraLength, fExtraBytes);
+  while (walk.next()) {
+    if (walk.id() == kTypeCreatorExtraId) {
+      return static_cast<std::uint16_t>(fHeader.extraLength + newBlock - walk.totalSize());
+    }
+  }
+  return static_cast<std::uint16_t>(fHeader.extraLength + newBlock);
+}
+
+// The extra field as it goes to the file. The walk is as long as the adjusted length says: what lies beyond it, behind
+// a block that was dropped or cut, is not written.
+template <class Context>
+std::string ZpCentralDirEntry<Context>::composeExtraField(const String& typeAndCreator) const {
+  const bool typed = !typeAndCreator.empty();
+  bool hadBlock = false;
+  std::string out;
+  ExtraFieldWalk walk(fExtra.get(), fHeader.extraLength, fExtraBytes);
+  while (walk.next()) {
+    if (walk.id() == kZip64ExtraId) {
+      appendZip64Block(out, walk.block());
+    } else if (walk.id() == kTypeCreatorExtraId) {
+      hadBlock = true;
+      if (typed) appendTypeCreatorBlock<Context>(out, typeAndCreator);
+    } else {
+      out.append(walk.block(), sizeof(ExtraDataHeader) + walk.bodyAvailable());
+    }
+  }
+  if (typed && !hadBlock) appendTypeCreatorBlock<Context>(out, typeAndCreator);
+  return out;
+}
+
+// Rebuilds the Zip64 block from the true numbers, packed from the start of a body of the old size. Where none is
+// large it is left out, though the extra length counts it.
+template <class Context>
+void ZpCentralDirEntry<Context>::appendZip64Block(std::string& out, const char* block) const {
+  if (!isLarge(fUncompressedSize) && !isLarge(fCompressedSize) && !isLarge(fLocalOffset)) return;
+  ExtraDataHeader header;
+  std::memcpy(static_cast<void*>(&header), block, sizeof header);
+  const std::size_t bodySize = header.byteswap().size;
+  std::string body(bodySize, '\0');
+  std::size_t at = 0;
+  const auto put = [&](bool marked, std::uint64_t number) {
+    if (!marked || bodySize - at < sizeof number) return;
+    boost::endian::store_little_u64(reinterpret_cast<unsigned char*>(&body[at]), number);
+    at += sizeof number;
+  };
+  put(fHeader.uncompressedSize == 0xFFFFFFFF, fUncompressedSize);
+  put(fHeader.compressedSize == 0xFFFFFFFF, fCompressedSize);
+  put(fHeader.localOffsetLow == 0xFFFF && fHeader.localOffsetHigh == 0xFFFF, fLocalOffset);
+  out.append(block, sizeof header);
+  out += body;
+}
+
+// --- Writing the end -------------------------------------------------------------------------------------------
+
+template <class Context>
+void ZpCentralDir<Context>::writeECD(IPkgFSFileCommon* file, ZipPackage<Context>* package) {
+  const bool manyEntries = fEntryCount > kLargestEntryCount;
+  if (manyEntries || isLarge(fDirectorySize) || isLarge(fDirectoryOffset)) writeZip64End(file);
+
+  fEnd.totalEntries = manyEntries ? 0xFFFF : static_cast<std::uint16_t>(fEntryCount);
+  fEnd.entriesOnDisk = fEnd.totalEntries;
+  fEnd.directorySize =
+      isLarge(fDirectorySize) ? 0xFFFFFFFF : static_cast<std::uint32_t>(fDirectorySize);
+  fEnd.directoryOffset =
+      isLarge(fDirectoryOffset) ? 0xFFFFFFFF : static_cast<std::uint32_t>(fDirectoryOffset);
+
+  const typename Context::String comment = package->getPropertyMgr()->getZipProperty(
+      PkgPropertyMgr<Context>::fPkgPath, QCFPropertyPackageComment, nullptr);
+  const boost::shared_array<char> text = Context::toUTF8(comment);
+  fEnd.commentLength = static_cast<std::uint16_t>(std::strlen(text.get()));
+  fComment.reset();
+  if (fEnd.commentLength != 0) {
+    fComment = copyBytes<MyArrayDeleter<char>>(text.get(), fEnd.commentLength, 1);
+  }
+
+  std::string record;
+  appendRecord(record, fEnd);
+  if (fComment) record.append(fComment.get(), fEnd.commentLength);
+  writeAll<Context>(file, record);
+}
+
+template <class Context>
+void ZpCentralDir<Context>::writeZip64End(IPkgFSFileCommon* file) {
+  fZip64End.updateFromECD(fEnd);
+  fZip64End.entriesOnDisk = fEntryCount;
+  fZip64End.totalEntries = fEntryCount;
+  fZip64End.directorySize = fDirectorySize;
+  fZip64End.directoryOffset = fDirectoryOffset;
+  fZip64Locator.disk = 0;
+  fZip64Locator.recordOffset = static_cast<std::uint64_t>(file->tell());
+  fZip64Locator.totalDisks = 1;
+
+  std::string records;
+  appendRecord(records, fZip64End);
+  appendRecord(records, fZip64Locator);
+  writeAll<Context>(file, records);
+}
+
+}  // namespace pkg::zip
