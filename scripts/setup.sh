@@ -58,12 +58,18 @@ identify_system() {
   fi
 }
 
+# is_installed NAME[:ARCHITECTURE]: a name alone means this machine's own architecture.
+is_installed() {
+  local wanted="$(dpkg --print-architecture)|all"
+  [[ $1 != *:* ]] || wanted=${1#*:}
+  dpkg-query -W -f '${Architecture} ${db:Status-Status}\n' "$1" 2>/dev/null | grep -qE "^($wanted) installed$"
+}
+
 # Prints each of the arguments that is not installed.
 missing_packages() {
-  local package status
+  local package
   for package in "$@"; do
-    status=$(dpkg-query -W -f '${db:Status-Status}' "$package" 2>/dev/null) || status=
-    [[ $status == installed ]] || printf '%s\n' "$package"
+    is_installed "$package" || printf '%s\n' "$package"
   done
 }
 
