@@ -60,7 +60,7 @@ identify_system() {
 
 # is_installed NAME[:ARCHITECTURE]: a name alone means this machine's own architecture.
 is_installed() {
-  local wanted="$(dpkg --print-architecture)|all"
+  local wanted="$own_architecture|all"
   [[ $1 != *:* ]] || wanted=${1#*:}
   dpkg-query -W -f '${Architecture} ${db:Status-Status}\n' "$1" 2>/dev/null | grep -qE "^($wanted) installed$"
 }
@@ -78,6 +78,7 @@ if [[ $system != "debian 12" ]] || ! command -v dpkg-query >/dev/null; then
   fail "this script knows Debian 12 only, and this is $system. Install these by hand: ${packages[*]}"
 fi
 
+own_architecture=$(dpkg --print-architecture)
 mapfile -t missing < <(missing_packages "${packages[@]}")
 if [[ ${#missing[@]} -eq 0 ]]; then
   exit 0
