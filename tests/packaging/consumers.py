@@ -149,5 +149,21 @@ class InstalledTree(unittest.TestCase):
         self.assertFalse([name for name in names if ".so." not in name])
 
 
+@unittest.skipUnless(project.HAS_QSNDHOST, "this build has no programs")
+class Programs(unittest.TestCase):
+    def test_installed_programs_run_wherever_the_tree_lies(self):
+        prefix = project.scratch("programs-first")
+        install(prefix, ["library", "programs"])
+        place = project.scratch("programs") / "another place"
+        prefix.rename(place)
+        sound = project.make_sound_document(project.SCRATCH / "sound.qsnd")
+        nothing = {"PATH": "/nonexistent"}
+        formats = run(place / "bin" / "qsndhost", "formats", cwd="/", env=nothing)
+        self.assertIn("qsnd", formats)
+        info = run(place / "bin" / "qsndhost", "info", sound, cwd="/", env=nothing)
+        self.assertIn("8000", info)
+        self.assertIn("4000", info)
+
+
 if __name__ == "__main__":
     unittest.main()

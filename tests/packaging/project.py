@@ -4,6 +4,7 @@ import os
 import pathlib
 import shutil
 import subprocess
+import wave
 import zipfile
 
 SOURCE = pathlib.Path(os.environ["QCF_SOURCE_DIR"])
@@ -12,6 +13,7 @@ SCRATCH = pathlib.Path(os.environ["QCF_SCRATCH_DIR"])
 CMAKE = os.environ["QCF_CMAKE"]
 CXX = os.environ["QCF_CXX"]
 CXX_FLAGS = os.environ["QCF_CXX_FLAGS"].split()
+HAS_QSNDHOST = os.environ["QCF_HAS_QSNDHOST"] == "1"
 CONSUMER = pathlib.Path(__file__).parent / "consumer"
 
 MEDIA_TYPE = "application/x-example"
@@ -43,6 +45,18 @@ def make_package(path):
     with zipfile.ZipFile(path, "w") as archive:
         archive.writestr("mimetype", MEDIA_TYPE)
         archive.writestr("text.txt", "some text", zipfile.ZIP_DEFLATED)
+    return path
+
+
+def make_sound_document(path):
+    """A document with half a second of silence: two channels, 8000 Hz, 16 bits."""
+    audio = path.with_suffix(".wav")
+    with wave.open(str(audio), "wb") as out:
+        out.setparams((2, 2, 8000, 0, "NONE", ""))
+        out.writeframes(bytes(4 * 4000))
+    with zipfile.ZipFile(path, "w") as archive:
+        archive.writestr("mimetype", MEDIA_TYPE)
+        archive.write(audio, "Mixdown.wav")
     return path
 
 
