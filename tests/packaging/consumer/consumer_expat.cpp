@@ -3,7 +3,7 @@
 #include <cstdio>
 #include <sstream>
 
-#include "package/expat/ExpatXMLParser.h"
+#include <package/expat/ExpatXMLParser.h>
 
 namespace {
 
