@@ -1,0 +1,30 @@
+#pragma once
+
+#include <stdexcept>
+#include <string>
+
+namespace tools {
+
+// What a program ends with.
+enum ExitCode : int { ExitDone = 0, ExitFindings = 1, ExitUsage = 2, ExitFailed = 3 };
+
+// A failure as the person at the terminal is told of it: one line, which says what, which file, and
+// why.
+class Failure : public std::runtime_error {
+public:
+  explicit Failure(const std::string& line, ExitCode code = ExitFailed)
+      : std::runtime_error(line), fCode(code) {}
+  ExitCode code() const noexcept { return fCode; }
+
+private:
+  ExitCode fCode;
+};
+
+// A name that can be shown: control characters, which could break a line or steer a terminal, as
+// escapes.
+std::string shown(const std::string& name);
+
+// The system's words for errno as it stands.
+std::string systemReason();
+
+}  // namespace tools

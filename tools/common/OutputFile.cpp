@@ -1,0 +1,120 @@
+#include "common/OutputFile.h"
+
+#include <array>
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <fmt/format.h>
+
+#include "common/Failure.h"
+
+namespace tools {
+namespace {
+
+// What a new file would get from open(): umask can only be read by setting it.
+mode_t defaultMode() {
+  const mode_t mask = umask(0);
+  umask(mask);
+  return 0666 & ~mask;
+}
+
+std::string resolved(const std::string& target) {
+  std::error_code error;
+  const auto path = std::filesystem::weakly_canonical(target, error);
+  return error ? target : path.string();
+}
+
+bool isPlainFileOrAbsent(const std::string& target) {
+  struct stat status {};
+  return stat(target.c_str(), &status) != 0 || S_ISREG(status.st_mode);
+}
+
+int makeScratch(std::string& name) {
+  const int descriptor = mkstemp(name.data());
+  if (descriptor >= 0) fcntl(descriptor, F_SETFD, FD_CLOEXEC);
+  return descriptor;
+}
+
+void writeAll(int descriptor, const char* bytes, std::size_t size) {
+  while (size > 0) {
+    const ssize_t written = write(descriptor, bytes, size);
+    if (written < 0 && errno == EINTR) continue;
+    if (written < 0) throw std::filesystem::filesystem_error("", {errno, std::generic_category()});
+    bytes += written;
+    size -= static_cast<std::size_t>(written);
+  }
+}
+
+}  // namespace
+
+OutputFile::OutputFile(const std::string& target) {
+  if (target != "-") fTarget = resolved(target);
+  const bool beside = !fTarget.empty() && isPlainFileOrAbsent(fTarget);
+  const std::filesystem::path folder = beside ? std::filesystem::path(fTarget).parent_path()
+                                              : std::filesystem::temp_directory_path();
+  const std::string name = beside ? std::filesystem::path(fTarget).filename().string() : "output";
+  fScratch = (folder / ("." + name + ".XXXXXX")).string();
+  fDescriptor = makeScratch(fScratch);
+  if (fDescriptor < 0) {
+    fScratch.clear();
+    fail();
+  }
+  if (!beside) {
+    unlink(fScratch.c_str());
+    fScratch.clear();
+  }
+}
+
+OutputFile::~OutputFile() {
+  if (fDescriptor >= 0) close(fDescriptor);
+  if (!fScratch.empty()) unlink(fScratch.c_str());
+}
+
+void OutputFile::commit() {
+  if (fScratch.empty()) {
+    copyToTarget();
+  } else {
+    replaceTarget();
+  }
+}
+
+void OutputFile::copyToTarget() {
+  const int out = fTarget.empty() ? STDOUT_FILENO : open(fTarget.c_str(), O_WRONLY | O_CLOEXEC);
+  if (out < 0 || lseek(fDescriptor, 0, SEEK_SET) < 0) fail();
+  std::array<char, 65536> block;
+  try {
+    for (;;) {
+      const ssize_t size = ::read(fDescriptor, block.data(), block.size());
+      if (size < 0) fail();
+      if (size == 0) break;
+      writeAll(out, block.data(), static_cast<std::size_t>(size));
+    }
+  } catch (const std::filesystem::filesystem_error& error) {
+    errno = error.code().value();
+    fail();
+  }
+  if (!fTarget.empty() && close(out) != 0) fail();
+}
+
+void OutputFile::replaceTarget() {
+  struct stat old {};
+  const mode_t mode =
+      stat(fTarget.c_str(), &old) == 0 ? static_cast<mode_t>(old.st_mode & 07777) : defaultMode();
+  if (fchmod(fDescriptor, mode) != 0 || fsync(fDescriptor) != 0) fail();
+  if (rename(fScratch.c_str(), fTarget.c_str()) != 0) fail();
+  fScratch.clear();
+}
+
+void OutputFile::fail() const {
+  const std::string reason = systemReason();
+  throw Failure(fmt::format("cannot write {}: {}",
+                            fTarget.empty() ? "standard output" : shown(fTarget), reason));
+}
+
+}  // namespace tools

@@ -1,0 +1,35 @@
+#pragma once
+
+#include <string>
+
+namespace tools {
+
+// An output that appears complete or not at all. It is written to a new file beside its target,
+// which takes the target's place at commit(). Standard output ("-"), devices and pipes get it in
+// one piece at commit().
+class OutputFile {
+public:
+  // Raises Failure when the new file cannot be made.
+  explicit OutputFile(const std::string& target);
+  // Removes what was not committed.
+  ~OutputFile();
+  OutputFile(const OutputFile&) = delete;
+  OutputFile& operator=(const OutputFile&) = delete;
+
+  // Open for reading and writing, owned by this object.
+  int descriptor() const noexcept { return fDescriptor; }
+
+  // Makes what was written durable, then visible. Raises Failure, with the target as it was.
+  void commit();
+
+private:
+  void copyToTarget();
+  void replaceTarget();
+  [[noreturn]] void fail() const;
+
+  std::string fTarget;   // symbolic links resolved; empty for standard output
+  std::string fScratch;  // empty for a file that has no name
+  int fDescriptor = -1;
+};
+
+}  // namespace tools

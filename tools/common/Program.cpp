@@ -1,0 +1,63 @@
+#include "common/Program.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <exception>
+
+#include <unistd.h>
+
+#include <fmt/format.h>
+
+namespace tools {
+namespace {
+
+bool errorsInColour() {
+  const char* const noColour = std::getenv("NO_COLOR");
+  return isatty(STDERR_FILENO) != 0 && (noColour == nullptr || *noColour == '\0');
+}
+
+void tell(const std::string& program, const std::string& line) {
+  const char* const format = errorsInColour() ? "\x1b[1;31m{}:\x1b[0m {}\n" : "{}: {}\n";
+  fmt::print(stderr, fmt::runtime(format), program, line);
+}
+
+std::string firstLine(const std::string& text) {
+  return text.substr(0, text.find('\n'));
+}
+
+void parse(CLI::App& app, Session& session, int argc, char** argv) {
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::Success& request) {
+    app.exit(request);  // help or version, to standard output
+  } catch (const CLI::ParseError& error) {
+    throw Failure(firstLine(error.what()) + "; see " + session.program + " --help", ExitUsage);
+  }
+}
+
+}  // namespace
+
+void Session::report(const Failure& failure) {
+  tell(program, failure.what());
+  code = failure.code();
+}
+
+void Session::note(const std::string& line) const {
+  if (!quiet) fmt::print(stderr, "{}: {}\n", program, line);
+}
+
+int runProgram(CLI::App& app, Session& session, int argc, char** argv) {
+  try {
+    parse(app, session, argc, argv);
+    if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0) {
+      throw Failure("cannot write standard output: " + systemReason());
+    }
+  } catch (const Failure& failure) {
+    session.report(failure);
+  } catch (const std::exception& error) {
+    session.report(Failure(firstLine(error.what())));
+  }
+  return session.code;
+}
+
+}  // namespace tools

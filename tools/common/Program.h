@@ -1,0 +1,29 @@
+#pragma once
+
+#include <functional>
+#include <string>
+
+#include <CLI/CLI.hpp>
+
+#include "common/Failure.h"
+
+namespace tools {
+
+// What every command of a program knows and fills in.
+struct Session {
+  std::string program;
+  bool quiet = false;
+  ExitCode code = ExitDone;
+
+  // Tells a failure that the program survives, and lets it end with the failure's code.
+  void report(const Failure& failure);
+  // A note on standard error, unless quiet.
+  void note(const std::string& line) const;
+};
+
+// Parses the command line, which runs the chosen command's callback. Turns whatever goes wrong into
+// one line on standard error and an exit code. Standard output is complete when it returns
+// ExitDone.
+int runProgram(CLI::App& app, Session& session, int argc, char** argv);
+
+}  // namespace tools

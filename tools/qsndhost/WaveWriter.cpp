@@ -1,0 +1,85 @@
+#include "WaveWriter.h"
+
+#include <algorithm>
+#include <cmath>
+#include <utility>
+
+#include "common/Failure.h"
+
+namespace {
+
+// A WAV file counts its bytes in 32 bits; its header is far shorter than the rest.
+constexpr std::int64_t kMostWaveBytes = 0xFFFFFFFF - 4096;
+
+int bytesOf(WaveFormat format) {
+  return format == WaveFormat::Float ? 4 : format == WaveFormat::Int24 ? 3 : 2;
+}
+
+int subtypeOf(WaveFormat format) {
+  switch (format) {
+    case WaveFormat::Int24:
+      return SF_FORMAT_PCM_24;
+    case WaveFormat::Int16:
+      return SF_FORMAT_PCM_16;
+    default:
+      return SF_FORMAT_FLOAT;
+  }
+}
+
+// A sample as an integer of `bits` bits, in the top of 32.
+int integerOf(float sample, int bits) {
+  const double scale = std::ldexp(1.0, bits - 1);
+  if (std::isnan(sample)) return 0;
+  const double value = std::clamp(std::nearbyint(sample * scale), -scale, scale - 1);
+  return static_cast<int>(value * std::ldexp(1.0, 32 - bits));
+}
+
+}  // namespace
+
+WaveWriter::WaveWriter(int descriptor, WaveFormat format, int channels, int sampleRate,
+                       std::int64_t frames)
+    : fFormat(format), fFile(nullptr) {
+  const bool isLong = frames > kMostWaveBytes / (channels * bytesOf(format));
+  SF_INFO info{};
+  info.channels = channels;
+  info.samplerate = sampleRate;
+  info.format = (isLong ? SF_FORMAT_RF64 : SF_FORMAT_WAV) | subtypeOf(format);
+  fFile = sf_open_fd(descriptor, SFM_WRITE, &info, SF_FALSE);
+  if (fFile == nullptr)
+    throw tools::Failure(std::string("cannot write WAV: ") + sf_strerror(nullptr));
+  // No time stamp: the same audio gives the same bytes.
+  sf_command(fFile, SFC_SET_ADD_PEAK_CHUNK, nullptr, SF_FALSE);
+}
+
+WaveWriter::~WaveWriter() {
+  if (fFile != nullptr) sf_close(fFile);
+}
+
+void WaveWriter::write(const std::vector<std::vector<float>>& buffers, std::size_t frames) {
+  fFloats.resize(frames * buffers.size());
+  for (std::size_t channel = 0; channel < buffers.size(); ++channel) {
+    for (std::size_t i = 0; i < frames; ++i) {
+      fFloats[i * buffers.size() + channel] = buffers[channel][i];
+    }
+  }
+  if (writeInterleaved(frames) != static_cast<sf_count_t>(frames)) {
+    throw tools::Failure(std::string("cannot write WAV: ") + sf_strerror(fFile));
+  }
+}
+
+sf_count_t WaveWriter::writeInterleaved(std::size_t frames) {
+  const auto count = static_cast<sf_count_t>(frames);
+  if (fFormat == WaveFormat::Float) return sf_writef_float(fFile, fFloats.data(), count);
+  const int bits = 8 * bytesOf(fFormat);
+  fIntegers.resize(fFloats.size());
+  std::transform(fFloats.begin(), fFloats.end(), fIntegers.begin(),
+                 [bits](float sample) { return integerOf(sample, bits); });
+  return sf_writef_int(fFile, fIntegers.data(), count);
+}
+
+void WaveWriter::finish() {
+  sf_write_sync(fFile);
+  SNDFILE* const file = std::exchange(fFile, nullptr);
+  const int error = sf_close(file);
+  if (error != 0) throw tools::Failure(std::string("cannot write WAV: ") + sf_error_number(error));
+}

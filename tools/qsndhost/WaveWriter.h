@@ -1,0 +1,36 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include <sndfile.h>
+
+enum class WaveFormat { Float, Int24, Int16 };
+
+// Writes a WAV file, or an RF64 one where the audio is too long for that. Integers are the floats
+// times 2^23 or 2^15, rounded and clipped: audio that was stored with as many bits comes out as it
+// was.
+class WaveWriter {
+public:
+  // `descriptor` is open for reading and writing and stays the caller's. `frames` is what will be
+  // written. Raises tools::Failure.
+  WaveWriter(int descriptor, WaveFormat format, int channels, int sampleRate, std::int64_t frames);
+  ~WaveWriter();
+  WaveWriter(const WaveWriter&) = delete;
+  WaveWriter& operator=(const WaveWriter&) = delete;
+
+  // Writes `frames` frames of one buffer a channel. Raises tools::Failure.
+  void write(const std::vector<std::vector<float>>& buffers, std::size_t frames);
+  // Completes the file. Raises tools::Failure.
+  void finish();
+
+private:
+  sf_count_t writeInterleaved(std::size_t frames);
+
+  WaveFormat fFormat;
+  SNDFILE* fFile;
+  std::vector<float> fFloats;
+  std::vector<int> fIntegers;
+};
