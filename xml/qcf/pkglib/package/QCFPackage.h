@@ -4,6 +4,7 @@
 #include "package/Package.h"
 #include "package/detail/BasePkgHexStrings.h"
 #include "package/detail/PkgFileSys.h"
+#include "package/detail/ZipPackage.h"
 #include "package/detail/ZipPackageFactory.h"
 
 namespace pkg {
@@ -13,14 +14,15 @@ QCF_API extern const char* const QCF_PACKAGE_CHANGELIST_STR;  // empty
 
 // The version of the library.
 class QCF_API QCFVersion {
- public:
+public:
   // QCF_PACKAGE_VERSION_STR as it stands, with its key.
   static const char* GetQCFVersion();
 };
 
-// The front door of the library: each operation is that of the shared zip::ZipPackageFactory, whose contracts hold.
+// The front door of the library: each operation is that of the shared zip::ZipPackageFactory, whose
+// contracts hold.
 class QCF_API QCFPackageFactory final {
- public:
+public:
   using String = AppContext::String;
   using Package = boost::shared_ptr<IPackage<>>;
   using FileName = boost::shared_ptr<IPkgFSFileName<>>;

@@ -13,7 +13,7 @@ namespace pkg {
 
 // Allocation policy: everything ends in the global operator new and operator delete.
 class QCF_API PkgAlloc {
- public:
+public:
   static void* allocate(std::size_t bytes) { return ::operator new(bytes); }
   static void deallocate(void* block) noexcept { ::operator delete(block); }
 };
@@ -25,17 +25,17 @@ class CharConv;
 // 8-bit characters are UTF-8 already.
 template <>
 class QCF_API CharConv<char> {
- public:
+public:
   static const char* fromUTF8(const char* text) { return text; }
   static char* toUTF8(const char* text) { return const_cast<char*>(text); }
 };
 
-// The bundle of types and static operations over which every template of the library is written. Never
-// constructed. A client writes a class with empty brackets, `IPackage<>`, to get the one instantiation that the
-// library holds, over AppContext below.
+// The bundle of types and static operations over which every template of the library is written.
+// Never constructed. A client writes a class with empty brackets, `IPackage<>`, to get the one
+// instantiation that the library holds, over AppContext below.
 template <class Char, class Alloc, template <class> class Allocator, class Traits, class Conv>
 class QCF_API BaseAppContext {
- public:
+public:
   BaseAppContext() = delete;
 
   using CharType = Char;
@@ -55,10 +55,12 @@ class QCF_API BaseAppContext {
     void operator()(T*) const noexcept {}
   };
 
-  // The context's string of a NUL-terminated UTF-8 text, neither validated nor normalised. `text` is not null.
+  // The context's string of a NUL-terminated UTF-8 text, neither validated nor normalised. `text`
+  // is not null.
   static String fromUTF8(const char* text) { return String(Conv::fromUTF8(text)); }
 
-  // The NUL-terminated UTF-8 text of `s`. Nothing is copied: valid while `s` lives and is unchanged.
+  // The NUL-terminated UTF-8 text of `s`. Nothing is copied: valid while `s` lives and is
+  // unchanged.
   static boost::shared_array<char> toUTF8(const String& s) {
     return boost::shared_array<char>(Conv::toUTF8(s.c_str()), DeleteNop<char>());
   }

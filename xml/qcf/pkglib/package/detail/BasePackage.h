@@ -11,7 +11,7 @@ namespace pkg {
 // What a package of any container format shares: its file, modes, flags, policies and properties.
 template <class Context>
 class QCF_API BasePackage : public IPackage<Context> {
- public:
+public:
   using String = typename Context::String;
   using openmode = std::ios_base::openmode;
 
@@ -36,7 +36,7 @@ class QCF_API BasePackage : public IPackage<Context> {
   // Not owned; null where the client gave none.
   IXMLParser* getXMLParser() const { return fXMLParser; }
 
- protected:
+protected:
   BasePackage(const boost::shared_ptr<IPkgFSFileName<Context>>& name,
               IPkgFileSystem<Context>* fileSystem, const IPkgPolicies* policies,
               IXMLParser* parser);

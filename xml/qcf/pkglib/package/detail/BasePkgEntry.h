@@ -9,7 +9,7 @@ namespace pkg {
 // What an entry of any container format shares: name, kind, method, flags and the reference count.
 template <class Context = AppContext>
 class QCF_API BasePkgEntry : public virtual IPkgEntry<Context> {
- public:
+public:
   using String = typename Context::String;
 
   ~BasePkgEntry() override = default;
@@ -27,7 +27,7 @@ class QCF_API BasePkgEntry : public virtual IPkgEntry<Context> {
   void release() override;
   PkgEntryType getEntryType() const override { return fType; }
 
- protected:
+protected:
   // Born with a count of one, which the first handle adopts.
   BasePkgEntry(const String& name, PkgEntryType type, CompressionMethod method,
                IPackage<Context>* package);
@@ -41,14 +41,14 @@ class QCF_API BasePkgEntry : public virtual IPkgEntry<Context> {
   bool fQueued = false;
   bool fDeleted = false;
 
- private:
+private:
   std::int32_t fRefCount = 1;
 };
 
 // The generic properties of a file entry.
 template <class Context = AppContext>
 class QCF_API BasePkgFile : public IPkgFile<Context> {
- public:
+public:
   using String = typename Context::String;
 
   String getProperty(QCFPropertyName name) override;
@@ -57,13 +57,13 @@ class QCF_API BasePkgFile : public IPkgFile<Context> {
 
 template <class Context = AppContext>
 class QCF_API BasePkgStream : public IPkgStream<Context> {
- public:
+public:
   ~BasePkgStream() override = default;
 };
 
 template <class Context = AppContext>
 class QCF_API BasePkgEntryIteratorImpl : public IPkgEntryIteratorImpl<Context> {
- protected:
+protected:
   explicit BasePkgEntryIteratorImpl(IPackage<Context>* package) : fPackage(package) {}
   ~BasePkgEntryIteratorImpl() = default;
 

@@ -7,16 +7,16 @@
 
 namespace pkg {
 
-// Binary values as text: two upper-case hexadecimal digits a byte, the high nibble first, bytes in memory order.
-// Bad text is not reported; see source/HexCodec.h for what it gives.
+// Binary values as text: two upper-case hexadecimal digits a byte, the high nibble first, bytes in
+// memory order. Bad text is not reported; see source/HexCodec.h for what it gives.
 template <class Context = AppContext>
 class QCF_API IPkgHexStrings {
- public:
+public:
   using String = typename Context::String;
 
   virtual String encodeHexString(const void* data, unsigned long size) = 0;
-  // Returns how many bytes the text holds. Decodes at most `size` of them into `data`, unless that is null, and
-  // sets `size` to the count decoded.
+  // Returns how many bytes the text holds. Decodes at most `size` of them into `data`, unless that
+  // is null, and sets `size` to the count decoded.
   virtual unsigned long decodeHexString(const String& text, void* data, unsigned long& size) = 0;
 
   virtual String iToHexString(char value) = 0;
@@ -44,7 +44,7 @@ class QCF_API IPkgHexStrings {
 // The one implementation. Without state: its operations may run on any thread.
 template <class Context = AppContext>
 class QCF_API BasePkgHexStrings : public IPkgHexStrings<Context> {
- public:
+public:
   using String = typename Context::String;
 
   // The shared instance, which lives to the end of the process.
@@ -83,7 +83,7 @@ class QCF_API BasePkgHexStrings : public IPkgHexStrings<Context> {
 
   ~BasePkgHexStrings() override;
 
- private:
+private:
   BasePkgHexStrings() = default;
 
   template <class Number>

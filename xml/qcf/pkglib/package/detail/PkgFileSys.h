@@ -12,7 +12,7 @@ namespace pkg {
 // A name in a file system, kept as it was given.
 template <class Context = AppContext>
 class QCF_API BasePkgFSFileName : public IPkgFSFileName<Context> {
- public:
+public:
   using String = typename Context::String;
 
   BasePkgFSFileName(IPkgFileSystem<Context>* fileSystem, const String& name)
@@ -20,7 +20,7 @@ class QCF_API BasePkgFSFileName : public IPkgFSFileName<Context> {
   IPkgFileSystem<Context>* getFileSystem() const override { return fFileSystem; }
   String getName() const override { return fName; }
 
- private:
+private:
   IPkgFileSystem<Context>* fFileSystem;
   String fName;
 };
@@ -29,7 +29,7 @@ class QCF_API BasePkgFSFileName : public IPkgFSFileName<Context> {
 // PackageIOException 50 with the text of strerror.
 template <class Context = AppContext>
 class QCF_API BasePkgFSFile : public IPkgFSFile<Context> {
- public:
+public:
   using FileName = boost::shared_ptr<IPkgFSFileName<Context>>;
 
   // A file without a stream: adopt() follows before anything else.
@@ -59,7 +59,7 @@ class QCF_API BasePkgFSFile : public IPkgFSFile<Context> {
   IPkgFileSystem<Context>* getFileSystem() const override { return fFileSystem; }
   FileName getName() const override { return fName; }
 
- private:
+private:
   IPkgFileSystem<Context>* fFileSystem;  // not owned
   FileName fName;
   std::ios_base::openmode fMode;
@@ -67,11 +67,11 @@ class QCF_API BasePkgFSFile : public IPkgFSFile<Context> {
   bool fIsOpen = true;
 };
 
-// The system's own file system: standard I/O, and temporary files in one directory of the user, whose names no two
-// processes share. The library's default.
+// The system's own file system: standard I/O, and temporary files in one directory of the user,
+// whose names no two processes share. The library's default.
 template <class Context = AppContext>
 class QCF_API BasePkgFileSystem : public IPkgFileSystem<Context> {
- public:
+public:
   using String = typename Context::String;
   using File = boost::shared_ptr<IPkgFSFile<Context>>;
   using FileName = boost::shared_ptr<IPkgFSFileName<Context>>;
@@ -86,10 +86,10 @@ class QCF_API BasePkgFileSystem : public IPkgFileSystem<Context> {
   void deleteTempFileByName(const FileName& name) override;
   FileName getFSFileName(const String& name) override;
 
- protected:
+protected:
   BasePkgFileSystem();
 
- private:
+private:
   String nextTempName();
   File openDescriptor(int descriptor, const String& path);
 

@@ -6,9 +6,10 @@
 
 namespace pkg {
 
-// A mutex with default attributes: neither recursive nor error-checking. Take it through std::lock_guard.
+// A mutex with default attributes: neither recursive nor error-checking. Take it through
+// std::lock_guard.
 class QCF_API PkgMutualExclusion {
- public:
+public:
   PkgMutualExclusion() { pthread_mutex_init(&fMutex, nullptr); }
   virtual ~PkgMutualExclusion() { pthread_mutex_destroy(&fMutex); }
   PkgMutualExclusion(const PkgMutualExclusion&) = delete;
@@ -17,7 +18,7 @@ class QCF_API PkgMutualExclusion {
   void lock() { pthread_mutex_lock(&fMutex); }
   void unlock() { pthread_mutex_unlock(&fMutex); }
 
- private:
+private:
   pthread_mutex_t fMutex;
 };
 

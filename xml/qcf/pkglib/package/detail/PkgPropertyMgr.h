@@ -10,11 +10,12 @@ namespace pkg {
 template <class Context = AppContext>
 class BasePackage;
 
-// The properties of a package and of its entries, by entry path and name. ZIP properties mirror what the records
-// say and outrank them when they are written; generic properties persist in the properties document.
+// The properties of a package and of its entries, by entry path and name. ZIP properties mirror
+// what the records say and outrank them when they are written; generic properties persist in the
+// properties document.
 template <class Context = AppContext>
 class PkgPropertyMgr {
- public:
+public:
   using String = typename Context::String;
 
   struct ValueElem {
@@ -27,24 +28,26 @@ class PkgPropertyMgr {
   PkgPropertyMgr(const PkgPropertyMgr&) = delete;
   PkgPropertyMgr& operator=(const PkgPropertyMgr&) = delete;
 
-  // Sets a property of the entry at `path`. `fromDocument` tells that the properties document is being read. Raises,
-  // in this order, 23 without a parser, 28 outside an update unless from the document, 22 for another name than
-  // 2000 to 2002 or for the package's own path.
+  // Sets a property of the entry at `path`. `fromDocument` tells that the properties document is
+  // being read. Raises, in this order, 23 without a parser, 28 outside an update unless from the
+  // document, 22 for another name than 2000 to 2002 or for the package's own path.
   void setGenericProperty(const String& path, QCFPropertyName name, const String& value,
                           bool fromDocument);
-  // The value, empty where there is none. Stores whether it was changed by the client where `modified` is not null
-  // and there is one. Raises 23 and 22 as above.
+  // The value, empty where there is none. Stores whether it was changed by the client where
+  // `modified` is not null and there is one. Raises 23 and 22 as above.
   String getGenericProperty(const String& path, QCFPropertyName name, bool* modified);
 
-  // The same for what lives in the ZIP records: 0 to 2 for an entry, 1000 for any path; any other raises 22.
+  // The same for what lives in the ZIP records: 0 to 2 for an entry, 1000 for any path; any other
+  // raises 22.
   void setZipProperty(const String& path, QCFPropertyName name, const String& value,
                       bool fromRecord);
   String getZipProperty(const String& path, QCFPropertyName name, bool* modified);
 
-  // Reads the document where there is one and a parser. A document that breaks the structure changes nothing and is
-  // read again at the next access; its failure is not reported.
+  // Reads the document where there is one and a parser. A document that breaks the structure
+  // changes nothing and is read again at the next access; its failure is not reported.
   void readGenericProperties();
-  // Writes the document as one more entry of the running update, or removes it when no property is left.
+  // Writes the document as one more entry of the running update, or removes it when no property is
+  // left.
   void writeGenericProperties();
 
   // The steps of a transaction.
@@ -56,7 +59,7 @@ class PkgPropertyMgr {
   static const String fPkgPath;
   static const String fPropertiesXMLFilePath;
 
- private:
+private:
   class MyEventHandler;
 
   void requireGenericName(const String& path, QCFPropertyName name) const;

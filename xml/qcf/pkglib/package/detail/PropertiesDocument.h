@@ -10,7 +10,7 @@ namespace pkg {
 // Reads a properties document from a parser's events into the manager's map. Serves one document.
 template <class Context>
 class PkgPropertyMgr<Context>::MyEventHandler : public IXMLParser_EventHandler {
- public:
+public:
   explicit MyEventHandler(PkgPropertyMgr* propertyManager)
       : manager(propertyManager), snapshot(propertyManager->properties) {}
 
@@ -26,7 +26,7 @@ class PkgPropertyMgr<Context>::MyEventHandler : public IXMLParser_EventHandler {
   // Puts the manager's properties back to what they were before the document.
   void restore() { manager->properties.swap(snapshot); }
 
- private:
+private:
   bool startKnownElement(const String& name, const char** attributes);
   bool endKnownElement(const String& name);
 

@@ -15,7 +15,7 @@ namespace pkg::zip {
 // The standard-library face of an allocation policy. Without state.
 template <class T, class Policy = PkgAlloc>
 class ZipAllocator {
- public:
+public:
   using value_type = T;
 
   ZipAllocator() = default;
@@ -38,8 +38,8 @@ class ZipAllocator {
   }
 };
 
-// A copy of `length` bytes with `spare` zero bytes behind them, released through `Deleter`. `from` may be null: the
-// copy is all zero then. `Deleter` is the owner's MyArrayDeleter.
+// A copy of `length` bytes with `spare` zero bytes behind them, released through `Deleter`. `from`
+// may be null: the copy is all zero then. `Deleter` is the owner's MyArrayDeleter.
 template <class Deleter>
 boost::shared_array<char> copyBytes(const char* from, std::size_t length, std::size_t spare) {
   boost::shared_array<char> copy(new char[length + spare](), Deleter());

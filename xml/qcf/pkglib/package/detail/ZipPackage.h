@@ -12,21 +12,19 @@
 
 namespace pkg::zip {
 
-template <class Context = AppContext>
-class ZipPackageFactory;
-
-// A package in a ZIP file. Opening reads the whole directory; entry objects are made when they are asked for, and the
-// table keeps them.
+// A package in a ZIP file. Opening reads the whole directory; entry objects are made when they are
+// asked for, and the table keeps them.
 template <class Context>
 class QCF_API ZipPackage : public BasePackage<Context> {
- public:
+public:
   using String = typename Context::String;
   using openmode = std::ios_base::openmode;
   using FileName = boost::shared_ptr<IPkgFSFileName<Context>>;
   using FileHandle = boost::shared_ptr<IPkgFSFile<Context>>;
   using Directory = SPRefType<IPkgDirectory<Context>>;
 
-  // The package in an open file, whose mode, name and file system it takes. Raises what init raises.
+  // The package in an open file, whose mode, name and file system it takes. Raises what init
+  // raises.
   ZipPackage(const FileHandle& file, const IPkgPolicies* policies, IXMLParser* parser);
   // A package whose file is still to be opened: openFile follows.
   ZipPackage(const FileName& name, IPkgFileSystem<Context>* fileSystem,
@@ -34,8 +32,9 @@ class QCF_API ZipPackage : public BasePackage<Context> {
   // Frees what it owns; neither saves nor closes.
   ~ZipPackage() override = default;
 
-  // Opens the package's file and reads it. Raises 18 when there is a file already, what the file system raises, and
-  // 16, 20, 46, 47 or what the directory readers raise when it is no package of the wanted kind.
+  // Opens the package's file and reads it. Raises 18 when there is a file already, what the file
+  // system raises, and 16, 20, 46, 47 or what the directory readers raise when it is no package of
+  // the wanted kind.
   void openFile(openmode mode);
 
   void beginUpdate() override;
@@ -70,10 +69,11 @@ class QCF_API ZipPackage : public BasePackage<Context> {
   SPRefType<IPkgEntry<Context>> getEntry(ZpCentralDirEntry<Context>* record);
   // Enters an entry, once, in the list of changed entries or, during an update, in the queue.
   void addNewEntry(ZipPkgEntry<Context>* entry);
-  // Takes the first record of a name out of the directory that is being built, else of the one that stands.
+  // Takes the first record of a name out of the directory that is being built, else of the one that
+  // stands.
   void deleteCDirEntry(const char* name);
 
- private:
+private:
   class ZipPkgEntryIteratorImpl;
   friend class ZipPkgEntry<Context>;
   friend class ZipPkgDirectory<Context>;
@@ -90,8 +90,11 @@ class QCF_API ZipPackage : public BasePackage<Context> {
   void applyMimetypeRules();
   bool isValidMimetype(const SPRefType<IPkgFile<Context>>& file) const;
   void repairMimetype(const SPRefType<IPkgFile<Context>>& file);
+  static String readToken(IPkgFile<Context>& file);
 
   // Lookup.
+  // Raises 24 where a failed close has taken the directory away.
+  ZpCentralDir<Context>& centralDir() const;
   static String canonical(const String& path);
   static String relativeTo(const Directory& dir, const String& path);
   EntryHandle enter(ZipPkgEntry<Context>* entry);

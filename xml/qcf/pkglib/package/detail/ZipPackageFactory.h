@@ -10,7 +10,7 @@ namespace pkg::zip {
 // Recognises, opens and creates ZIP packages. One shared instance.
 template <class Context = AppContext>
 class QCF_API ZipPackageFactory : public BasePackageFactory<Context> {
- public:
+public:
   using String = typename Context::String;
   using Base = BasePackageFactory<Context>;
   using typename Base::File;
@@ -38,7 +38,7 @@ class QCF_API ZipPackageFactory : public BasePackageFactory<Context> {
   void setDefaultFileSystem(IPkgFileSystem<Context>* fs) override { fDefaultFileSystem = fs; }
   void setPackageXMLParser(IXMLParser* parser) override { fDefaultXMLParser = parser; }
 
- private:
+private:
   ZipPackageFactory();
 
   IXMLParser* parserOrDefault(IXMLParser* parser) const {

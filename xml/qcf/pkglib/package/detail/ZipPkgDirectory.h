@@ -7,7 +7,7 @@ namespace pkg::zip {
 // A directory entry. It has a record only where the package holds one or create() asked for one.
 template <class Context = AppContext>
 class QCF_API ZipPkgDirectory : public ZipPkgEntry<Context>, public virtual IPkgDirectory<Context> {
- public:
+public:
   using String = typename Context::String;
 
   ZipPkgDirectory(const String& name, bool mustExist, ZipPackage<Context>* package);
@@ -20,7 +20,7 @@ class QCF_API ZipPkgDirectory : public ZipPkgEntry<Context>, public virtual IPkg
   SPRefType<IPkgFile<Context>> toFile() override;
   SPRefType<IPkgDirectory<Context>> toDirectory() override;
 
- private:
+private:
   friend class ZipPackage<Context>;
 
   bool fUnstored = false;   // no record in the package as it stands

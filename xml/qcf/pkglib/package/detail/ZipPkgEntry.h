@@ -9,11 +9,11 @@
 
 namespace pkg::zip {
 
-// What file and directory entries of a ZIP package share: the tie between a path and its headers, as the package
-// stands and as they are being written.
+// What file and directory entries of a ZIP package share: the tie between a path and its headers,
+// as the package stands and as they are being written.
 template <class Context = AppContext>
 class QCF_API ZipPkgEntry : public BasePkgEntry<Context> {
- public:
+public:
   using String = typename Context::String;
 
   ~ZipPkgEntry() override = default;
@@ -25,17 +25,17 @@ class QCF_API ZipPkgEntry : public BasePkgEntry<Context> {
   // Forgets what was written.
   virtual void cancelUpdate();
 
- protected:
+protected:
   friend class ZipPackage<Context>;
 
-  // By path: bound to the record of that name where there is one. Raises 21 where there is none and `mustExist` asks
-  // for one, and what readLFH raises.
+  // By path: bound to the record of that name where there is one. Raises 21 where there is none and
+  // `mustExist` asks for one, and what readLFH raises.
   ZipPkgEntry(const String& name, bool mustExist, ZipPackage<Context>* package, PkgEntryType type);
   // By record. Raises 22 for a null package, and what readLFH raises.
   ZipPkgEntry(ZpCentralDirEntry<Context>* record, ZipPackage<Context>* package, PkgEntryType type);
 
-  // Builds the record and the local header to be written, at the end of the output file; with `copy` from the record
-  // as it stands. Raises 22 for a name of 65536 bytes or more.
+  // Builds the record and the local header to be written, at the end of the output file; with
+  // `copy` from the record as it stands. Raises 22 for a name of 65536 bytes or more.
   void createZipData(bool copy);
 
   ZipPackage<Context>* zipPackage() const;
@@ -47,8 +47,8 @@ class QCF_API ZipPkgEntry : public BasePkgEntry<Context> {
   void markChanged();
   // Takes the entry out of the package's queue, now that it goes straight out.
   void leaveQueue();
-  // Takes the entry's record out of the package where that can be written and read, else marks both as changed; then
-  // marks the entry as deleted.
+  // Takes the entry's record out of the package where that can be written and read, else marks both
+  // as changed; then marks the entry as deleted.
   void removeFromPackage();
 
   std::unique_ptr<ZpLocalFileEntry<Context>> fReadLocal;
@@ -58,7 +58,7 @@ class QCF_API ZipPkgEntry : public BasePkgEntry<Context> {
   std::int64_t fExpectedSize = 0;
   std::uint32_t fExpectedCRC = 0;
 
- private:
+private:
   void bindToRecord(ZpCentralDirEntry<Context>* record);
   boost::shared_ptr<ZpCentralDirEntry<Context>> makeNewRecord() const;
   void settleDescriptor(ZpLocalFileEntry<Context>& local, bool seekable);

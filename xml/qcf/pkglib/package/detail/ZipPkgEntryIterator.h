@@ -7,12 +7,12 @@
 
 namespace pkg::zip {
 
-// Walks the records of a package and then its changed entries: all of them, or the children of one directory, each
-// child directory once, whether it has a record or is only implied by deeper names.
+// Walks the records of a package and then its changed entries: all of them, or the children of one
+// directory, each child directory once, whether it has a record or is only implied by deeper names.
 template <class Context>
 class ZipPackage<Context>::ZipPkgEntryIteratorImpl final
     : public BasePkgEntryIteratorImpl<Context> {
- public:
+public:
   // Stands on the first valid entry. `directory` is null for all entries.
   ZipPkgEntryIteratorImpl(ZipPackage* package, const Directory& directory, const String& pattern);
 
@@ -20,7 +20,7 @@ class ZipPackage<Context>::ZipPkgEntryIteratorImpl final
   void increment() override;
   bool isValid() const override;
 
- private:
+private:
   void makeValid();
   bool isValidEntry(const EntryHandle& entry);
   bool impliesNewDirectory(const String& path);

@@ -12,16 +12,19 @@ class ZipPkgStream;
 template <class Context = AppContext>
 class ZipPkgStreamBuf;
 
+// The entry that tells the type of a package.
+constexpr char kMimetypeName[] = "mimetype";
+
 // A file entry.
 template <class Context = AppContext>
 class QCF_API ZipPkgFile : public ZipPkgEntry<Context>, public virtual BasePkgFile<Context> {
- public:
+public:
   using String = typename Context::String;
 
   ZipPkgFile(const String& name, bool mustExist, ZipPackage<Context>* package);
   ZipPkgFile(ZpCentralDirEntry<Context>* record, ZipPackage<Context>* package);
-  // Deletes the entry's temporary file. Its streams must be closed.
-  ~ZipPkgFile() override = default;
+  // Deletes the temporary file. Its streams should be closed by then: one that is not is cut off.
+  ~ZipPkgFile() override;
 
   boost::shared_ptr<IPkgStream<Context>> open(std::ios_base::openmode mode, bool raw) override;
   std::uint32_t getSize() const override;
@@ -36,16 +39,17 @@ class QCF_API ZipPkgFile : public ZipPkgEntry<Context>, public virtual BasePkgFi
   void setProperty(QCFPropertyName name, const String& value) override;
 
   void remove() override;
-  // Copies the entry into the output file: the stored bytes as they are when it is unchanged. Raises
-  // PackageIOException 29 when the output fails.
+  // Copies the entry into the output file: the stored bytes as they are when it is unchanged.
+  // Raises PackageIOException 29 when the output fails.
   void write() override;
   SPRefType<IPkgFile<Context>> toFile() override;
   SPRefType<IPkgDirectory<Context>> toDirectory() override;
 
-  // Called by a stream of this entry that closes: settles the headers of a direct one, and takes it off the list.
+  // Called by a stream of this entry that closes: settles the headers of a direct one, and takes it
+  // off the list.
   void streamClosed(ZipPkgStream<Context>* stream);
 
- private:
+private:
   friend class ZipPackage<Context>;
   friend class ZipPkgStreamBuf<Context>;
 
@@ -56,7 +60,7 @@ class QCF_API ZipPkgFile : public ZipPkgEntry<Context>, public virtual BasePkgFi
 
   // The entry's temporary file. It exists while it has a name; the file may be closed meanwhile.
   class MyTempFile {
-   public:
+  public:
     using File = boost::shared_ptr<IPkgFSFile<Context>>;
     using FileName = boost::shared_ptr<IPkgFSFileName<Context>>;
 
@@ -77,7 +81,7 @@ class QCF_API ZipPkgFile : public ZipPkgEntry<Context>, public virtual BasePkgFi
     // Closes and deletes the file.
     void discard();
 
-   private:
+  private:
     ZipPackage<Context>* fPackage;  // not owned
     HiddenState fHiddenState = Counted;
     File fFile;

@@ -14,10 +14,10 @@ namespace pkg::zip {
 // Where a stream's bytes come from or go to, and the state of zlib on the way.
 template <class Context = AppContext>
 class ZipPkgStreamData {
- public:
+public:
   virtual ~ZipPkgStreamData();
 
- protected:
+protected:
   static constexpr int kBlock = 4096;  // bytes of compressed data moved at a time
 
   ZipPkgStreamData() = default;
@@ -37,14 +37,14 @@ class ZipPkgStreamData {
   std::int32_t fDeflateResult = Z_OK;
 };
 
-// The stream buffer of one entry: it either reads or writes. There is no put area, and the get area holds a few bytes
-// only: bulk transfers go between the file or zlib and the caller's memory. zlib is the reference for the
-// codec (RFC 1951, raw).
-template <class Context = AppContext>
+// The stream buffer of one entry: it either reads or writes. There is no put area, and the get area
+// holds a few bytes only: bulk transfers go between the file or zlib and the caller's memory. zlib
+// is the reference for the codec (RFC 1951, raw).
+template <class Context>
 class ZipPkgStreamBuf
     : public std::basic_streambuf<typename Context::CharType, typename Context::TraitsType>,
       public ZipPkgStreamData<Context> {
- public:
+public:
   using Traits = typename Context::TraitsType;
   using int_type = typename Traits::int_type;
   using pos_type = typename Traits::pos_type;
@@ -54,7 +54,7 @@ class ZipPkgStreamBuf
   ZipPkgStreamBuf(ZipPkgFile<Context>* entry, openmode mode, bool raw);
   ~ZipPkgStreamBuf() override = default;
 
- protected:
+protected:
   pos_type seekoff(off_type offset, std::ios_base::seekdir direction, openmode which) override;
   pos_type seekpos(pos_type position, openmode which) override;
   std::streamsize xsgetn(char* destination, std::streamsize count) override;
@@ -62,7 +62,7 @@ class ZipPkgStreamBuf
   std::streamsize xsputn(const char* source, std::streamsize count) override;
   int_type overflow(int_type c) override;
 
- private:
+private:
   friend class ZipPkgStream<Context>;
   friend class ZipPkgFile<Context>;
 
@@ -99,8 +99,11 @@ class ZipPkgStreamBuf
 
   // Writing.
   std::streamsize put(const char* source, std::streamsize count);
-  void writeOut(const char* source, int count);
-  int deflateInto(int flush);
+  std::streamsize deflateBytes(const char* source, std::streamsize count);
+  void deflateBlock(int flush);
+  // Whether the update that a direct stream writes for has been given up: what it wrote belongs to
+  // no record.
+  bool isOrphan() const { return fRecord != nullptr && fRecord != fEntry->fWriteCentral; }
 
   // Closing.
   void end();
@@ -117,6 +120,7 @@ class ZipPkgStreamBuf
   bool fRaw;
   bool fOpen = true;
   bool fInTemp = false;
+  ZpCentralDirEntry<Context>* fRecord = nullptr;  // of a direct stream, not owned
   char fGetArea[kPutback + kGetData];
   std::int64_t fPos = 0;   // entry bytes moved past the get area
   std::int64_t fSize = 0;  // of the stream, in entry bytes
@@ -126,7 +130,7 @@ class ZipPkgStreamBuf
 // An iostream on the bytes of one entry.
 template <class Context>
 class QCF_API ZipPkgStream : public BasePkgStream<Context> {
- public:
+public:
   // Made by ZipPkgFile::open, which also prepares what it needs.
   ZipPkgStream(ZipPkgFile<Context>* entry, std::ios_base::openmode mode, bool raw);
   ~ZipPkgStream() override;
@@ -134,8 +138,13 @@ class QCF_API ZipPkgStream : public BasePkgStream<Context> {
   void close() override;
   IPkgFile<Context>* getFile() override { return fBuf.fEntry; }
 
- private:
+private:
   friend class ZipPkgFile<Context>;
+
+  bool writes() const { return (fBuf.fMode & std::ios_base::out) != 0; }
+  // Cuts the stream off from an entry that goes: it is closed from now on.
+  void detach();
+  void dropBuffer();
 
   ZipPkgStreamBuf<Context> fBuf;
 };

@@ -15,11 +15,11 @@ namespace pkg::zip {
 template <class Context = AppContext>
 class ZipPackage;
 
-// One central directory record: the header as in the file, its variable parts, and the true 64-bit numbers. A 32-bit
-// field of the header holds all ones where the number is in the Zip64 block.
+// One central directory record: the header as in the file, its variable parts, and the true 64-bit
+// numbers. A 32-bit field of the header holds all ones where the number is in the Zip64 block.
 template <class Context = AppContext>
 class ZpCentralDirEntry {
- public:
+public:
   using String = typename Context::String;
   template <class T>
   struct MyArrayDeleter {
@@ -32,11 +32,12 @@ class ZpCentralDirEntry {
   ZpCentralDirEntry(const ZpCentralDirEntry& other);
   ZpCentralDirEntry& operator=(const ZpCentralDirEntry&) = delete;
 
-  // Reads the record at the file's position and leaves the position behind its comment. Sets the entry's type and
-  // creator in the package's properties where there is a block of them. Raises PackageIOException 2 to 6.
+  // Reads the record at the file's position and leaves the position behind its comment. Sets the
+  // entry's type and creator in the package's properties where there is a block of them. Raises
+  // PackageIOException 2 to 6.
   void readCDH(IPkgFSFileCommon* file, ZipPackage<Context>* package);
-  // Writes the record at the file's position, date, time, type and creator taken from the package's properties.
-  // Changes the extra field in memory to what was written.
+  // Writes the record at the file's position, date, time, type and creator taken from the package's
+  // properties. Changes the extra field in memory to what was written.
   void writeCDH(IPkgFSFileCommon* file, ZipPackage<Context>* package);
 
   // The path. Raises 4 for a record without a name, which no package can hold.
@@ -45,8 +46,8 @@ class ZpCentralDirEntry {
   void setName(const String& name);
   // Bytes of the record on disk, as its header has them.
   std::uint64_t sizeOnDisk() const;
-  // Stores the final numbers, in the header with all ones where they are large, and settles versions and
-  // Zip64 block.
+  // Stores the final numbers, in the header with all ones where they are large, and settles
+  // versions and Zip64 block.
   void setFinalNumbers(std::uint64_t uncompressedSize, std::uint64_t compressedSize);
 
   CentralDirHeader fHeader;
@@ -57,7 +58,7 @@ class ZpCentralDirEntry {
   std::uint64_t fCompressedSize = 0;
   std::uint64_t fLocalOffset = 0;
 
- private:
+private:
   using Deleter = MyArrayDeleter<char>;
 
   void readExtraField(ZipPackage<Context>* package);
@@ -70,11 +71,11 @@ class ZpCentralDirEntry {
   std::uint32_t fExtraBytes = 0;  // what fExtra holds; the header may count more
 };
 
-// A central directory with its end records, as the file says it or as it is being built. Records stay in the order
-// of the file.
+// A central directory with its end records, as the file says it or as it is being built. Records
+// stay in the order of the file.
 template <class Context = AppContext>
 class ZpCentralDir {
- public:
+public:
   using Entry = ZpCentralDirEntry<Context>;
   using EntryPtr = boost::shared_ptr<Entry>;
   using Entries = std::vector<EntryPtr, ZipAllocator<EntryPtr, typename Context::AllocPolicy>>;
@@ -93,9 +94,10 @@ class ZpCentralDir {
   ZpCentralDir(const ZpCentralDir&) = delete;
   ZpCentralDir& operator=(const ZpCentralDir&) = delete;
 
-  // The three steps of reading, in this order. The end record that stands nearest to the end of the file is taken,
-  // unchecked. The comment becomes a property of the package, dates and times become properties of the entries.
-  // Raises PackageIOException 10, 6 and PackageException 11; 12 to 15; 9 and what readCDH raises.
+  // The three steps of reading, in this order. The end record that stands nearest to the end of the
+  // file is taken, unchecked. The comment becomes a property of the package, dates and times become
+  // properties of the entries. Raises PackageIOException 10, 6 and PackageException 11; 12 to 15; 9
+  // and what readCDH raises.
   void readECD(IPkgFSFileCommon* file, ZipPackage<Context>* package);
   void readZip64Data(IPkgFSFileCommon* file);
   void readCDEntries(IPkgFSFileCommon* file, ZipPackage<Context>* package);
@@ -119,7 +121,7 @@ class ZpCentralDir {
   std::uint64_t fDirectoryOffset = 0;
   Entries fEntries;
 
- private:
+private:
   long long findEndRecord(IPkgFSFileCommon* file, long long position);
   void readComment(IPkgFSFileCommon* file, ZipPackage<Context>* package, long long position);
   void takeNumbersOfEnd();

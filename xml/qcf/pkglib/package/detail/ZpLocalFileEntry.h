@@ -13,7 +13,7 @@ namespace pkg::zip {
 // An entry's local header, with its data descriptor where it has one.
 template <class Context = AppContext>
 class ZpLocalFileEntry {
- public:
+public:
   using String = typename Context::String;
   template <class T>
   struct MyArrayDeleter {
@@ -22,19 +22,20 @@ class ZpLocalFileEntry {
 
   // A header to be read by readLFH.
   ZpLocalFileEntry() = default;
-  // The header of an entry to be written. Zip64 where a size of the record is large: its room is settled here.
+  // The header of an entry to be written. Zip64 where a size of the record is large: its room is
+  // settled here.
   ZpLocalFileEntry(const ZpCentralDirEntry<Context>& record, ZipPackage<Context>* package);
   ZpLocalFileEntry(const ZpLocalFileEntry&) = delete;
   ZpLocalFileEntry& operator=(const ZpLocalFileEntry&) = delete;
 
-  // Reads header and name at the file's position, not the bytes of the extra field. Raises PackageIOException 2, 8
-  // and 4.
+  // Reads header and name at the file's position, not the bytes of the extra field. Raises
+  // PackageIOException 2, 8 and 4.
   void readLFH(IPkgFSFileCommon* file);
-  // Writes header, name and extra field at the file's position, with date, time, type and creator from the package's
-  // properties.
+  // Writes header, name and extra field at the file's position, with date, time, type and creator
+  // from the package's properties.
   void writeLFH(IPkgFSFileCommon* file, ZipPackage<Context>* package);
-  // Brings CRC and sizes up to the record's; returns whether the header on disk is out of date. Raises 7 for a size
-  // above 32 bits without Zip64, 17 when `sizesAreFinal` and the sizes differ.
+  // Brings CRC and sizes up to the record's; returns whether the header on disk is out of date.
+  // Raises 7 for a size above 32 bits without Zip64, 17 when `sizesAreFinal` and the sizes differ.
   bool updateFromCDEntry(bool sizesAreFinal, const ZpCentralDirEntry<Context>& record);
 
   // Writes the data descriptor at the file's position.
@@ -48,7 +49,7 @@ class ZpLocalFileEntry {
 
   LocalFileHeader fHeader;
 
- private:
+private:
   using Deleter = MyArrayDeleter<char>;
 
   std::string composeExtraField(const String& typeAndCreator);

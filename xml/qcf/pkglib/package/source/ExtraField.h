@@ -7,11 +7,12 @@
 
 namespace pkg::zip {
 
-// Walks the blocks of an extra field. The walk ends where fewer than four bytes remain, or where a block's body
-// reaches or passes the end.
+// Walks the blocks of an extra field. The walk ends where fewer than four bytes remain, or where a
+// block's body reaches or passes the end.
 class ExtraFieldWalk {
- public:
-  // `length` bytes at `field`; `available` bounds what may be read of a body that runs past the length.
+public:
+  // `length` bytes at `field`; `available` bounds what may be read of a body that runs past the
+  // length.
   ExtraFieldWalk(char* field, std::size_t length, std::size_t available)
       : fField(field), fEnd(length < available ? length : available), fAvailable(available) {}
   ExtraFieldWalk(char* field, std::size_t length) : ExtraFieldWalk(field, length, length) {}
@@ -23,7 +24,7 @@ class ExtraFieldWalk {
       return false;
     }
     ExtraDataHeader header;
-    std::memcpy(&header, fField + fPosition, sizeof header);
+    std::memcpy(static_cast<void*>(&header), fField + fPosition, sizeof header);
     fHeader = header.byteswap();
     fNext = fPosition + sizeof header + fHeader.size;
     return true;
@@ -41,7 +42,7 @@ class ExtraFieldWalk {
   char* block() const { return fField + fPosition; }
   char* body() const { return block() + sizeof(ExtraDataHeader); }
 
- private:
+private:
   char* fField;
   std::size_t fEnd;
   std::size_t fAvailable;

@@ -27,7 +27,8 @@ unsigned char decodePair(char high, char low) {
 
 void decode(const char* text, std::size_t count, void* data) {
   auto* bytes = static_cast<unsigned char*>(data);
-  for (std::size_t i = 0; i < count; ++i) bytes[i] = decodePair(text[2 * i], text[2 * i + 1]);
+  for (std::size_t i = 0; i < count; ++i)
+    bytes[i] = decodePair(text[2 * i], text[2 * i + 1]);
 }
 
 }  // namespace pkg::hex

@@ -8,7 +8,8 @@
 
 namespace pkg {
 
-// The number of a failure. Contiguous, part of the interface: a client switches on it and words its own message.
+// The number of a failure. Contiguous, part of the interface: a client switches on it and words its
+// own message.
 enum PkgLib_Package_Error : std::int32_t {
   PkgLib_Err_None = 0,
   PkgLib_Err_OutOfMemory = 1,
@@ -72,24 +73,25 @@ QCF_API const char* errorMessage(PkgLib_Package_Error code) noexcept;
 // A failed operation of the library: a misuse, or a package in the wrong state.
 template <class String = std::string>
 class QCF_API PackageException : public std::exception {
- public:
-  // Takes the message from sErrMsg. A number outside 0 to 50 is kept as it is and has the text of code 50.
+public:
+  // Takes the message from sErrMsg. A number outside 0 to 50 is kept as it is and has the text of
+  // code 50.
   explicit PackageException(PkgLib_Package_Error code)
       : fMessage(errorMessage(code)), fCode(code) {}
   ~PackageException() noexcept override = default;
 
-  // The text, valid for as long as this exception and, for a text of the operating system, until the next
-  // failing system call of the thread.
+  // The text, valid for as long as this exception and, for a text of the operating system, until
+  // the next failing system call of the thread.
   const char* what() const noexcept override {
     return fMessage != nullptr ? fMessage : fOwnMessage.c_str();
   }
   virtual PkgLib_Package_Error getErrorCode() { return fCode; }
 
- protected:
+protected:
   PackageException(PkgLib_Package_Error code, const char* message)
       : fMessage(message), fCode(code) {}
 
- private:
+private:
   const char* fMessage;  // not owned; null when fOwnMessage holds the text
   String fOwnMessage;
   PkgLib_Package_Error fCode;
@@ -98,7 +100,7 @@ class QCF_API PackageException : public std::exception {
 // A failure of the stored data or of the file below it.
 template <class String = std::string>
 class QCF_API PackageIOException : public PackageException<String> {
- public:
+public:
   explicit PackageIOException(PkgLib_Package_Error code) : PackageException<String>(code) {}
 
   // `message` is kept as a pointer, not copied: code 50 with the text that strerror returned.
@@ -107,8 +109,8 @@ class QCF_API PackageIOException : public PackageException<String> {
   ~PackageIOException() noexcept override = default;
 };
 
-// Raises code 50 with the system's text for `systemError`, which the caller has read from errno right after the
-// call that failed.
+// Raises code 50 with the system's text for `systemError`, which the caller has read from errno
+// right after the call that failed.
 [[noreturn]] QCF_API void throwSystemError(int systemError);
 
 extern template class PackageException<std::string>;

@@ -13,7 +13,7 @@ enum class State { SegmentStart, Dot, DotDot, Name };
 
 // Scans a path once and keeps the segments that survive, each with its own separator.
 class PathReducer {
- public:
+public:
   PathReducer(const std::string& path, const PathCharacters& characters)
       : fPath(path), fCharacters(characters) {
     fKept.reserve(10);
@@ -40,7 +40,8 @@ class PathReducer {
   std::string join(bool keepRoot) const {
     std::string result;
     result.reserve(fPath.size() + 1);
-    for (const Segment& segment : fKept) result.append(fPath, segment.start, segment.length);
+    for (const Segment& segment : fKept)
+      result.append(fPath, segment.start, segment.length);
     if (result.empty()) return std::string(1, fCharacters.separator);
     if (keepRoot && fPath.front() == fCharacters.separator) {
       result.insert(result.begin(), fCharacters.separator);
@@ -48,7 +49,7 @@ class PathReducer {
     return result;
   }
 
- private:
+private:
   struct Segment {
     std::size_t start;
     std::size_t length;

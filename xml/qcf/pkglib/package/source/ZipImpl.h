@@ -4,9 +4,9 @@
 
 #include "package/detail/Visibility.h"
 
-// The records of a ZIP file, byte for byte as they stand in it: APPNOTE.TXT of PKWARE, one disk, with Zip64. All
-// numbers are little-endian in the file; byteswap() converts a record between file order and host order and is its
-// own inverse. calcStructSize() is the size on disk in bytes.
+// The records of a ZIP file, byte for byte as they stand in it: APPNOTE.TXT of PKWARE, one disk,
+// with Zip64. All numbers are little-endian in the file; byteswap() converts a record between file
+// order and host order and is its own inverse. calcStructSize() is the size on disk in bytes.
 
 namespace pkg::zip {
 
@@ -35,17 +35,22 @@ constexpr std::uint16_t kFlagMaximumDeflate = 0x0002;
 constexpr std::uint16_t kFlagDataDescriptor = 0x0008;
 constexpr std::uint16_t kFlagUTF8Name = 0x0800;
 
-// A number of this kind that is larger goes into a Zip64 field; the next value up is the marker for that.
+// A number of this kind that is larger goes into a Zip64 field; the next value up is the marker for
+// that.
 constexpr std::uint64_t kLargestSize = 0xFFFFFFFE;
 constexpr std::uint64_t kLargestEntryCount = 0xFFFE;
 
-constexpr bool isLarge(std::uint64_t sizeOrOffset) { return sizeOrOffset > kLargestSize; }
+constexpr bool isLarge(std::uint64_t sizeOrOffset) {
+  return sizeOrOffset > kLargestSize;
+}
 
 // A 32-bit number kept as two halves, low half first.
 constexpr std::uint32_t joinHalves(std::uint16_t low, std::uint16_t high) {
   return static_cast<std::uint32_t>(high) << 16 | low;
 }
-constexpr std::uint16_t lowHalf(std::uint32_t value) { return static_cast<std::uint16_t>(value); }
+constexpr std::uint16_t lowHalf(std::uint32_t value) {
+  return static_cast<std::uint16_t>(value);
+}
 constexpr std::uint16_t highHalf(std::uint32_t value) {
   return static_cast<std::uint16_t>(value >> 16);
 }
@@ -113,7 +118,8 @@ struct QCF_API LocalFileHeader {
   void setCRC32(std::uint32_t crc);
   void setSizes(std::uint32_t compressed, std::uint32_t uncompressed);
 
-  // Whether the first four bytes of a file, read into a host integer as they stand, begin a local header.
+  // Whether the first four bytes of a file, read into a host integer as they stand, begin a local
+  // header.
   static bool isSwappedSignature(unsigned int firstBytes);
 };
 
@@ -149,7 +155,8 @@ struct QCF_API Zip64EndCentralDirectory {
 
   Zip64EndCentralDirectory byteswap() const;
   std::uint16_t calcStructSize() const { return sizeof *this; }
-  // Takes the numbers of an end record, widened. The host byte of the version needed stays as it is.
+  // Takes the numbers of an end record, widened. The host byte of the version needed stays as it
+  // is.
   void updateFromECD(const EndCentralDirectory& end);
 };
 
@@ -187,8 +194,8 @@ struct QCF_API Zip64LocalExtendedInfo {
   std::uint16_t calcStructSize() const { return sizeof *this; }
 };
 
-// The Zip64 block of a central header at its largest. In a file the body holds only the fields whose 32-bit
-// counterpart is all ones, in this order and without a gap.
+// The Zip64 block of a central header at its largest. In a file the body holds only the fields
+// whose 32-bit counterpart is all ones, in this order and without a gap.
 struct QCF_API Zip64ExtendedInfo {
   std::uint16_t id;
   std::uint16_t size;  // 8 for each field present
@@ -226,19 +233,20 @@ struct QCF_API ExtraData_2705 {
   bool hasMark() const;
 };
 
-// The data descriptor behind an entry's data. A 32-bit one is the first 16 bytes, its sizes in 32 bits each.
+// The data descriptor behind an entry's data. A 32-bit one is the first 16 bytes, its sizes in 32
+// bits each.
 struct QCF_API DataDescriptor {
+  template <class Size>
+  struct Sizes {
+    Size compressed;
+    Size uncompressed;
+  };
+
   std::uint32_t signature;
   std::uint32_t crc32;
   union {
-    struct {
-      std::uint32_t compressed;
-      std::uint32_t uncompressed;
-    } sizes32;
-    struct {
-      std::uint64_t compressed;
-      std::uint64_t uncompressed;
-    } sizes64;
+    Sizes<std::uint32_t> sizes32;
+    Sizes<std::uint64_t> sizes64;
   };
 
   static constexpr int kSize32 = 16;
@@ -259,8 +267,8 @@ static_assert(sizeof(FileTypeAndCreator_2705) == 8);
 static_assert(sizeof(ExtraData_2705) == 16);
 static_assert(sizeof(DataDescriptor) == DataDescriptor::kSize64);
 
-// A calendar moment packed as DOSTime, years before 1980 as _dosTimeMin. Odd seconds are rounded down. Nothing is
-// validated: a number out of range runs over into its neighbour.
+// A calendar moment packed as DOSTime, years before 1980 as _dosTimeMin. Odd seconds are rounded
+// down. Nothing is validated: a number out of range runs over into its neighbour.
 QCF_API DOSTime dostime(int year, int month, int day, int hour, int minute, int second);
 
 // The system clock in the local time zone, rounded up to an even second.

@@ -25,7 +25,7 @@ const char* const sErrMsg[51] = {
     SAMPLE_TEXT("Bad Zip64 ECD signature"),
     SAMPLE_TEXT("Detected a Split Zip file"),
     SAMPLE_TEXT("Package already open"),  // 17
-    SAMPLE_TEXT("Bad LFH size value"),  // 18
+    SAMPLE_TEXT("Bad LFH size value"),    // 18
     SAMPLE_TEXT("NOT Implemented"),
     SAMPLE_TEXT("Not a Valid Package file"),  // 20
     SAMPLE_TEXT("Package Entry not found"),

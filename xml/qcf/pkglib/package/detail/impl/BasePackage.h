@@ -6,8 +6,8 @@ namespace pkg {
 
 template <class Context>
 BasePackage<Context>::BasePackage(const boost::shared_ptr<IPkgFSFileName<Context>>& name,
-                                  IPkgFileSystem<Context>* fileSystem,
-                                  const IPkgPolicies* policies, IXMLParser* parser)
+                                  IPkgFileSystem<Context>* fileSystem, const IPkgPolicies* policies,
+                                  IXMLParser* parser)
     : fOpenMode(),
       fUpdateMode(),
       fDefaultMethod(CompressionDeflated),

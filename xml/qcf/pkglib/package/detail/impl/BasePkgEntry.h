@@ -6,8 +6,8 @@
 namespace pkg {
 
 template <class Context>
-BasePkgEntry<Context>::BasePkgEntry(const String& name, PkgEntryType type,
-                                    CompressionMethod method, IPackage<Context>* package)
+BasePkgEntry<Context>::BasePkgEntry(const String& name, PkgEntryType type, CompressionMethod method,
+                                    IPackage<Context>* package)
     : fName(name), fType(type), fMethod(method), fPackage(package) {}
 
 template <class Context>

@@ -13,8 +13,8 @@ BasePkgFSFile<Context>::~BasePkgFSFile() {
   if (fIsOpen && fStream != nullptr) std::fclose(fStream);
 }
 
-// fclose frees its stream even when it fails. What it would fail at is flushed before, so that after such a failure
-// the stream is still there for the destructor.
+// fclose frees its stream even when it fails. What it would fail at is flushed before, so that
+// after such a failure the stream is still there for the destructor.
 template <class Context>
 void BasePkgFSFile<Context>::close() {
   if (fStream == nullptr) throwSystemError(EBADF);

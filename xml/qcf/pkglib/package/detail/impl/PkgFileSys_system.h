@@ -105,7 +105,7 @@ typename Context::String BasePkgFileSystem<Context>::nextTempName() {
 
 // Takes a new file's descriptor and, unless it is kept, the file itself away.
 class NewTempFile {
- public:
+public:
   NewTempFile(int descriptor, const char* path) : fDescriptor(descriptor), fPath(path) {}
   ~NewTempFile() { discard(); }
   NewTempFile(const NewTempFile&) = delete;
@@ -125,7 +125,7 @@ class NewTempFile {
     fPath = nullptr;
   }
 
- private:
+private:
   int fDescriptor;
   const char* fPath;
 };

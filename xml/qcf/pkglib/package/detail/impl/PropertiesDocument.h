@@ -19,14 +19,16 @@ constexpr GenericPropertyKey kGenericPropertyKeys[] = {
     {QCFPropertyMacCreator, "mac_creator"},
 };
 
-// --- Writing ---------------------------------------------------------------------------------------------------
+// --- Writing
+// ---------------------------------------------------------------------------------------------------
 
 template <class Context>
 std::size_t PkgPropertyMgr<Context>::countGenericProperties() const {
   std::size_t count = 0;
   for (const auto& [path, ofPath] : properties) {
     if (path == fPkgPath) continue;
-    for (const auto& [name, element] : ofPath) count += isGenericProperty(name) ? 1 : 0;
+    for (const auto& [name, element] : ofPath)
+      count += isGenericProperty(name) ? 1 : 0;
   }
   return count;
 }
@@ -37,8 +39,8 @@ void PkgPropertyMgr<Context>::removeDocument() {
   package->getFile(fPropertiesXMLFilePath, true)->remove();
 }
 
-// One entry of the document; nothing for an entry without generic properties. Texts go out as they stand, up to
-// their first NUL: nothing is escaped.
+// One entry of the document; nothing for an entry without generic properties. Texts go out as they
+// stand, up to their first NUL: nothing is escaped.
 template <class Context, class Properties>
 void writeEntryProperties(std::ostream& out, const typename Context::String& path,
                           const Properties& ofPath) {
@@ -76,7 +78,8 @@ void PkgPropertyMgr<Context>::writeGenericProperties() {
   out->close();
 }
 
-// --- Reading ---------------------------------------------------------------------------------------------------
+// --- Reading
+// ---------------------------------------------------------------------------------------------------
 
 template <class Context>
 void PkgPropertyMgr<Context>::readGenericProperties() {

@@ -39,7 +39,8 @@ boost::shared_array<char> readText(IPkgFSFileCommon* file, std::uint16_t length,
   return text;
 }
 
-// --- End records -----------------------------------------------------------------------------------------------
+// --- End records
+// -----------------------------------------------------------------------------------------------
 
 template <class Context>
 void ZpCentralDir<Context>::readECD(IPkgFSFileCommon* file, ZipPackage<Context>* package) {
@@ -48,7 +49,8 @@ void ZpCentralDir<Context>::readECD(IPkgFSFileCommon* file, ZipPackage<Context>*
   const long long position = file->tell();
   if (!readFully(file, &fEnd, sizeof fEnd)) throw PackageIOException<>(PkgLib_Err_ReadECD);
   if (fEnd.byteswap().signature == kEndCentralDirectorySignature) {
-    fEnd = fEnd.byteswap();  // the comment, should the record speak of one, would lie beyond the file
+    fEnd =
+        fEnd.byteswap();  // the comment, should the record speak of one, would lie beyond the file
   } else {
     const long long found = findEndRecord(file, position);
     fEnd = fEnd.byteswap();
@@ -57,8 +59,8 @@ void ZpCentralDir<Context>::readECD(IPkgFSFileCommon* file, ZipPackage<Context>*
   takeNumbersOfEnd();
 }
 
-// Scans backward from `position` to offset 3 of the file, in slices that overlap by three bytes, for the last end
-// signature. Reads that record and returns where it stands.
+// Scans backward from `position` to offset 3 of the file, in slices that overlap by three bytes,
+// for the last end signature. Reads that record and returns where it stands.
 template <class Context>
 long long ZpCentralDir<Context>::findEndRecord(IPkgFSFileCommon* file, long long position) {
   constexpr int kSlice = 4096;
@@ -103,8 +105,8 @@ void ZpCentralDir<Context>::takeNumbersOfEnd() {
 
 template <class Context>
 void ZpCentralDir<Context>::readZip64Data(IPkgFSFileCommon* file) {
-  // All ones in 64 bits: no number that came from an end record's narrower fields is that, so a package is always
-  // read through those.
+  // All ones in 64 bits: no number that came from an end record's narrower fields is that, so a
+  // package is always read through those.
   constexpr std::uint64_t kMarker = ~std::uint64_t{0};
   if (fEntryCount != kMarker && fDirectorySize != kMarker && fDirectoryOffset != kMarker) return;
 
@@ -134,7 +136,8 @@ void ZpCentralDir<Context>::readZip64Data(IPkgFSFileCommon* file) {
   fDirectoryOffset = fZip64End.directoryOffset;
 }
 
-// --- Records ---------------------------------------------------------------------------------------------------
+// --- Records
+// ---------------------------------------------------------------------------------------------------
 
 template <class Context>
 void ZpCentralDir<Context>::readCDEntries(IPkgFSFileCommon* file, ZipPackage<Context>* package) {
@@ -200,15 +203,15 @@ void ZpCentralDirEntry<Context>::readExtraField(ZipPackage<Context>* package) {
       if (!block.hasMark()) continue;
       package->getPropertyMgr()->setZipProperty(
           getPath(), QCFPropertyZipTypeCreator,
-          BasePkgHexStrings<Context>::getInstance()->encodeHexString(
-              &block.typeAndCreator, sizeof block.typeAndCreator),
+          BasePkgHexStrings<Context>::getInstance()->encodeHexString(&block.typeAndCreator,
+                                                                     sizeof block.typeAndCreator),
           true);
     }
   }
 }
 
-// The body holds the numbers whose 32-bit field is all ones, one behind the other. A number that the end of the extra
-// field cuts off is passed over, and the next is looked for behind it.
+// The body holds the numbers whose 32-bit field is all ones, one behind the other. A number that
+// the end of the extra field cuts off is passed over, and the next is looked for behind it.
 template <class Context>
 void ZpCentralDirEntry<Context>::readZip64Numbers(const char* body, std::size_t bodySize,
                                                   const char* end) {

@@ -13,7 +13,8 @@
 
 namespace pkg::zip {
 
-// --- The directory in memory -----------------------------------------------------------------------------------
+// --- The directory in memory
+// -----------------------------------------------------------------------------------
 
 template <class Context>
 typename ZpCentralDir<Context>::Entry* ZpCentralDir<Context>::find(const char* name) const {
@@ -69,15 +70,14 @@ void ZpCentralDirEntry<Context>::replaceExtra(const char* bytes, std::size_t cou
   fExtraBytes = static_cast<std::uint32_t>(count);
 }
 
-// --- Final numbers ---------------------------------------------------------------------------------------------
+// --- Final numbers
+// ---------------------------------------------------------------------------------------------
 
-// The Zip64 block in memory has a fixed place for each number, and its size counts only those that are there;
-// writeCDH packs it.
+// The Zip64 block in memory has a fixed place for each number, and its size counts only those that
+// are there; writeCDH packs it.
 class Zip64BlockBuilder {
- public:
-  Zip64BlockBuilder() {
-    fBlock.id = kZip64ExtraId;
-  }
+public:
+  Zip64BlockBuilder() { fBlock.id = kZip64ExtraId; }
 
   // The 32-bit field of `number`, which goes to `place` in the block where it is large.
   std::uint32_t field(std::uint64_t number, std::uint64_t Zip64ExtendedInfo::*place) {
@@ -99,7 +99,7 @@ class Zip64BlockBuilder {
     return onDisk;
   }
 
- private:
+private:
   Zip64ExtendedInfo fBlock{};
 };
 
@@ -122,7 +122,8 @@ void ZpCentralDirEntry<Context>::setFinalNumbers(std::uint64_t uncompressedSize,
   fHeader.extraLength = zip64.extraLength();
 }
 
-// --- Writing a record ------------------------------------------------------------------------------------------
+// --- Writing a record
+// ------------------------------------------------------------------------------------------
 
 template <class Context>
 void ZpCentralDirEntry<Context>::writeCDH(IPkgFSFileCommon* file, ZipPackage<Context>* package) {
@@ -158,8 +159,8 @@ std::uint16_t ZpCentralDirEntry<Context>::adjustedExtraLength(bool typed) const 
   return static_cast<std::uint16_t>(fHeader.extraLength + newBlock);
 }
 
-// The extra field as it goes to the file. The walk is as long as the adjusted length says: what lies beyond it, behind
-// a block that was dropped or cut, is not written.
+// The extra field as it goes to the file. The walk is as long as the adjusted length says: what
+// lies beyond it, behind a block that was dropped or cut, is not written.
 template <class Context>
 std::string ZpCentralDirEntry<Context>::composeExtraField(const String& typeAndCreator) const {
   const bool typed = !typeAndCreator.empty();
@@ -180,8 +181,8 @@ std::string ZpCentralDirEntry<Context>::composeExtraField(const String& typeAndC
   return out;
 }
 
-// Rebuilds the Zip64 block from the true numbers, packed from the start of a body of the old size. Where none is
-// large it is left out, though the extra length counts it.
+// Rebuilds the Zip64 block from the true numbers, packed from the start of a body of the old size.
+// Where none is large it is left out, though the extra length counts it.
 template <class Context>
 void ZpCentralDirEntry<Context>::appendZip64Block(std::string& out, const char* block) const {
   if (!isLarge(fUncompressedSize) && !isLarge(fCompressedSize) && !isLarge(fLocalOffset)) return;
@@ -202,7 +203,8 @@ void ZpCentralDirEntry<Context>::appendZip64Block(std::string& out, const char* 
   out += body;
 }
 
-// --- Writing the end -------------------------------------------------------------------------------------------
+// --- Writing the end
+// -------------------------------------------------------------------------------------------
 
 template <class Context>
 void ZpCentralDir<Context>::writeECD(IPkgFSFileCommon* file, ZipPackage<Context>* package) {

@@ -9,13 +9,15 @@
 
 namespace pkg::zip {
 
-// What the properties of an entry say of its headers. They outrank the records when these are written.
+// What the properties of an entry say of its headers. They outrank the records when these are
+// written.
 template <class Context>
 class ZpHeaderProperties {
- public:
+public:
   using String = typename Context::String;
 
-  // Sets date and time of `header` from the properties of `path`. The time is taken only where there is a date.
+  // Sets date and time of `header` from the properties of `path`. The time is taken only where
+  // there is a date.
   template <class Header>
   ZpHeaderProperties(PkgPropertyMgr<Context>* properties, const String& path, Header& header)
       : fTypeAndCreator(properties->getZipProperty(path, QCFPropertyZipTypeCreator, nullptr)) {
@@ -33,7 +35,7 @@ class ZpHeaderProperties {
     return BasePkgHexStrings<Context>::getInstance()->hexStringToI(text, word);
   }
 
- private:
+private:
   String fTypeAndCreator;
 };
 

@@ -79,7 +79,8 @@ char* ZpLocalFileEntry<Context>::findZip64Block() const {
   return nullptr;
 }
 
-// --- Writing ---------------------------------------------------------------------------------------------------
+// --- Writing
+// ---------------------------------------------------------------------------------------------------
 
 template <class Context>
 void ZpLocalFileEntry<Context>::writeLFH(IPkgFSFileCommon* file, ZipPackage<Context>* package) {
@@ -96,7 +97,8 @@ void ZpLocalFileEntry<Context>::writeLFH(IPkgFSFileCommon* file, ZipPackage<Cont
   writeAll<Context>(file, record);
 }
 
-// The extra field as it goes to the file. A block that is left out leaves no gap, and the header goes on counting it.
+// The extra field as it goes to the file. A block that is left out leaves no gap, and the header
+// goes on counting it.
 template <class Context>
 std::string ZpLocalFileEntry<Context>::composeExtraField(const String& typeAndCreator) {
   std::string out;
@@ -115,14 +117,14 @@ std::string ZpLocalFileEntry<Context>::composeExtraField(const String& typeAndCr
   return out;
 }
 
-// --- Final values ----------------------------------------------------------------------------------------------
+// --- Final values
+// ----------------------------------------------------------------------------------------------
 
 template <class Context>
 bool ZpLocalFileEntry<Context>::updateFromCDEntry(bool sizesAreFinal,
                                                   const ZpCentralDirEntry<Context>& record) {
   constexpr std::uint64_t kLargest32 = 0xFFFFFFFF;
-  if (!fIsZip64 &&
-      (record.fUncompressedSize > kLargest32 || record.fCompressedSize > kLargest32)) {
+  if (!fIsZip64 && (record.fUncompressedSize > kLargest32 || record.fCompressedSize > kLargest32)) {
     throw PackageException<>(PkgLib_Err_FileSizeTooBig);
   }
   const CentralDirHeader& central = record.fHeader;
