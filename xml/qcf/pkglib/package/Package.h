@@ -76,8 +76,7 @@ public:
   virtual std::int32_t getPolicy(Policies policy) const = 0;
 };
 
-// --- Files
-// -----------------------------------------------------------------------------------------------------
+// Files.
 
 // An open file. Errors of the operating system are raised as PackageIOException 50 with the
 // system's text.
@@ -150,8 +149,7 @@ public:
   virtual ~IPkgFileSystem() = default;
 };
 
-// --- Entries
-// ---------------------------------------------------------------------------------------------------
+// Entries.
 
 // A file or a directory inside a package. Held through SPRefType; must not be used after its
 // package is gone.
@@ -266,8 +264,7 @@ protected:
   ~IPkgEntryIteratorImpl() = default;
 };
 
-// --- Packages
-// --------------------------------------------------------------------------------------------------
+// Packages.
 
 // A package. Every operation but getPolicies and getPolicy raises 24 once the package is closed.
 template <class Context>

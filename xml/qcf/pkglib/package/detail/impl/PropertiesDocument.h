@@ -19,9 +19,6 @@ constexpr GenericPropertyKey kGenericPropertyKeys[] = {
     {QCFPropertyMacCreator, "mac_creator"},
 };
 
-// --- Writing
-// ---------------------------------------------------------------------------------------------------
-
 template <class Context>
 std::size_t PkgPropertyMgr<Context>::countGenericProperties() const {
   std::size_t count = 0;
@@ -77,9 +74,6 @@ void PkgPropertyMgr<Context>::writeGenericProperties() {
           "</pkgProperties>\n";
   out->close();
 }
-
-// --- Reading
-// ---------------------------------------------------------------------------------------------------
 
 template <class Context>
 void PkgPropertyMgr<Context>::readGenericProperties() {

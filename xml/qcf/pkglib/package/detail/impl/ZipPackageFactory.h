@@ -64,9 +64,6 @@ IPkgFileSystem<Context>* ZipPackageFactory<Context>::fileSystemOf(const FileName
   return fs != nullptr ? fs : fDefaultFileSystem;
 }
 
-// --- Opening
-// ---------------------------------------------------------------------------------------------------
-
 template <class Context>
 typename ZipPackageFactory<Context>::Package ZipPackageFactory<Context>::openPackage(
     const String& path, openmode mode, IPkgFileSystem<Context>* fs, const IPkgPolicies* policies,
@@ -99,9 +96,6 @@ typename ZipPackageFactory<Context>::Package ZipPackageFactory<Context>::createC
   package->setMIMEType(mimeType);
   return package;
 }
-
-// --- Recognising
-// -----------------------------------------------------------------------------------------------
 
 template <class Context>
 bool ZipPackageFactory<Context>::acceptPackage(const String& path, IPkgFileSystem<Context>* fs,

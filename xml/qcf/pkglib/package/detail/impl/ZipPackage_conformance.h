@@ -20,9 +20,6 @@ std::int32_t ZipPackage<Context>::checkConformance() {
   return fConformance;
 }
 
-// --- At open
-// ---------------------------------------------------------------------------------------------------
-
 template <class Context>
 void ZipPackage<Context>::applyMimetypeRules() {
   const std::int32_t policy = this->getPolicy(IPkgPolicies::PolicyConformance);
@@ -69,9 +66,6 @@ void ZipPackage<Context>::repairMimetype(const SPRefType<IPkgFile<Context>>& fil
   fMimetypeFirst = true;
 }
 
-// --- The type
-// --------------------------------------------------------------------------------------------------
-
 // The first word of a file.
 template <class Context>
 typename Context::String ZipPackage<Context>::readToken(IPkgFile<Context>& file) {
@@ -99,9 +93,6 @@ void ZipPackage<Context>::setMIMEType(const String& type) {
   *stream << Context::toUTF8(type).get();
   stream->close();
 }
-
-// --- Afterwards
-// ------------------------------------------------------------------------------------------------
 
 // In a package without content, the first file that is asked for has to be "mimetype".
 template <class Context>

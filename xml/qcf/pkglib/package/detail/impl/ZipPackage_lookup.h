@@ -120,9 +120,6 @@ SPRefType<IPkgDirectory<Context>> ZipPackage<Context>::getRootDirectory() const 
   return fRoot;
 }
 
-// --- The table
-// -------------------------------------------------------------------------------------------------
-
 // Adopts the birth reference of a new entry.
 template <class Context>
 SPRefType<IPkgEntry<Context>> ZipPackage<Context>::enter(ZipPkgEntry<Context>* entry) {

@@ -18,9 +18,6 @@ void ZipPackage<Context>::requireUpdate() const {
   if (!fInUpdate) throw PackageException<>(PkgLib_Err_UpdateNotInProgress);
 }
 
-// --- Beginning
-// -------------------------------------------------------------------------------------------------
-
 template <class Context>
 void ZipPackage<Context>::beginUpdate() {
   requireNoUpdate();
@@ -108,9 +105,6 @@ void ZipPackage<Context>::writeChangedEntries() {
   }
 }
 
-// --- In place
-// --------------------------------------------------------------------------------------------------
-
 template <class Context>
 void ZipPackage<Context>::doUNSAFEUpdateInPlace() {
   this->fUpdateMode = this->fOpenMode;
@@ -137,9 +131,6 @@ void ZipPackage<Context>::keepOldRecords() {
     entry->fWriteCentral = copy.get();
   }
 }
-
-// --- Ending
-// ----------------------------------------------------------------------------------------------------
 
 template <class Context>
 void ZipPackage<Context>::endUpdate() {
@@ -223,9 +214,6 @@ void ZipPackage<Context>::cancelUpdate() {
   this->fProperties->cancelUpdate();
 }
 
-// --- Saving and closing
-// ----------------------------------------------------------------------------------------
-
 template <class Context>
 void ZipPackage<Context>::saveAs(const String& name, openmode mode) {
   this->requireOpen();
@@ -262,9 +250,6 @@ void ZipPackage<Context>::closeWithoutSave() {
   }
   this->fIsOpen = false;
 }
-
-// --- Properties
-// ------------------------------------------------------------------------------------------------
 
 template <class Context>
 typename Context::String ZipPackage<Context>::getProperty(QCFPropertyName name) {

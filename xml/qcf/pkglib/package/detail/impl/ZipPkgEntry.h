@@ -58,9 +58,6 @@ ZipPackage<Context>* ZipPkgEntry<Context>::zipPackage() const {
   return static_cast<ZipPackage<Context>*>(this->fPackage);
 }
 
-// --- Being written
-// ---------------------------------------------------------------------------------------------
-
 template <class Context>
 void ZipPkgEntry<Context>::createZipData(bool copy) {
   ZipPackage<Context>* const package = zipPackage();
@@ -163,9 +160,6 @@ void ZipPkgEntry<Context>::cancelUpdate() {
   fWriteLocal.reset();
   fWriteCentral = nullptr;
 }
-
-// --- Change
-// ----------------------------------------------------------------------------------------------------
 
 template <class Context>
 void ZipPkgEntry<Context>::markChanged() {

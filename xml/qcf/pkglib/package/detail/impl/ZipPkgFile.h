@@ -27,9 +27,6 @@ bool ZipPkgFile<Context>::isMimetype() const {
   return this->fName == Context::fromUTF8(kMimetypeName);
 }
 
-// --- Sizes and properties
-// --------------------------------------------------------------------------------------
-
 template <class Context>
 std::uint32_t ZipPkgFile<Context>::getSize() const {
   return static_cast<std::uint32_t>(this->getSize64());
@@ -98,9 +95,6 @@ typename Context::String ZipPkgFile<Context>::resolvePath(const String& path) {
   return factory->canonicalize(absolute + path, true);
 }
 
-// --- Removal and conversion
-// ------------------------------------------------------------------------------------
-
 template <class Context>
 void ZipPkgFile<Context>::remove() {
   if (this->zipPackage()->isConforming() && isMimetype()) {
@@ -127,9 +121,6 @@ template <class Context>
 SPRefType<IPkgDirectory<Context>> ZipPkgFile<Context>::toDirectory() {
   throw PackageException<>(PkgLib_Err_UnsupportedOperation);
 }
-
-// --- The temporary file
-// ----------------------------------------------------------------------------------------
 
 template <class Context>
 void ZipPkgFile<Context>::MyTempFile::create(HiddenState state) {

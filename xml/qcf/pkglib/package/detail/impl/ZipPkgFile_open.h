@@ -85,9 +85,6 @@ std::unique_ptr<ZipPkgStream<Context>> ZipPkgFile<Context>::openSpool(
   return std::make_unique<ZipPkgStream<Context>>(this, mode, false);
 }
 
-// --- Copying into the output
-// -----------------------------------------------------------------------------------
-
 template <class Context>
 void ZipPkgFile<Context>::write() {
   const bool raw = !this->isModified() && !this->fQueued;
@@ -118,9 +115,6 @@ void ZipPkgFile<Context>::copyData(IPkgStream<Context>& from, IPkgStream<Context
     throw PackageIOException<>(PkgLib_Err_WritingFile);
   }
 }
-
-// --- Closing
-// ---------------------------------------------------------------------------------------------------
 
 template <class Context>
 void ZipPkgFile<Context>::streamClosed(ZipPkgStream<Context>* stream) {

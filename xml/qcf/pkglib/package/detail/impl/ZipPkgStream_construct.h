@@ -86,9 +86,6 @@ void ZipPkgStreamBuf<Context>::startAt(std::int64_t dataStart) {
   this->fPlain = dataStart == 0;
 }
 
-// --- zlib
-// ------------------------------------------------------------------------------------------------------
-
 // Never null: what operator new raises goes through zlib to the caller. A lone structure is zlib's
 // own state, which is cleared so that deflateEnd can free one that an exception left half made.
 template <class Context>

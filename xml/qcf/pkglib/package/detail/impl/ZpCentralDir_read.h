@@ -39,9 +39,6 @@ boost::shared_array<char> readText(IPkgFSFileCommon* file, std::uint16_t length,
   return text;
 }
 
-// --- End records
-// -----------------------------------------------------------------------------------------------
-
 template <class Context>
 void ZpCentralDir<Context>::readECD(IPkgFSFileCommon* file, ZipPackage<Context>* package) {
   if (!file->isSeekable()) throw PackageIOException<>(PkgLib_Err_ReadECD);
@@ -135,9 +132,6 @@ void ZpCentralDir<Context>::readZip64Data(IPkgFSFileCommon* file) {
   fDirectorySize = fZip64End.directorySize;
   fDirectoryOffset = fZip64End.directoryOffset;
 }
-
-// --- Records
-// ---------------------------------------------------------------------------------------------------
 
 template <class Context>
 void ZpCentralDir<Context>::readCDEntries(IPkgFSFileCommon* file, ZipPackage<Context>* package) {

@@ -13,9 +13,6 @@
 
 namespace pkg::zip {
 
-// --- The directory in memory
-// -----------------------------------------------------------------------------------
-
 template <class Context>
 typename ZpCentralDir<Context>::Entry* ZpCentralDir<Context>::find(const char* name) const {
   const auto found = std::find_if(fEntries.begin(), fEntries.end(), CompareEntryName{name});
@@ -70,9 +67,6 @@ void ZpCentralDirEntry<Context>::replaceExtra(const char* bytes, std::size_t cou
   fExtraBytes = static_cast<std::uint32_t>(count);
 }
 
-// --- Final numbers
-// ---------------------------------------------------------------------------------------------
-
 // The Zip64 block in memory has a fixed place for each number, and its size counts only those that
 // are there; writeCDH packs it.
 class Zip64BlockBuilder {
@@ -121,9 +115,6 @@ void ZpCentralDirEntry<Context>::setFinalNumbers(std::uint64_t uncompressedSize,
   replaceExtra(reinterpret_cast<const char*>(&block), sizeof block);
   fHeader.extraLength = zip64.extraLength();
 }
-
-// --- Writing a record
-// ------------------------------------------------------------------------------------------
 
 template <class Context>
 void ZpCentralDirEntry<Context>::writeCDH(IPkgFSFileCommon* file, ZipPackage<Context>* package) {
@@ -202,9 +193,6 @@ void ZpCentralDirEntry<Context>::appendZip64Block(std::string& out, const char* 
   out.append(block, sizeof header);
   out += body;
 }
-
-// --- Writing the end
-// -------------------------------------------------------------------------------------------
 
 template <class Context>
 void ZpCentralDir<Context>::writeECD(IPkgFSFileCommon* file, ZipPackage<Context>* package) {

@@ -79,9 +79,6 @@ char* ZpLocalFileEntry<Context>::findZip64Block() const {
   return nullptr;
 }
 
-// --- Writing
-// ---------------------------------------------------------------------------------------------------
-
 template <class Context>
 void ZpLocalFileEntry<Context>::writeLFH(IPkgFSFileCommon* file, ZipPackage<Context>* package) {
   String typeAndCreator;
@@ -116,9 +113,6 @@ std::string ZpLocalFileEntry<Context>::composeExtraField(const String& typeAndCr
   }
   return out;
 }
-
-// --- Final values
-// ----------------------------------------------------------------------------------------------
 
 template <class Context>
 bool ZpLocalFileEntry<Context>::updateFromCDEntry(bool sizesAreFinal,
