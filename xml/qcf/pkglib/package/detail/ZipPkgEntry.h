@@ -50,6 +50,8 @@ protected:
   // Takes the entry's record out of the package where that can be written and read, else marks both
   // as changed; then marks the entry as deleted.
   void removeFromPackage();
+  // Lets go of records whose directories go, for clients that hold the entry longer.
+  void forgetRecords() { fReadCentral = fWriteCentral = nullptr; }
 
   std::unique_ptr<ZpLocalFileEntry<Context>> fReadLocal;
   std::unique_ptr<ZpLocalFileEntry<Context>> fWriteLocal;

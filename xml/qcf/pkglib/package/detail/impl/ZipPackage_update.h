@@ -1,5 +1,8 @@
 #pragma once
 
+#include <cstring>
+#include <iterator>
+
 #include <boost/make_shared.hpp>
 
 #include "package/detail/ZipPackage.h"

@@ -20,9 +20,10 @@ void ZipPkgDirectory<Context>::create() {
   if (!this->fDeleted && !(fUnstored && fUncreated)) {
     throw PackageException<>(PkgLib_Err_DirectoryExists);
   }
+  const ZipPackage<Context>* const package = this->zipPackage();
+  package->requireOpen();
   fUncreated = false;
   this->fDeleted = false;
-  const ZipPackage<Context>* const package = this->zipPackage();
   if (package->fInUpdate && package->fCurrentWriter == nullptr) {
     this->leaveQueue();
     write();
@@ -54,7 +55,6 @@ void ZipPkgDirectory<Context>::remove() {
 template <class Context>
 void ZipPkgDirectory<Context>::endUpdate() {
   fUnstored = fUncreated;
-  if (this->fWriteCentral == nullptr) return;
   this->fReadCentral = this->fWriteCentral;
   this->fWriteCentral = nullptr;
 }

@@ -148,9 +148,9 @@ template <class Context>
 void ZipPkgEntry<Context>::endUpdate() {
   this->fModified = false;
   if (fWriteLocal) fReadLocal = std::move(fWriteLocal);
-  if (fWriteCentral == nullptr) return;
-  fReadCentral = fWriteCentral;
+  fReadCentral = fWriteCentral;  // null for an entry that the new directory does not list
   fWriteCentral = nullptr;
+  if (fReadCentral == nullptr) return;
   fExpectedSize = static_cast<std::int64_t>(fReadCentral->fUncompressedSize);
   fExpectedCRC = fReadCentral->fHeader.crc32;
 }

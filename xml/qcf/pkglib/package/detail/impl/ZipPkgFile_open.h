@@ -15,6 +15,7 @@ boost::shared_ptr<IPkgStream<Context>> ZipPkgFile<Context>::open(std::ios_base::
   if ((mode & (ios_base::in | ios_base::out)) == 0) {
     throw PackageException<>(PkgLib_Err_BadArgument);
   }
+  this->zipPackage()->requireOpen();
   std::unique_ptr<ZipPkgStream<Context>> stream =
       (mode & ios_base::out) == 0 ? openForReading(mode, raw) : openForWriting(mode, raw);
   fStreams.push_back(stream.get());
