@@ -65,6 +65,10 @@ void ZipPackage<Context>::privateUpdate() {
 template <class Context>
 void ZipPackage<Context>::startUpdate(bool outputWritten) {
   constexpr std::size_t kRoom = 10;
+  // An end that failed has left the records of its directory, which goes now.
+  for (const auto& [path, handle] : fEntries) {
+    zipEntry(handle)->cancelUpdate();
+  }
   fOutCentralDir = std::make_unique<ZpCentralDir<Context>>(kRoom);
   fInUpdate = true;
   fCurrentWriter = nullptr;
@@ -125,7 +129,7 @@ void ZipPackage<Context>::doUNSAFEUpdateInPlace() {
 // The bytes of unchanged entries stay where they are, and so do their offsets.
 template <class Context>
 void ZipPackage<Context>::keepOldRecords() {
-  for (const auto& record : fCentralDir->fEntries) {
+  for (const auto& record : centralDir().fEntries) {
     const EntryHandle handle = getEntry(record.get());
     ZipPkgEntry<Context>* const entry = zipEntry(handle);
     if (entry->fDeleted || entry->fModified || entry->fWriteCentral != nullptr) continue;
@@ -187,10 +191,12 @@ void ZipPackage<Context>::adoptOutput() {
   fChangedEntries.clear();
   fQueuedEntries.clear();
   for (auto node = fEntries.begin(); node != fEntries.end();) {
-    if (node->second->isDeleted()) {
+    ZipPkgEntry<Context>* const entry = zipEntry(node->second);
+    if (entry->fDeleted) {
+      entry->forgetRecords();
       node = fEntries.erase(node);
     } else {
-      zipEntry(node->second)->endUpdate();
+      entry->endUpdate();
       ++node;
     }
   }
@@ -202,15 +208,13 @@ void ZipPackage<Context>::cancelUpdate() {
   fSaveAs = false;
   fInUpdate = false;
   for (const EntryHandle& handle : fQueuedEntries)
-    fEntries.erase(zipEntry(handle)->fName);
+    zipEntry(handle)->cancelUpdate();
+  fEntries.erase(zipEntry(handle)->fName);
   for (auto node = fEntries.begin(); node != fEntries.end();) {
     ZipPkgEntry<Context>* const entry = zipEntry(node->second);
-    if (entry->fWriteCentral != nullptr && entry->fReadCentral == nullptr) {
-      node = fEntries.erase(node);  // it came into being in this update
-    } else {
-      entry->cancelUpdate();
-      ++node;
-    }
+    const bool madeInUpdate = entry->fWriteCentral != nullptr && entry->fReadCentral == nullptr;
+    entry->cancelUpdate();
+    node = madeInUpdate ? fEntries.erase(node) : std::next(node);
   }
   fQueuedEntries.clear();
   fOutCentralDir.reset();
@@ -241,6 +245,7 @@ void ZipPackage<Context>::closeWithoutSave() {
   this->requireOpen();
   fCentralDir.reset();
   for (auto& [path, handle] : fEntries) {
+    zipEntry(handle)->fReadCentral = nullptr;
     auto* const file = dynamic_cast<ZipPkgFile<Context>*>(handle.get());
     if (file == nullptr) continue;
     file->closeStreams();
