@@ -1,0 +1,107 @@
+#pragma once
+
+#include <cerrno>
+#include <cstdlib>
+#include <filesystem>
+#include <stdexcept>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include <fcntl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include "support/TempDir.h"
+
+namespace support {
+
+// A program to run, found on PATH as a shell would.
+struct Command {
+  std::vector<std::string> arguments;                                 // the program first
+  std::string input = {};                                             // its standard input
+  std::filesystem::path folder = {};                                  // where it runs; empty: here
+  std::vector<std::pair<std::string, std::string>> environment = {};  // set on top of this one's
+};
+
+struct Finished {
+  int status = 0;  // its exit status; 128 + n when signal n ended it; 127 when it could not be run
+  std::string out;
+  std::string err;
+  bool succeeded() const { return status == 0; }
+};
+
+namespace detail {
+
+// In the child: only what is safe between fork and exec.
+inline void become(const Command& command, char* const* arguments, const int (&files)[3]) {
+  for (int descriptor = 0; descriptor < 3; ++descriptor) {
+    if (::dup2(files[descriptor], descriptor) < 0) ::_exit(127);
+  }
+  if (!command.folder.empty() && ::chdir(command.folder.c_str()) != 0) ::_exit(127);
+  for (const auto& [name, value] : command.environment)
+    ::setenv(name.c_str(), value.c_str(), 1);
+  ::execvp(arguments[0], arguments);
+  ::_exit(127);
+}
+
+inline int openOrThrow(const std::filesystem::path& path, int flags) {
+  const int file = ::open(path.c_str(), flags | O_CLOEXEC, 0600);
+  if (file < 0) throw std::runtime_error("cannot open " + path.string());
+  return file;
+}
+
+}  // namespace detail
+
+// Runs a program to its end and captures what it writes. Files stand in for pipes, so that no
+// amount of output can block it.
+inline Finished run(const Command& command) {
+  const TempDir capture;
+  capture.write("in", command.input);
+  const int files[3] = {
+      detail::openOrThrow(capture / "in", O_RDONLY),
+      detail::openOrThrow(capture / "out", O_WRONLY | O_CREAT | O_TRUNC),
+      detail::openOrThrow(capture / "err", O_WRONLY | O_CREAT | O_TRUNC),
+  };
+  std::vector<char*> arguments;
+  for (const std::string& argument : command.arguments)
+    arguments.push_back(const_cast<char*>(argument.c_str()));
+  arguments.push_back(nullptr);
+
+  const pid_t child = ::fork();
+  if (child == 0) detail::become(command, arguments.data(), files);
+  for (const int file : files)
+    ::close(file);
+  if (child < 0) throw std::runtime_error("cannot fork");
+  int status = 0;
+  while (::waitpid(child, &status, 0) < 0) {
+    if (errno != EINTR) throw std::runtime_error("cannot wait for " + command.arguments[0]);
+  }
+  Finished finished;
+  finished.status = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+  finished.out = capture.read("out");
+  finished.err = capture.read("err");
+  return finished;
+}
+
+// Runs a program that must succeed; returns its standard output. Raises std::runtime_error with
+// what it complained of.
+inline std::string mustRun(const Command& command) {
+  Finished finished = run(command);
+  if (!finished.succeeded()) {
+    throw std::runtime_error(command.arguments[0] + " ended with " +
+                             std::to_string(finished.status) + ": " + finished.err);
+  }
+  return std::move(finished.out);
+}
+
+// Runs a python3 script that must succeed, with sys.argv[1:] as given, in `folder`; returns its
+// standard output.
+inline std::string python(const std::string& script, const std::vector<std::string>& arguments = {},
+                          const std::filesystem::path& folder = {}) {
+  Command command{{"python3", "-c", script}, {}, folder, {}};
+  command.arguments.insert(command.arguments.end(), arguments.begin(), arguments.end());
+  return mustRun(command);
+}
+
+}  // namespace support
