@@ -1,0 +1,66 @@
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <vector>
+
+// Sound documents for tests. WAV files and stored packages are put together byte by byte, deflated
+// packages by Info-ZIP.
+
+// A folder that is gone when the test is.
+class Scratch {
+public:
+  Scratch();
+  ~Scratch();
+  Scratch(const Scratch&) = delete;
+  Scratch& operator=(const Scratch&) = delete;
+
+  std::string operator/(const std::string& name) const { return (fFolder / name).string(); }
+  const std::filesystem::path& folder() const { return fFolder; }
+
+private:
+  std::filesystem::path fFolder;
+};
+
+std::string little(std::uint64_t value, int bytes);
+std::string readFile(const std::string& path);
+void writeFile(const std::string& path, const std::string& bytes);
+
+// A chunk with its header. No padding byte, whatever the size.
+std::string chunk(const std::string& tag, const std::string& content,
+                  std::optional<std::uint32_t> size = std::nullopt);
+
+struct Wave {
+  std::uint16_t tag = 1;
+  std::uint16_t channels = 1;
+  std::uint32_t rate = 44100;
+  std::uint16_t bits = 16;
+  std::optional<std::uint16_t> blockAlign;  // else as channels and bits have it
+  std::string formatTail;                   // behind the first 16 bytes of the format chunk
+  std::string beforeFormat, beforeData;     // whole chunks
+  std::string data;
+  std::optional<std::uint32_t> dataSize;  // else that of the data
+
+  std::string formatChunk() const;
+  std::string bytes() const;
+};
+
+struct Entry {
+  std::string name;
+  std::string content;
+};
+
+// A ZIP file of stored entries.
+std::string storedPackage(const std::vector<Entry>& entries);
+// A sound document: the type, then the audio, both stored.
+std::string storedDocument(const std::string& wave);
+// The same by Info-ZIP, the audio deflated.
+void makeDeflatedDocument(const std::string& path, const std::string& wave);
+
+// The standard output of a command, which must succeed.
+std::string outputOf(const std::string& command);
+
+// `count` bytes without a pattern, always the same for a seed.
+std::string noise(std::size_t count, std::uint32_t seed);
