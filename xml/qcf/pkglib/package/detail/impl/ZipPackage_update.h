@@ -207,9 +207,10 @@ void ZipPackage<Context>::cancelUpdate() {
   requireUpdate();
   fSaveAs = false;
   fInUpdate = false;
-  for (const EntryHandle& handle : fQueuedEntries)
+  for (const EntryHandle& handle : fQueuedEntries) {
     zipEntry(handle)->cancelUpdate();
-  fEntries.erase(zipEntry(handle)->fName);
+    fEntries.erase(zipEntry(handle)->fName);
+  }
   for (auto node = fEntries.begin(); node != fEntries.end();) {
     ZipPkgEntry<Context>* const entry = zipEntry(node->second);
     const bool madeInUpdate = entry->fWriteCentral != nullptr && entry->fReadCentral == nullptr;
