@@ -1,43 +1,17 @@
 #include "Documents.h"
 
-#include <array>
-#include <cstdio>
-#include <fstream>
-#include <iterator>
 #include <random>
-#include <stdexcept>
 
-#include <stdlib.h>
 #include <zlib.h>
 
-Scratch::Scratch() {
-  std::string name = (std::filesystem::temp_directory_path() / "qsnd-test-XXXXXX").string();
-  if (mkdtemp(name.data()) == nullptr) throw std::runtime_error("mkdtemp");
-  fFolder = name;
-}
-
-Scratch::~Scratch() {
-  std::error_code ignored;
-  std::filesystem::remove_all(fFolder, ignored);
-}
+#include "support/Run.h"
+#include "support/TempDir.h"
 
 std::string little(std::uint64_t value, int bytes) {
   std::string text;
   for (int i = 0; i < bytes; ++i)
     text.push_back(static_cast<char>(value >> (8 * i)));
   return text;
-}
-
-std::string readFile(const std::string& path) {
-  std::ifstream file(path, std::ios::binary);
-  if (!file) throw std::runtime_error("cannot read " + path);
-  return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
-}
-
-void writeFile(const std::string& path, const std::string& bytes) {
-  std::ofstream file(path, std::ios::binary);
-  file << bytes;
-  if (!file.flush()) throw std::runtime_error("cannot write " + path);
 }
 
 std::string chunk(const std::string& tag, const std::string& content,
@@ -79,26 +53,14 @@ std::string storedDocument(const std::string& wave) {
   return storedPackage({{"mimetype", "application/x-qsnd"}, {"Mixdown.wav", wave}});
 }
 
-void makeDeflatedDocument(const std::string& path, const std::string& wave) {
-  const Scratch scratch;
-  writeFile(scratch / "mimetype", "application/x-qsnd");
-  writeFile(scratch / "Mixdown.wav", wave);
-  outputOf("cd " + scratch.folder().string() +
-           " && zip -q -X -0 made.zip mimetype && zip -q -X -9 made.zip Mixdown.wav");
-  std::filesystem::copy_file(scratch / "made.zip", path,
+void makeDeflatedDocument(const std::filesystem::path& path, const std::string& wave) {
+  const support::TempDir folder;
+  folder.write("mimetype", "application/x-qsnd");
+  folder.write("Mixdown.wav", wave);
+  support::mustRun({{"zip", "-q", "-X", "-0", "made.zip", "mimetype"}, {}, folder.path()});
+  support::mustRun({{"zip", "-q", "-X", "-9", "made.zip", "Mixdown.wav"}, {}, folder.path()});
+  std::filesystem::copy_file(folder / "made.zip", path,
                              std::filesystem::copy_options::overwrite_existing);
-}
-
-std::string outputOf(const std::string& command) {
-  FILE* const pipe = popen(command.c_str(), "r");
-  if (pipe == nullptr) throw std::runtime_error("cannot run " + command);
-  std::string output;
-  std::array<char, 4096> block;
-  while (const auto size = fread(block.data(), 1, block.size(), pipe)) {
-    output.append(block.data(), size);
-  }
-  if (pclose(pipe) != 0) throw std::runtime_error("failed: " + command);
-  return output;
 }
 
 std::string noise(std::size_t count, std::uint32_t seed) {

@@ -9,24 +9,7 @@
 // Sound documents for tests. WAV files and stored packages are put together byte by byte, deflated
 // packages by Info-ZIP.
 
-// A folder that is gone when the test is.
-class Scratch {
-public:
-  Scratch();
-  ~Scratch();
-  Scratch(const Scratch&) = delete;
-  Scratch& operator=(const Scratch&) = delete;
-
-  std::string operator/(const std::string& name) const { return (fFolder / name).string(); }
-  const std::filesystem::path& folder() const { return fFolder; }
-
-private:
-  std::filesystem::path fFolder;
-};
-
 std::string little(std::uint64_t value, int bytes);
-std::string readFile(const std::string& path);
-void writeFile(const std::string& path, const std::string& bytes);
 
 // A chunk with its header. No padding byte, whatever the size.
 std::string chunk(const std::string& tag, const std::string& content,
@@ -57,10 +40,7 @@ std::string storedPackage(const std::vector<Entry>& entries);
 // A sound document: the type, then the audio, both stored.
 std::string storedDocument(const std::string& wave);
 // The same by Info-ZIP, the audio deflated.
-void makeDeflatedDocument(const std::string& path, const std::string& wave);
-
-// The standard output of a command, which must succeed.
-std::string outputOf(const std::string& command);
+void makeDeflatedDocument(const std::filesystem::path& path, const std::string& wave);
 
 // `count` bytes without a pattern, always the same for a seed.
 std::string noise(std::size_t count, std::uint32_t seed);

@@ -16,6 +16,8 @@
 #include "QFL/Module.h"
 #include "QFL/Strings.h"
 #include "qvacore/Localizer.h"
+#include "support/Run.h"
+#include "support/TempDir.h"
 
 // While it is 0, allocations succeed. At 1 the next one fails, at 2 the one after it, and so on.
 static thread_local int tAllocationToFail = 0;
@@ -38,18 +40,18 @@ using ModulePtr = QFL::ObjectPtr<QFL::Module, QFL::AtomicValue>;
 namespace fs = std::filesystem;
 
 // A copy of the built bundle, at a path of its own.
-std::string copyOfBundle(const Scratch& scratch, const std::string& name) {
-  const fs::path bundle = scratch.folder() / name;
+std::string copyOfBundle(const support::TempDir& scratch, const std::string& name) {
+  const fs::path bundle = scratch / name;
   fs::copy(QSND_BUNDLE, bundle, fs::copy_options::recursive);
   return (bundle / "Contents/Linux/ImporterQSND.so").string();
 }
 
 void replaceIdentifier(const std::string& module) {
   const fs::path plist = fs::path(module).parent_path().parent_path() / "Info.plist";
-  std::string text = readFile(plist.string());
+  std::string text = support::readFile(plist);
   const std::string own = "com.mediakiln.importers.ImporterQSND";
   text.replace(text.find(own), own.size(), "com.mediakiln.importers.Other");
-  writeFile(plist.string(), text);
+  support::writeFile(plist, text);
 }
 
 // Watches the modules that a plug-in makes.
@@ -234,7 +236,7 @@ TEST_F(PluginEntry, Selector1LeavesAModuleThatOthersUse) {
 
 TEST_F(PluginEntry, UnloadingReleasesAModuleThatWasNotShutDown) {
   ModuleWatch watch;
-  const Scratch scratch;
+  const support::TempDir scratch;
   {
     const Plugin other(copyOfBundle(scratch, "Other.bundle"));
     imImportInfoRec info{};
@@ -246,7 +248,7 @@ TEST_F(PluginEntry, UnloadingReleasesAModuleThatWasNotShutDown) {
 
 TEST(PluginLoading, WithoutItsBundleSelector0StillGives400) {
   ModuleWatch watch;
-  const Scratch scratch;
+  const support::TempDir scratch;
   const std::string module = copyOfBundle(scratch, "Renamed.bundle");
   replaceIdentifier(module);
   const Plugin plugin(module);
@@ -274,7 +276,7 @@ TEST(PluginLoading, LoadsFromAnyFolderByAnyPath) {
 
 TEST(PluginLoading, TwoCopiesLiveIndependently) {
   ModuleWatch watch;
-  const Scratch scratch;
+  const support::TempDir scratch;
   const Plugin first(copyOfBundle(scratch, "First.bundle"));
   const Plugin second(copyOfBundle(scratch, "Second.bundle"));
   ASSERT_NE(first.entry(), second.entry());
@@ -302,7 +304,8 @@ TEST(PluginLoading, TwoCopiesLiveIndependently) {
 }
 
 TEST(PluginLoading, TheEntryIsTheOnlySymbol) {
-  const std::string symbols = outputOf("nm -D --defined-only " + Plugin::builtModule());
+  const std::string symbols =
+      support::mustRun({{"nm", "-D", "--defined-only", Plugin::builtModule()}});
   const auto space = symbols.find(' ');
   ASSERT_NE(space, std::string::npos);
   EXPECT_EQ(symbols.substr(space), " T xImportEntry\n");
@@ -334,7 +337,7 @@ protected:
     return result;
   }
 
-  Scratch scratch;
+  support::TempDir scratch;
   Plugin plugin;
   AlertRecorder alert;
   imIndFormatRec format{};
