@@ -22,6 +22,7 @@ public:
   using FileName = boost::shared_ptr<IPkgFSFileName<Context>>;
   using FileHandle = boost::shared_ptr<IPkgFSFile<Context>>;
   using Directory = SPRefType<IPkgDirectory<Context>>;
+  using Record = boost::shared_ptr<ZpCentralDirEntry<Context>>;
 
   // The package in an open file, whose mode, name and file system it takes. Raises what init
   // raises.
@@ -66,7 +67,7 @@ public:
                     const Directory& dir, const String& pattern) override;
 
   // The entry object of a record of the directory. Raises what a damaged local header raises.
-  SPRefType<IPkgEntry<Context>> getEntry(ZpCentralDirEntry<Context>* record);
+  SPRefType<IPkgEntry<Context>> getEntry(const Record& record);
   // Enters an entry, once, in the list of changed entries or, during an update, in the queue.
   void addNewEntry(ZipPkgEntry<Context>* entry);
   // Takes the first record of a name out of the directory that is being built, else of the one that

@@ -11,7 +11,8 @@ public:
   using String = typename Context::String;
 
   ZipPkgDirectory(const String& name, bool mustExist, ZipPackage<Context>* package);
-  ZipPkgDirectory(ZpCentralDirEntry<Context>* record, ZipPackage<Context>* package);
+  ZipPkgDirectory(const typename ZipPkgEntry<Context>::Record& record,
+                  ZipPackage<Context>* package);
 
   void create() override;
   void remove() override;

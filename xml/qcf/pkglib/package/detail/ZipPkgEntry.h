@@ -15,6 +15,7 @@ template <class Context = AppContext>
 class QCF_API ZipPkgEntry : public BasePkgEntry<Context> {
 public:
   using String = typename Context::String;
+  using Record = boost::shared_ptr<ZpCentralDirEntry<Context>>;
 
   ~ZipPkgEntry() override = default;
 
@@ -32,7 +33,7 @@ protected:
   // `mustExist` asks for one, and what readLFH raises.
   ZipPkgEntry(const String& name, bool mustExist, ZipPackage<Context>* package, PkgEntryType type);
   // By record. Raises 22 for a null package, and what readLFH raises.
-  ZipPkgEntry(ZpCentralDirEntry<Context>* record, ZipPackage<Context>* package, PkgEntryType type);
+  ZipPkgEntry(const Record& record, ZipPackage<Context>* package, PkgEntryType type);
 
   // Builds the record and the local header to be written, at the end of the output file; with
   // `copy` from the record as it stands. Raises 22 for a name of 65536 bytes or more.
@@ -40,9 +41,7 @@ protected:
 
   ZipPackage<Context>* zipPackage() const;
   // The record of the running update, else the one as the package stands; null for a new entry.
-  const ZpCentralDirEntry<Context>* currentCentral() const {
-    return fWriteCentral != nullptr ? fWriteCentral : fReadCentral;
-  }
+  const Record& currentCentral() const { return fWriteCentral ? fWriteCentral : fReadCentral; }
   // Marks the entry as changed or, during an update, as waiting for the output file.
   void markChanged();
   // Takes the entry out of the package's queue, now that it goes straight out.
@@ -50,19 +49,19 @@ protected:
   // Takes the entry's record out of the package where that can be written and read, else marks both
   // as changed; then marks the entry as deleted.
   void removeFromPackage();
-  // Lets go of records whose directories go, for clients that hold the entry longer.
-  void forgetRecords() { fReadCentral = fWriteCentral = nullptr; }
 
   std::unique_ptr<ZpLocalFileEntry<Context>> fReadLocal;
   std::unique_ptr<ZpLocalFileEntry<Context>> fWriteLocal;
-  ZpCentralDirEntry<Context>* fReadCentral = nullptr;   // owned by the package's directory
-  ZpCentralDirEntry<Context>* fWriteCentral = nullptr;  // owned by the update's directory
+  // Shared with the package's directory and the update's, so that a client may hold an entry longer
+  // than those.
+  Record fReadCentral;
+  Record fWriteCentral;
   std::int64_t fExpectedSize = 0;
   std::uint32_t fExpectedCRC = 0;
 
 private:
-  void bindToRecord(ZpCentralDirEntry<Context>* record);
-  boost::shared_ptr<ZpCentralDirEntry<Context>> makeNewRecord() const;
+  void bindToRecord(const Record& record);
+  Record makeNewRecord() const;
   void settleDescriptor(ZpLocalFileEntry<Context>& local, bool seekable);
   void settleDateTime(ZpLocalFileEntry<Context>& local);
   std::uint16_t dateTimeProperty(QCFPropertyName name, std::uint16_t now);

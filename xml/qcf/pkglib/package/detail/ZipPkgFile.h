@@ -22,7 +22,7 @@ public:
   using String = typename Context::String;
 
   ZipPkgFile(const String& name, bool mustExist, ZipPackage<Context>* package);
-  ZipPkgFile(ZpCentralDirEntry<Context>* record, ZipPackage<Context>* package);
+  ZipPkgFile(const typename ZipPkgEntry<Context>::Record& record, ZipPackage<Context>* package);
   // Deletes the temporary file. Its streams should be closed by then: one that is not is cut off.
   ~ZipPkgFile() override;
 

@@ -103,7 +103,7 @@ private:
   void deflateBlock(int flush);
   // Whether the update that a direct stream writes for has been given up: what it wrote belongs to
   // no record.
-  bool isOrphan() const { return fRecord != nullptr && fRecord != fEntry->fWriteCentral; }
+  bool isOrphan() const { return fRecord && fRecord != fEntry->fWriteCentral; }
 
   // Closing.
   void end();
@@ -120,7 +120,7 @@ private:
   bool fRaw;
   bool fOpen = true;
   bool fInTemp = false;
-  ZpCentralDirEntry<Context>* fRecord = nullptr;  // of a direct stream, not owned
+  typename ZipPkgEntry<Context>::Record fRecord;  // of a direct stream
   char fGetArea[kPutback + kGetData];
   std::int64_t fPos = 0;   // entry bytes moved past the get area
   std::int64_t fSize = 0;  // of the stream, in entry bytes

@@ -106,7 +106,7 @@ public:
   void writeECD(IPkgFSFileCommon* file, ZipPackage<Context>* package);
 
   // The first record of a name; null where there is none. A linear search: no index is kept.
-  Entry* find(const char* name) const;
+  EntryPtr find(const char* name) const;
   // Takes a record over and counts it.
   void append(const EntryPtr& entry);
   // Takes the first record of a name out and counts it off; its size stays counted.

@@ -39,8 +39,8 @@ PkgEntryType ZipPackage<Context>::entryExists(const String& path) {
   if (known != fEntries.end()) {
     return known->second->isDeleted() ? PkgEntryNone : known->second->getEntryType();
   }
-  const auto* const record = centralDir().find(Context::toUTF8(key).get());
-  if (record == nullptr) return PkgEntryNone;
+  const Record record = centralDir().find(Context::toUTF8(key).get());
+  if (!record) return PkgEntryNone;
   return isDirectoryName(record->fName.get()) ? PkgEntryDirectory : PkgEntryFile;
 }
 
@@ -109,7 +109,7 @@ SPRefType<IPkgDirectory<Context>> ZipPackage<Context>::makeDirectory(const Strin
   auto directory = std::make_unique<ZipPkgDirectory<Context>>(key, mustExist, this);
   if (!isDirectoryName(key.c_str())) throw PackageException<>(PkgLib_Err_BadArgument);
   directory->setCompressionMethod(CompressionStored);
-  directory->fUnstored = directory->fReadCentral == nullptr;
+  directory->fUnstored = !directory->fReadCentral;
   directory->fUncreated = directory->fUnstored;
   return enter(directory.release())->toDirectory();
 }
@@ -131,7 +131,7 @@ SPRefType<IPkgEntry<Context>> ZipPackage<Context>::enter(ZipPkgEntry<Context>* e
 // A name in the file is a key as it stands, canonical or not, and alone decides between file and
 // directory.
 template <class Context>
-SPRefType<IPkgEntry<Context>> ZipPackage<Context>::getEntry(ZpCentralDirEntry<Context>* record) {
+SPRefType<IPkgEntry<Context>> ZipPackage<Context>::getEntry(const Record& record) {
   const auto known = fEntries.find(record->getPath());
   if (known != fEntries.end()) return known->second;
   if (isDirectoryName(record->fName.get())) {
@@ -167,7 +167,7 @@ void ZipPackage<Context>::deleteCDirEntry(const char* name) {
   (fInUpdate ? *fOutCentralDir : centralDir()).erase(name);
   if (known == fEntries.end()) return;
   ZipPkgEntry<Context>* const entry = zipEntry(known->second);
-  (fInUpdate ? entry->fWriteCentral : entry->fReadCentral) = nullptr;
+  (fInUpdate ? entry->fWriteCentral : entry->fReadCentral).reset();
 }
 
 }  // namespace pkg::zip

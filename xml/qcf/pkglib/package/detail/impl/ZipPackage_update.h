@@ -96,7 +96,7 @@ template <class Context>
 void ZipPackage<Context>::writeOldEntries() {
   const bool modified = this->fModified;
   for (const auto& record : centralDir().fEntries) {
-    const EntryHandle handle = getEntry(record.get());
+    const EntryHandle handle = getEntry(record);
     ZipPkgEntry<Context>* const entry = zipEntry(handle);
     if (!entry->fDeleted && (fSaveAs || entry->fModified)) entry->write();
   }
@@ -130,12 +130,12 @@ void ZipPackage<Context>::doUNSAFEUpdateInPlace() {
 template <class Context>
 void ZipPackage<Context>::keepOldRecords() {
   for (const auto& record : centralDir().fEntries) {
-    const EntryHandle handle = getEntry(record.get());
+    const EntryHandle handle = getEntry(record);
     ZipPkgEntry<Context>* const entry = zipEntry(handle);
-    if (entry->fDeleted || entry->fModified || entry->fWriteCentral != nullptr) continue;
+    if (entry->fDeleted || entry->fModified || entry->fWriteCentral) continue;
     const auto copy = boost::make_shared<ZpCentralDirEntry<Context>>(*record);
     fOutCentralDir->append(copy);
-    entry->fWriteCentral = copy.get();
+    entry->fWriteCentral = copy;
   }
 }
 
@@ -193,7 +193,6 @@ void ZipPackage<Context>::adoptOutput() {
   for (auto node = fEntries.begin(); node != fEntries.end();) {
     ZipPkgEntry<Context>* const entry = zipEntry(node->second);
     if (entry->fDeleted) {
-      entry->forgetRecords();
       node = fEntries.erase(node);
     } else {
       entry->endUpdate();
@@ -213,7 +212,7 @@ void ZipPackage<Context>::cancelUpdate() {
   }
   for (auto node = fEntries.begin(); node != fEntries.end();) {
     ZipPkgEntry<Context>* const entry = zipEntry(node->second);
-    const bool madeInUpdate = entry->fWriteCentral != nullptr && entry->fReadCentral == nullptr;
+    const bool madeInUpdate = entry->fWriteCentral && !entry->fReadCentral;
     entry->cancelUpdate();
     node = madeInUpdate ? fEntries.erase(node) : std::next(node);
   }
@@ -246,7 +245,6 @@ void ZipPackage<Context>::closeWithoutSave() {
   this->requireOpen();
   fCentralDir.reset();
   for (auto& [path, handle] : fEntries) {
-    zipEntry(handle)->fReadCentral = nullptr;
     auto* const file = dynamic_cast<ZipPkgFile<Context>*>(handle.get());
     if (file == nullptr) continue;
     file->closeStreams();

@@ -11,7 +11,7 @@ ZipPkgDirectory<Context>::ZipPkgDirectory(const String& name, bool mustExist,
     : ZipPkgEntry<Context>(name, mustExist, package, PkgEntryDirectory) {}
 
 template <class Context>
-ZipPkgDirectory<Context>::ZipPkgDirectory(ZpCentralDirEntry<Context>* record,
+ZipPkgDirectory<Context>::ZipPkgDirectory(const typename ZipPkgEntry<Context>::Record& record,
                                           ZipPackage<Context>* package)
     : ZipPkgEntry<Context>(record, package, PkgEntryDirectory) {}
 
@@ -56,7 +56,7 @@ template <class Context>
 void ZipPkgDirectory<Context>::endUpdate() {
   fUnstored = fUncreated;
   this->fReadCentral = this->fWriteCentral;
-  this->fWriteCentral = nullptr;
+  this->fWriteCentral.reset();
 }
 
 template <class Context>

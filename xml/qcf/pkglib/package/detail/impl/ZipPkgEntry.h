@@ -21,9 +21,8 @@ template <class Context>
 ZipPkgEntry<Context>::ZipPkgEntry(const String& name, bool mustExist, ZipPackage<Context>* package,
                                   PkgEntryType type)
     : BasePkgEntry<Context>(name, type, defaultMethodOf(package), package) {
-  ZpCentralDirEntry<Context>* const record =
-      package->centralDir().find(Context::toUTF8(name).get());
-  if (record != nullptr) {
+  const Record record = package->centralDir().find(Context::toUTF8(name).get());
+  if (record) {
     bindToRecord(record);
   } else if (mustExist) {
     throw PackageException<>(PkgLib_Err_EntryNotFound);
@@ -33,14 +32,14 @@ ZipPkgEntry<Context>::ZipPkgEntry(const String& name, bool mustExist, ZipPackage
 }
 
 template <class Context>
-ZipPkgEntry<Context>::ZipPkgEntry(ZpCentralDirEntry<Context>* record, ZipPackage<Context>* package,
+ZipPkgEntry<Context>::ZipPkgEntry(const Record& record, ZipPackage<Context>* package,
                                   PkgEntryType type)
     : BasePkgEntry<Context>(record->getPath(), type, defaultMethodOf(package), package) {
   bindToRecord(record);
 }
 
 template <class Context>
-void ZipPkgEntry<Context>::bindToRecord(ZpCentralDirEntry<Context>* record) {
+void ZipPkgEntry<Context>::bindToRecord(const Record& record) {
   fReadCentral = record;
   IPkgFSFileCommon* const file = zipPackage()->fPackageFile.get();
   if (file->isSeekable()) {
@@ -62,19 +61,19 @@ template <class Context>
 void ZipPkgEntry<Context>::createZipData(bool copy) {
   ZipPackage<Context>* const package = zipPackage();
   IPkgFSFileCommon* const out = package->fOutFile.get();
-  copy = copy && fReadCentral != nullptr;
-  if (fWriteCentral != nullptr) {
+  copy = copy && fReadCentral;
+  if (fWriteCentral) {
     package->deleteCDirEntry(Context::toUTF8(this->fName).get());
-    fWriteCentral = nullptr;
+    fWriteCentral.reset();
   }
-  const boost::shared_ptr<ZpCentralDirEntry<Context>> record =
+  const Record record =
       copy ? boost::make_shared<ZpCentralDirEntry<Context>>(*fReadCentral) : makeNewRecord();
 
   const bool seekable = out->isSeekable();
   if (seekable) out->seek(0, SEEK_END);
   record->fLocalOffset = static_cast<std::uint64_t>(out->tell());
   package->fOutCentralDir->append(record);
-  fWriteCentral = record.get();
+  fWriteCentral = record;
 
   auto local = std::make_unique<ZpLocalFileEntry<Context>>(*record, package);
   local->fHeader.flags |= kFlagUTF8Name;
@@ -88,7 +87,7 @@ void ZipPkgEntry<Context>::createZipData(bool copy) {
 }
 
 template <class Context>
-boost::shared_ptr<ZpCentralDirEntry<Context>> ZipPkgEntry<Context>::makeNewRecord() const {
+typename ZipPkgEntry<Context>::Record ZipPkgEntry<Context>::makeNewRecord() const {
   const auto record = boost::make_shared<ZpCentralDirEntry<Context>>();
   CentralDirHeader& header = record->fHeader;
   header.versionMadeBy = FLATE_VERSION;
@@ -149,8 +148,8 @@ void ZipPkgEntry<Context>::endUpdate() {
   this->fModified = false;
   if (fWriteLocal) fReadLocal = std::move(fWriteLocal);
   fReadCentral = fWriteCentral;  // null for an entry that the new directory does not list
-  fWriteCentral = nullptr;
-  if (fReadCentral == nullptr) return;
+  fWriteCentral.reset();
+  if (!fReadCentral) return;
   fExpectedSize = static_cast<std::int64_t>(fReadCentral->fUncompressedSize);
   fExpectedCRC = fReadCentral->fHeader.crc32;
 }
@@ -158,7 +157,7 @@ void ZipPkgEntry<Context>::endUpdate() {
 template <class Context>
 void ZipPkgEntry<Context>::cancelUpdate() {
   fWriteLocal.reset();
-  fWriteCentral = nullptr;
+  fWriteCentral.reset();
 }
 
 template <class Context>

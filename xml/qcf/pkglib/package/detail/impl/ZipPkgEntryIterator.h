@@ -30,7 +30,7 @@ template <class Context>
 void ZipPackage<Context>::ZipPkgEntryIteratorImpl::makeValid() {
   auto& records = zipPackage()->centralDir().fEntries;
   for (; fPhase == 0 && fRecord != records.end(); ++fRecord) {
-    if (isValidEntry(zipPackage()->getEntry(fRecord->get()))) return;
+    if (isValidEntry(zipPackage()->getEntry(*fRecord))) return;
   }
   EntryList& changed = zipPackage()->fChangedEntries;
   if (fPhase == 0) {
@@ -56,7 +56,7 @@ void ZipPackage<Context>::ZipPkgEntryIteratorImpl::increment() {
 template <class Context>
 SPRefType<IPkgEntry<Context>> ZipPackage<Context>::ZipPkgEntryIteratorImpl::dereference() const {
   if (fImplied) return fImplied;
-  return fPhase == 0 ? zipPackage()->getEntry(fRecord->get()) : *fChanged;
+  return fPhase == 0 ? zipPackage()->getEntry(*fRecord) : *fChanged;
 }
 
 template <class Context>

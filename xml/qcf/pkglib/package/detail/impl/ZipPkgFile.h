@@ -13,7 +13,8 @@ ZipPkgFile<Context>::ZipPkgFile(const String& name, bool mustExist, ZipPackage<C
     : ZipPkgEntry<Context>(name, mustExist, package, PkgEntryFile), fTempFile(package) {}
 
 template <class Context>
-ZipPkgFile<Context>::ZipPkgFile(ZpCentralDirEntry<Context>* record, ZipPackage<Context>* package)
+ZipPkgFile<Context>::ZipPkgFile(const typename ZipPkgEntry<Context>::Record& record,
+                                ZipPackage<Context>* package)
     : ZipPkgEntry<Context>(record, package, PkgEntryFile), fTempFile(package) {}
 
 template <class Context>
@@ -39,8 +40,8 @@ std::uint32_t ZipPkgFile<Context>::getCompressedSize() const {
 
 template <class Context>
 std::int64_t ZipPkgFile<Context>::getSize64() const {
-  const auto* const record = this->currentCentral();
-  if (record != nullptr && record->fUncompressedSize != 0) {
+  const auto& record = this->currentCentral();
+  if (record && record->fUncompressedSize != 0) {
     return static_cast<std::int64_t>(record->fUncompressedSize);
   }
   return this->fExpectedSize;
@@ -48,15 +49,14 @@ std::int64_t ZipPkgFile<Context>::getSize64() const {
 
 template <class Context>
 std::int64_t ZipPkgFile<Context>::getCompressedSize64() const {
-  const auto* const record = this->currentCentral();
-  return record == nullptr ? 0 : static_cast<std::int64_t>(record->fCompressedSize);
+  const auto& record = this->currentCentral();
+  return !record ? 0 : static_cast<std::int64_t>(record->fCompressedSize);
 }
 
 template <class Context>
 std::uint32_t ZipPkgFile<Context>::getCRC32() {
-  const auto* const record = this->currentCentral();
-  return record != nullptr && record->fHeader.crc32 != 0 ? record->fHeader.crc32
-                                                         : this->fExpectedCRC;
+  const auto& record = this->currentCentral();
+  return record && record->fHeader.crc32 != 0 ? record->fHeader.crc32 : this->fExpectedCRC;
 }
 
 template <class Context>
@@ -101,8 +101,8 @@ void ZipPkgFile<Context>::remove() {
     throw PackageException<>(PkgLib_Err_ConformanceViolation);
   }
   this->removeFromPackage();
-  for (ZpCentralDirEntry<Context>* const record : {this->fWriteCentral, this->fReadCentral}) {
-    if (record == nullptr) continue;
+  for (const auto& record : {this->fWriteCentral, this->fReadCentral}) {
+    if (!record) continue;
     record->fHeader.crc32 = 0;
     record->fHeader.uncompressedSize = 0;
     record->fUncompressedSize = 0;

@@ -28,7 +28,7 @@ std::unique_ptr<ZipPkgStream<Context>> ZipPkgFile<Context>::openForReading(
   if ((this->zipPackage()->fOpenMode & std::ios_base::in) == 0 && !fTempFile.exists()) {
     throw PackageException<>(PkgLib_Err_PackageWriteOnly);
   }
-  if (this->fReadCentral == nullptr && !fTempFile.exists()) {
+  if (!this->fReadCentral && !fTempFile.exists()) {
     throw PackageException<>(PkgLib_Err_EntryNotFound);
   }
   return std::make_unique<ZipPkgStream<Context>>(this, mode, raw);
@@ -39,7 +39,7 @@ std::unique_ptr<ZipPkgStream<Context>> ZipPkgFile<Context>::openForWriting(
     std::ios_base::openmode mode, bool raw) {
   if ((mode & std::ios_base::in) != 0) throw PackageException<>(PkgLib_Err_NotImplemented);
   requireConformingWrite();
-  if (this->fReadCentral == nullptr || this->fDeleted) this->fDeleted = false;
+  if (!this->fReadCentral || this->fDeleted) this->fDeleted = false;
 
   ZipPackage<Context>* const package = this->zipPackage();
   std::unique_ptr<ZipPkgStream<Context>> stream =
@@ -90,7 +90,7 @@ template <class Context>
 void ZipPkgFile<Context>::write() {
   const bool raw = !this->isModified() && !this->fQueued;
   const auto out = open(std::ios_base::out, raw);
-  if (this->fReadCentral != nullptr || fTempFile.exists()) {
+  if (this->fReadCentral || fTempFile.exists()) {
     const auto in = open(std::ios_base::in, raw);
     copyData(*in, *out);
     fTempFile.discard();
@@ -120,7 +120,7 @@ void ZipPkgFile<Context>::copyData(IPkgStream<Context>& from, IPkgStream<Context
 template <class Context>
 void ZipPkgFile<Context>::streamClosed(ZipPkgStream<Context>* stream) {
   try {
-    if (stream->writes() && this->fWriteCentral != nullptr) settleWrittenHeaders();
+    if (stream->writes() && this->fWriteCentral) settleWrittenHeaders();
     fTempFile.close();
   } catch (...) {
     fStreams.remove(stream);

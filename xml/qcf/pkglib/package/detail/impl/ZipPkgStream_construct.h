@@ -32,7 +32,7 @@ void ZipPkgStreamBuf<Context>::initReading() {
     adoptTempFile();
     return;
   }
-  if (fEntry->fReadCentral == nullptr || !fEntry->fReadLocal) {
+  if (!fEntry->fReadCentral || !fEntry->fReadLocal) {
     throw PackageException<>(PkgLib_Err_EntryNotFound);
   }
   this->fFile = package()->fPackageFile.get();

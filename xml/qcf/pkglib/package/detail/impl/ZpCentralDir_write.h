@@ -14,9 +14,9 @@
 namespace pkg::zip {
 
 template <class Context>
-typename ZpCentralDir<Context>::Entry* ZpCentralDir<Context>::find(const char* name) const {
+typename ZpCentralDir<Context>::EntryPtr ZpCentralDir<Context>::find(const char* name) const {
   const auto found = std::find_if(fEntries.begin(), fEntries.end(), CompareEntryName{name});
-  return found == fEntries.end() ? nullptr : found->get();
+  return found == fEntries.end() ? EntryPtr() : *found;
 }
 
 template <class Context>
