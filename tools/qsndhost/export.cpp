@@ -2,7 +2,6 @@
 #include <cmath>
 #include <filesystem>
 #include <limits>
-#include <map>
 
 #include <fmt/format.h>
 
@@ -22,6 +21,13 @@ struct Options {
   std::int64_t start = 0;
   std::int64_t frames = std::numeric_limits<std::int64_t>::max();
 };
+
+WaveFormat formatNamed(const std::string& name) {
+  if (name == "float") return WaveFormat::Float;
+  if (name == "24") return WaveFormat::Int24;
+  if (name == "16") return WaveFormat::Int16;
+  throw CLI::ValidationError("--format", "must be float, 24 or 16");
+}
 
 void checkOutput(const Options& options) {
   std::error_code error;
@@ -107,14 +113,14 @@ void run(const Host& host, const Options& options) {
 void addExport(CLI::App& app, Host& host) {
   auto* const command = app.add_subcommand("export", "The audio of a document as a WAV file");
   auto options = std::make_shared<Options>();
-  const std::map<std::string, WaveFormat> formats = {
-      {"float", WaveFormat::Float}, {"24", WaveFormat::Int24}, {"16", WaveFormat::Int16}};
   constexpr auto kMost = std::numeric_limits<std::int64_t>::max();
   command->add_option("FILE", options->file, "A sound document")->required();
   command->add_option("OUT.wav", options->output, "The file to write; - is standard output")
       ->required();
-  command->add_option("--format", options->format, "Samples: float (the default), 24 or 16")
-      ->transform(CLI::CheckedTransformer(formats).description(""))
+  command
+      ->add_option_function<std::string>(
+          "--format", [options](const std::string& name) { options->format = formatNamed(name); },
+          "Samples: float (the default), 24 or 16")
       ->type_name("FORMAT");
   command->add_option("--start", options->start, "The first frame, from 0")
       ->check(CLI::Range(std::int64_t{0}, kMost).description(""))
