@@ -60,6 +60,9 @@ public:
   FileName getName() const override { return fName; }
 
 private:
+  // The stream; raises 50 once the file is closed.
+  std::FILE* stream() const;
+
   IPkgFileSystem<Context>* fFileSystem;  // not owned
   FileName fName;
   std::ios_base::openmode fMode;

@@ -24,12 +24,13 @@ protected:
   ZipPkgStreamData(const ZipPkgStreamData&) = delete;
   ZipPkgStreamData& operator=(const ZipPkgStreamData&) = delete;
 
-  IPkgFSFile<Context>* fFile = nullptr;  // not owned
-  std::int32_t fMethod = 0;              // what the stream itself applies: 0 or 8
-  bool fPlain = true;                    // the data is the whole of a temporary file
-  std::int64_t fDataStart = 0;           // in fFile, as the next two
-  std::int64_t fFilePos = 0;             // of the next transfer
-  std::int64_t fFileEnd = 0;             // behind the last byte
+  // Shared, so that a stream which outlives the file's use fails in it cleanly.
+  boost::shared_ptr<IPkgFSFile<Context>> fFile;
+  std::int32_t fMethod = 0;     // what the stream itself applies: 0 or 8
+  bool fPlain = true;           // the data is the whole of a temporary file
+  std::int64_t fDataStart = 0;  // in fFile, as the next two
+  std::int64_t fFilePos = 0;    // of the next transfer
+  std::int64_t fFileEnd = 0;    // behind the last byte
   char fInBuf[kBlock];
   z_stream* fInflate = nullptr;  // owned
   z_stream* fDeflate = nullptr;  // owned

@@ -13,52 +13,57 @@ BasePkgFSFile<Context>::~BasePkgFSFile() {
   if (fIsOpen && fStream != nullptr) std::fclose(fStream);
 }
 
+template <class Context>
+std::FILE* BasePkgFSFile<Context>::stream() const {
+  if (fStream == nullptr) throwSystemError(EBADF);
+  return fStream;
+}
+
 // fclose frees its stream even when it fails. What it would fail at is flushed before, so that
 // after such a failure the stream is still there for the destructor.
 template <class Context>
 void BasePkgFSFile<Context>::close() {
-  if (fStream == nullptr) throwSystemError(EBADF);
-  if (std::fflush(fStream) != 0) throwSystemError(errno);
-  std::FILE* const stream = fStream;
+  if (std::fflush(stream()) != 0) throwSystemError(errno);
+  std::FILE* const flushed = fStream;
   fStream = nullptr;
-  if (std::fclose(stream) != 0) throwSystemError(errno);
+  if (std::fclose(flushed) != 0) throwSystemError(errno);
   fIsOpen = false;
 }
 
 template <class Context>
 int BasePkgFSFile<Context>::read(void* buffer, int size) {
-  const std::size_t count = std::fread(buffer, 1, static_cast<std::size_t>(size), fStream);
+  const std::size_t count = std::fread(buffer, 1, static_cast<std::size_t>(size), stream());
   if (count == 0 && std::ferror(fStream)) throwSystemError(errno);
   return static_cast<int>(count);
 }
 
 template <class Context>
 void BasePkgFSFile<Context>::write(const void* buffer, int size) {
-  const std::size_t count = std::fwrite(buffer, 1, static_cast<std::size_t>(size), fStream);
+  const std::size_t count = std::fwrite(buffer, 1, static_cast<std::size_t>(size), stream());
   if (std::ferror(fStream)) throwSystemError(errno);
   if (count != static_cast<std::size_t>(size)) throw PackageIOException<>(PkgLib_Err_WritingFile);
 }
 
 template <class Context>
 void BasePkgFSFile<Context>::seek(long long offset, int whence) {
-  if (fseeko(fStream, static_cast<off_t>(offset), whence) != 0) throwSystemError(errno);
+  if (fseeko(stream(), static_cast<off_t>(offset), whence) != 0) throwSystemError(errno);
 }
 
 template <class Context>
 long long BasePkgFSFile<Context>::tell() {
-  const off_t position = ftello(fStream);
+  const off_t position = ftello(stream());
   if (position < 0) throwSystemError(errno);
   return position;
 }
 
 template <class Context>
 void BasePkgFSFile<Context>::flush() {
-  if (std::fflush(fStream) == -1) throwSystemError(errno);
+  if (std::fflush(stream()) == -1) throwSystemError(errno);
 }
 
 template <class Context>
 void BasePkgFSFile<Context>::truncate(long long size) {
-  if (ftruncate(fileno(fStream), static_cast<off_t>(size)) != 0) throwSystemError(errno);
+  if (ftruncate(fileno(stream()), static_cast<off_t>(size)) != 0) throwSystemError(errno);
 }
 
 }  // namespace pkg

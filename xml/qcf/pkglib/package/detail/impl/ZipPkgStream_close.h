@@ -69,7 +69,7 @@ void ZipPkgStreamBuf<Context>::end() {
     const int deflated = endDeflate();
     if (result == Z_OK) result = deflated;
   }
-  this->fFile = nullptr;
+  this->fFile.reset();
   if (result != Z_OK) throw PackageException<>(PkgLib_Err_ClosingPackageFile);
   fOpen = false;
   if ((fMode & std::ios_base::out) == 0) return;

@@ -35,7 +35,7 @@ void ZipPkgStreamBuf<Context>::initReading() {
   if (!fEntry->fReadCentral || !fEntry->fReadLocal) {
     throw PackageException<>(PkgLib_Err_EntryNotFound);
   }
-  this->fFile = package()->fPackageFile.get();
+  this->fFile = package()->fPackageFile;
   this->fMethod = fRaw ? CompressionStored : fEntry->getCompressionMethod();
   startAt(static_cast<std::int64_t>(fEntry->fReadCentral->fLocalOffset +
                                     fEntry->fReadLocal->dataOffset()));
@@ -54,7 +54,7 @@ void ZipPkgStreamBuf<Context>::initWriting() {
     return;
   }
   if (readsToo) throw PackageException<>(PkgLib_Err_NotImplemented);
-  this->fFile = package()->fOutFile.get();
+  this->fFile = package()->fOutFile;
   this->fMethod = fRaw ? CompressionStored : fEntry->getCompressionMethod();
   startAt(static_cast<std::int64_t>(fEntry->fWriteCentral->fLocalOffset +
                                     fEntry->fWriteLocal->dataOffset()));
@@ -71,7 +71,7 @@ void ZipPkgStreamBuf<Context>::adoptTempFile() {
   if (!file->isSeekable()) throw PackageException<>(PkgLib_Err_UnsupportedOperation);
   file->seek(0, SEEK_END);
   const std::int64_t size = file->tell();
-  this->fFile = file.get();
+  this->fFile = file;
   this->fMethod = CompressionStored;
   startAt(0);
   fSize = size;
