@@ -1,0 +1,103 @@
+#include <cstdint>
+#include <cstdlib>
+#include <ctime>
+#include <string>
+
+#include <gtest/gtest.h>
+
+#include "package/source/ZipImpl.h"
+
+// The linker has the library ask this program for the time.
+
+namespace {
+
+struct Clock {
+  bool isSet = false;
+  std::time_t now = 0;
+};
+Clock gClock;
+
+}  // namespace
+
+extern "C" std::time_t __real_time(std::time_t* out);  // NOLINT(bugprone-reserved-identifier)
+extern "C" std::time_t __wrap_time(
+    std::time_t* out) noexcept;  // NOLINT(bugprone-reserved-identifier)
+extern "C" std::time_t __wrap_time(std::time_t* out) noexcept {
+  if (!gClock.isSet) return __real_time(out);
+  if (out != nullptr) *out = gClock.now;
+  return gClock.now;
+}
+
+namespace {
+
+using pkg::zip::dostime;
+using pkg::zip::getDOSTime;
+
+class DosClock : public testing::Test {
+protected:
+  static void setZone(const char* zone) {
+    ::setenv("TZ", zone, 1);
+    ::tzset();
+  }
+  static pkg::zip::DOSTime at(std::time_t now) {
+    gClock = {true, now};
+    return getDOSTime();
+  }
+  void SetUp() override { setZone("UTC"); }
+  void TearDown() override {
+    gClock = {};
+    ::unsetenv("TZ");
+    ::tzset();
+  }
+};
+
+constexpr std::time_t k1980 = 315532800;  // 1 January 1980, 00:00 UTC
+constexpr std::time_t k2000 = 946684800;
+
+TEST_F(DosClock, AnEvenSecondIsItself) {
+  EXPECT_EQ(at(k2000), dostime(2000, 1, 1, 0, 0, 0));
+  EXPECT_EQ(at(k2000 + 58), dostime(2000, 1, 1, 0, 0, 58));
+}
+
+TEST_F(DosClock, AnOddSecondIsRoundedUp) {
+  EXPECT_EQ(at(k2000 + 1), dostime(2000, 1, 1, 0, 0, 2));
+  EXPECT_EQ(at(k2000 + 59), dostime(2000, 1, 1, 0, 1, 0));
+  EXPECT_EQ(at(k2000 - 1), dostime(2000, 1, 1, 0, 0, 0)) << "into the next year";
+}
+
+TEST_F(DosClock, TheFirstMomentIsTheStartOf1980) {
+  EXPECT_EQ(at(k1980), 0x00210000u);
+  EXPECT_EQ(at(k1980 - 1), 0x00210000u) << "rounded before it is looked at";
+  EXPECT_EQ(at(k1980 - 2), 0x00150000u);
+  EXPECT_EQ(at(0), 0x00150000u);
+  EXPECT_EQ(at(-1000), 0x00150000u);
+}
+
+TEST_F(DosClock, TheLocalTimeZoneCounts) {
+  setZone("XXX-5:30");
+  EXPECT_EQ(at(k2000), dostime(2000, 1, 1, 5, 30, 0));
+  setZone("XXX8");
+  EXPECT_EQ(at(k2000), dostime(1999, 12, 31, 16, 0, 0));
+  EXPECT_EQ(at(k1980), 0x00150000u) << "still 1979 there";
+}
+
+TEST_F(DosClock, SummerTimeCounts) {
+  setZone("AAA0BBB,M3.5.0,M10.5.0");
+  EXPECT_EQ(at(961027200), dostime(2000, 6, 15, 1, 0, 0));
+}
+
+TEST_F(DosClock, AMomentThatNoCalendarHoldsIsTheEarliest) {
+  if (sizeof(std::time_t) < 8) GTEST_SKIP() << "every moment of this system has a year";
+  EXPECT_EQ(at(static_cast<std::time_t>(std::int64_t{1} << 60)), 0x00150000u);
+}
+
+TEST_F(DosClock, TheSystemsClockIsTheOneThatIsRead) {
+  gClock = {};
+  const std::time_t before = std::time(nullptr);
+  const pkg::zip::DOSTime now = getDOSTime();
+  const std::time_t after = std::time(nullptr);
+  EXPECT_GE(now, at(before));
+  EXPECT_LE(now, at(after));
+}
+
+}  // namespace

@@ -1,0 +1,205 @@
+#include <cerrno>
+#include <climits>
+#include <cstring>
+#include <iterator>
+#include <string>
+#include <type_traits>
+
+#include <gtest/gtest.h>
+
+#include "package/source/PackageException.h"
+
+namespace {
+
+using namespace pkg;
+
+struct Row {
+  PkgLib_Package_Error code;
+  int number;
+  const char* tail;
+};
+
+#define ROW(enumerator, number, tail) \
+  { PkgLib_Err_##enumerator, number, tail }
+
+const Row kRows[] = {
+    ROW(None, 0, "NONE"),
+    ROW(OutOfMemory, 1, "Out of Memory"),
+    ROW(ReadCDHBytes, 2, "Couldn't read all bytes of CDH"),
+    ROW(BadCDHSignature, 3, "Bad CDH signature"),
+    ROW(ReadFileName, 4, "Could not read file name"),
+    ROW(ReadExtraField, 5, "Could not read extra field"),
+    ROW(ReadFileComment, 6, "Could not read file comment"),
+    ROW(FileSizeTooBig, 7, "file size too big"),
+    ROW(BadLFHSignature, 8, "Bad LFH signature"),
+    ROW(TooManyCDEntries, 9, "Too many CD entries"),
+    ROW(ReadECD, 10, "Could not read ECD"),
+    ROW(FindECD, 11, "Could not find ECD"),
+    ROW(ReadZip64ECDL, 12, "Could not read Zip64 ECDL"),
+    ROW(BadZip64ECDLSignature, 13, "Bad Zip64 ECDL signature"),
+    ROW(ReadZip64ECD, 14, "Could not read Zip64 ECD"),
+    ROW(BadZip64ECDSignature, 15, "Bad Zip64 ECD signature"),
+    ROW(SplitZip, 16, "Detected a Split Zip file"),
+    ROW(BadLFHSizeValue, 17, "Package already open"),
+    ROW(PackageAlreadyOpen, 18, "Bad LFH size value"),
+    ROW(NotImplemented, 19, "NOT Implemented"),
+    ROW(NotAValidPackage, 20, "Not a Valid Package file"),
+    ROW(EntryNotFound, 21, "Package Entry not found"),
+    ROW(BadArgument, 22, "Client Error Bad Argument"),
+    ROW(UnsupportedOperation, 23, "Client Error Unsupported Operation"),
+    ROW(IllegalState, 24, "Package in Illegal State"),
+    ROW(DirectoryExists, 25, "Directory Already Exists"),
+    ROW(PackageWriteOnly, 26, "Package Open Write-Only"),
+    ROW(WriteDeflateFailed, 27, "Write DEFLATE Operation FAILED"),
+    ROW(NotInUpdate, 28, "Package not in update"),
+    ROW(WritingFile, 29, "Error Writing File"),
+    ROW(ClosingPackageFile, 30, "Error Closing Package File"),
+    ROW(Decompressing, 31, "Error Decompressing File"),
+    ROW(Compressing, 32, "Error Compressing File"),
+    ROW(OpenModeInputOnly, 33, "Open mode is input only"),
+    ROW(OpenModeInvalid, 34, "Open mode is invalid"),
+    ROW(UpdateInProgress, 35, "Update already in progress"),
+    ROW(UpdateRequiresWrite, 36, "Update requires write"),
+    ROW(UpdateNotInProgress, 37, "Update not in progress"),
+    ROW(OpeningFile, 38, "Error Opening File"),
+    ROW(OpeningTempFile, 39, "Error Opening Temp File"),
+    ROW(ReadingFile, 40, "Error Reading File"),
+    ROW(Seeking, 41, "Error Seeking"),
+    ROW(Telling, 42, "Error Telling"),
+    ROW(Flushing, 43, "Error Flushing"),
+    ROW(Truncating, 44, "Error Truncating"),
+    ROW(ConformanceViolation, 45, "Conformance Violation"),
+    ROW(InvalidMimetype, 46, "Invalid mimetype file"),
+    ROW(MissingMimetype, 47, "Missing mimetype file"),
+    ROW(CreatingTempFile, 48, "Error Creating Temp File"),
+    ROW(DeletingTempFile, 49, "Error Deleting Temp File"),
+    ROW(Unknown, 50, "UNKNOWN Error Code"),
+};
+
+static_assert(sizeof(PkgLib_Package_Error) == 4);
+static_assert(std::is_signed_v<std::underlying_type_t<PkgLib_Package_Error>>);
+static_assert(std::is_base_of_v<std::exception, PackageException<>>);
+static_assert(std::is_base_of_v<PackageException<>, PackageIOException<>>);
+static_assert(sizeof(PackageIOException<>) == sizeof(PackageException<>));
+static_assert(std::is_nothrow_destructible_v<PackageIOException<>>);
+static_assert(std::extent_v<decltype(sErrMsg)> == 51);
+
+const std::string kPrefix = "PKGLIB SAMPLE ERROR MESSAGE: ";
+const std::string kUnknown = kPrefix + "UNKNOWN Error Code";
+
+PkgLib_Package_Error numbered(int number) {
+  return static_cast<PkgLib_Package_Error>(number);
+}
+
+TEST(PackageException, EveryCodeHasItsNumberAndItsText) {
+  ASSERT_EQ(std::size(kRows), 51u);
+  int expected = 0;
+  for (const Row& row : kRows) {
+    EXPECT_EQ(row.number, expected);
+    EXPECT_EQ(static_cast<int>(row.code), expected);
+    EXPECT_EQ(sErrMsg[expected], kPrefix + row.tail);
+    ++expected;
+  }
+}
+
+TEST(PackageException, BothTypesTakeTheirTextFromTheTable) {
+  for (const Row& row : kRows) {
+    PackageException<> misuse(row.code);
+    EXPECT_EQ(misuse.what(), kPrefix + row.tail);
+    EXPECT_EQ(misuse.getErrorCode(), row.code);
+    PackageIOException<> io(row.code);
+    EXPECT_EQ(io.what(), kPrefix + row.tail);
+    EXPECT_EQ(io.getErrorCode(), row.code);
+  }
+}
+
+TEST(PackageException, ThePointerIsThatOfTheTable) {
+  EXPECT_EQ(PackageException<>(PkgLib_Err_BadArgument).what(), sErrMsg[22]);
+}
+
+TEST(PackageException, TheTextsOfSizeMismatchAndOfAlreadyOpenAreCrossed) {
+  EXPECT_EQ(PackageException<>(PkgLib_Err_BadLFHSizeValue).what(),
+            kPrefix + "Package already open");
+  EXPECT_EQ(PackageException<>(PkgLib_Err_PackageAlreadyOpen).what(),
+            kPrefix + "Bad LFH size value");
+}
+
+TEST(PackageException, ANumberOutsideTheTableKeepsItsCodeAndHasTheUnknownText) {
+  for (const int number : {50, 51, 52, 1000, INT_MAX, -1, -50, INT_MIN}) {
+    PackageException<> misuse(numbered(number));
+    EXPECT_EQ(misuse.what(), kUnknown) << number;
+    EXPECT_EQ(misuse.getErrorCode(), number);
+    PackageIOException<> io(numbered(number));
+    EXPECT_EQ(io.what(), kUnknown) << number;
+    EXPECT_EQ(io.getErrorCode(), number);
+  }
+}
+
+TEST(PackageException, AHandlerForTheBaseCatchesTheIOException) {
+  try {
+    throw PackageIOException<>(PkgLib_Err_WritingFile);
+  } catch (PackageException<>& e) {
+    EXPECT_EQ(e.getErrorCode(), 29);
+    EXPECT_NE(dynamic_cast<PackageIOException<>*>(&e), nullptr);
+    return;
+  }
+  FAIL() << "not caught";
+}
+
+TEST(PackageException, AHandlerForStandardExceptionsSeesTheText) {
+  try {
+    throw PackageException<>(PkgLib_Err_NotInUpdate);
+  } catch (const std::exception& e) {
+    EXPECT_EQ(e.what(), kPrefix + "Package not in update");
+    return;
+  }
+  FAIL() << "not caught";
+}
+
+TEST(PackageException, AMisuseIsNoIOException) {
+  EXPECT_THROW(
+      {
+        try {
+          throw PackageException<>(PkgLib_Err_FindECD);
+        } catch (PackageIOException<>&) {
+        }
+      },
+      PackageException<>);
+}
+
+TEST(PackageIOException, AMessageOfItsOwnReplacesTheTable) {
+  const char* const message = "Device or resource busy";
+  PackageIOException<> e(PkgLib_Err_Unknown, message);
+  EXPECT_EQ(e.what(), message) << "the pointer itself";
+  EXPECT_EQ(e.getErrorCode(), 50);
+  PackageIOException<> odd(numbered(-7), message);
+  EXPECT_EQ(odd.getErrorCode(), -7);
+  EXPECT_EQ(odd.what(), message);
+}
+
+TEST(PackageIOException, WithoutAMessageTheOwnTextIsEmpty) {
+  const PackageIOException<> e(PkgLib_Err_Unknown, nullptr);
+  EXPECT_STREQ(e.what(), "");
+}
+
+TEST(PackageException, ACopyKeepsCodeAndText) {
+  const char* const message = "No space left on device";
+  const PackageIOException<> original(PkgLib_Err_Unknown, message);
+  PackageIOException<> copy(original);
+  EXPECT_EQ(copy.what(), message);
+  EXPECT_EQ(copy.getErrorCode(), 50);
+}
+
+TEST(SystemError, RaisesCode50WithTheSystemsText) {
+  for (const int error : {ENOENT, EACCES, ENOSPC, EIO, EISDIR}) {
+    try {
+      throwSystemError(error);
+    } catch (PackageIOException<>& e) {
+      EXPECT_EQ(e.getErrorCode(), 50);
+      EXPECT_STREQ(e.what(), std::strerror(error));
+      EXPECT_NE(e.what(), kUnknown);
+    }
+  }
+}
+
+}  // namespace

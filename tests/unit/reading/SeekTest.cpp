@@ -1,0 +1,421 @@
+#include <gtest/gtest.h>
+
+#include <limits>
+#include <random>
+
+#include "reading/Reading.h"
+
+using namespace reading;
+using qcftest::FileCall;
+using std::ios_base;
+
+namespace {
+
+constexpr int kEof = std::char_traits<char>::eof();
+const std::string kData = pattern(20000);
+
+std::string storedPackage() {
+  zipbytes::File file;
+  addStored(file, "a", kData);
+  return addStored(file, "behind", "another entry").bytes();
+}
+std::string deflatedPackage() {
+  zipbytes::File file;
+  return addDeflated(file, "a", kData).bytes();
+}
+
+// Temporary files that cannot seek.
+class UnseekableTemporaries : public qcftest::FileSystemWrapper {
+public:
+  using FileSystemWrapper::FileSystemWrapper;
+
+protected:
+  std::uint32_t capabilities(InnerFile& file) override {
+    return file.getName()->getName().rfind("temporary/", 0) == 0 ? 0 : file.getCapabilities();
+  }
+};
+
+// How many calls of a kind went to the package's own file.
+int onPackage(const qcftest::RecordingFileSystem& files, FileCall kind) {
+  int count = 0;
+  for (const auto& call : files.calls())
+    count += call.kind == kind && call.name == "a.pkg" ? 1 : 0;
+  return count;
+}
+
+}  // namespace
+
+TEST(Seek, InAStoredEntryIsFreeAndInPlace) {
+  const MemoryPackage package(storedPackage());
+  const Stream stream = package.stream("a");
+  package.files.forget();
+  stream->seekg(15000);
+  stream->seekg(-1000, ios_base::cur);
+  stream->seekg(-10, ios_base::end);
+  EXPECT_TRUE(package.files.calls().empty());
+  EXPECT_EQ(kData.substr(kData.size() - 10), readAll(*stream));
+  EXPECT_EQ(0, package.files.count(FileCall::CreateTemp));
+}
+
+TEST(Seek, InADeflatedEntryMakesExactlyOneTemporaryCopy) {
+  const MemoryPackage package(deflatedPackage());
+  const Stream stream = package.stream("a");
+  EXPECT_EQ(kData.substr(0, 100), take(*stream, 100));
+  EXPECT_EQ(0, package.files.count(FileCall::CreateTemp));
+  stream->seekg(12345);
+  EXPECT_EQ(1, package.files.count(FileCall::CreateTemp));
+  EXPECT_EQ(20000, package.files.total(FileCall::Write));
+  EXPECT_EQ(kData.substr(12345, 50), take(*stream, 50));
+  package.files.forget();
+  for (const long long position : {0, 19999, 1, 10000, 12345}) {
+    stream->seekg(position);
+    EXPECT_EQ(kData.substr(static_cast<std::size_t>(position), 20), take(*stream, 20));
+    stream->clear();
+  }
+  EXPECT_EQ(0, package.files.count(FileCall::CreateTemp));
+  EXPECT_EQ(0, package.files.count(FileCall::Write));
+  EXPECT_EQ(0, onPackage(package.files, FileCall::Read));
+}
+
+TEST(Seek, FrontToBackReadingOfADeflatedEntryMakesNoCopy) {
+  const MemoryPackage package(deflatedPackage());
+  EXPECT_EQ(kData, contents(package, "a"));
+  EXPECT_EQ(0, package.files.count(FileCall::CreateTemp));
+}
+
+TEST(Seek, AskingForThePositionCostsNothing) {
+  const MemoryPackage package(deflatedPackage());
+  const Stream stream = package.stream("a");
+  package.files.forget();
+  EXPECT_EQ(0, stream->tellg());
+  EXPECT_TRUE(package.files.calls().empty());
+  stream->get();
+  EXPECT_EQ(1, stream->tellg());
+  EXPECT_EQ(0, package.files.count(FileCall::CreateTemp));
+}
+
+TEST(Seek, ToTheEndOfADeflatedEntryMakesTheCopyEvenWhereItStandsThere) {
+  const MemoryPackage package(deflatedPackage());
+  const Stream stream = package.stream("a");
+  EXPECT_EQ(kData, take(*stream, kData.size()));
+  EXPECT_EQ(20000, stream->tellg());
+  EXPECT_EQ(0, package.files.count(FileCall::CreateTemp));
+  stream->seekg(0, ios_base::end);
+  EXPECT_EQ(1, package.files.count(FileCall::CreateTemp));
+  EXPECT_EQ(20000, stream->tellg());
+}
+
+TEST(Seek, ToTheCurrentPositionMakesNoCopyAndKeepsTheGetArea) {
+  const MemoryPackage package(deflatedPackage());
+  const Stream stream = package.stream("a");
+  take(*stream, 100);
+  stream->get();
+  package.files.forget();
+  stream->seekg(101);                    // by position
+  stream->seekg(101, ios_base::beg);     // by offset
+  stream->seekg(0, ios_base::cur);
+  EXPECT_TRUE(package.files.calls().empty());
+  EXPECT_TRUE(stream->unget());  // what was kept is still there
+  EXPECT_EQ(kData[100], static_cast<char>(stream->get()));
+  EXPECT_EQ(kData[101], static_cast<char>(stream->get()));
+}
+
+TEST(Seek, AMoveThatComesBackToWhereItStandsKeepsTheGetArea) {
+  const MemoryPackage package(deflatedPackage());
+  const Stream stream = package.stream("a");
+  take(*stream, 100);
+  stream->get();
+  stream->seekg(-static_cast<long long>(kData.size()) + 101, ios_base::end);
+  EXPECT_EQ(1, package.files.count(FileCall::CreateTemp));
+  EXPECT_TRUE(stream->unget());
+  EXPECT_EQ(kData.substr(100), readAll(*stream));
+}
+
+TEST(Seek, NothingCanBePutBackAfterIt) {
+  const MemoryPackage package(storedPackage());
+  const Stream stream = package.stream("a");
+  take(*stream, 100);
+  stream->seekg(50);
+  EXPECT_FALSE(stream->unget());
+  stream->clear();
+  EXPECT_EQ(kData[50], static_cast<char>(stream->get()));
+  EXPECT_TRUE(stream->unget());
+}
+
+TEST(Seek, BeyondTheEndIsAcceptedAndBackAgainFindsTheData) {
+  for (const std::string& bytes : {storedPackage(), deflatedPackage()}) {
+    const MemoryPackage package(bytes);
+    const Stream stream = package.stream("a");
+    stream->seekg(1000000);
+    EXPECT_TRUE(stream->good());
+    EXPECT_EQ(1000000, stream->tellg());
+    EXPECT_EQ(kEof, stream->get());
+    stream->clear();
+    stream->seekg(5, ios_base::end);
+    EXPECT_EQ("", take(*stream, 10));
+    stream->clear();
+    stream->seekg(19990);
+    EXPECT_EQ(kData.substr(19990), readAll(*stream));
+  }
+}
+
+TEST(Seek, BeforeTheStartIsAcceptedToo) {
+  const MemoryPackage package(storedPackage());
+  const Stream stream = package.stream("a");
+  EXPECT_EQ(std::streampos(-5), stream->rdbuf()->pubseekoff(-5, ios_base::beg, kIn));
+  EXPECT_EQ(-5, static_cast<long long>(stream->rdbuf()->pubseekoff(0, ios_base::cur, kIn)));
+  EXPECT_EQ(10, static_cast<long long>(stream->rdbuf()->pubseekoff(15, ios_base::cur, kIn)));
+  EXPECT_EQ(kData.substr(10, 5), take(*stream, 5));
+}
+
+TEST(Seek, ByEnormousOffsetsStaysDefined) {
+  constexpr long long kMost = std::numeric_limits<long long>::max();
+  const MemoryPackage package(storedPackage());
+  const Stream stream = package.stream("a");
+  for (const long long offset : {kMost, -kMost, kMost - 1, -kMost + 1}) {
+    stream->rdbuf()->pubseekoff(offset, ios_base::beg, kIn);
+    stream->rdbuf()->pubseekoff(offset, ios_base::cur, kIn);
+    stream->rdbuf()->pubseekoff(offset, ios_base::end, kIn);
+    stream->get();
+    stream->clear();
+  }
+  stream->seekg(100);
+  EXPECT_EQ(kData.substr(100, 5), take(*stream, 5));
+}
+
+TEST(Seek, AnUnknownOriginRaises22AndChangesNothing) {
+  const MemoryPackage package(deflatedPackage());
+  const Stream stream = package.stream("a");
+  take(*stream, 10);
+  const auto origin = static_cast<ios_base::seekdir>(7);
+  const Raised raised = raisedBy([&] { stream->rdbuf()->pubseekoff(1, origin, kIn); });
+  EXPECT_EQ(22, raised.code);
+  EXPECT_FALSE(raised.isIO);
+  EXPECT_EQ(0, package.files.count(FileCall::CreateTemp));
+  EXPECT_EQ(kData.substr(10), readAll(*stream));
+}
+
+TEST(Seek, WhichAreaIsMeantMakesNoDifference) {
+  const MemoryPackage package(storedPackage());
+  const Stream stream = package.stream("a");
+  EXPECT_EQ(7, static_cast<long long>(stream->rdbuf()->pubseekoff(7, ios_base::beg, kOut)));
+  EXPECT_EQ(9, static_cast<long long>(stream->rdbuf()->pubseekpos(9, kOut)));
+  EXPECT_EQ(kData.substr(9, 5), take(*stream, 5));
+}
+
+TEST(Seek, AnywhereGivesTheBytesThatStandThere) {
+  std::mt19937 random(1);
+  for (const std::string& bytes : {storedPackage(), deflatedPackage()}) {
+    const MemoryPackage package(bytes);
+    const Stream stream = package.stream("a");
+    for (int i = 0; i < 2000; ++i) {
+      const auto at = static_cast<long long>(random() % (kData.size() + 100));
+      const long long here = stream->tellg();
+      switch (random() % 4) {
+        case 0:
+          stream->seekg(at);
+          break;
+        case 1:
+          stream->seekg(at, ios_base::beg);
+          break;
+        case 2:
+          stream->seekg(at - here, ios_base::cur);
+          break;
+        default:
+          stream->seekg(at - static_cast<long long>(kData.size()), ios_base::end);
+      }
+      ASSERT_EQ(at, stream->tellg());
+      const std::size_t from = std::min(static_cast<std::size_t>(at), kData.size());
+      const std::size_t count = random() % 30;
+      ASSERT_EQ(kData.substr(from, count), take(*stream, count));
+      stream->clear();
+      if (random() % 2 != 0 && from + count < kData.size()) {
+        ASSERT_EQ(kData[from + count], static_cast<char>(stream->get()));
+      }
+    }
+    EXPECT_LE(package.files.count(FileCall::CreateTemp), 1);
+  }
+}
+
+TEST(Seek, TheSecondOfTwoStreamsFindsTheCopyOfTheFirst) {
+  const MemoryPackage package(deflatedPackage());
+  const Stream first = package.stream("a");
+  const Stream second = package.stream("a");
+  take(*second, 10);
+  first->seekg(100);
+  package.files.forget();
+  second->seekg(200);
+  EXPECT_EQ(0, package.files.count(FileCall::CreateTemp));
+  EXPECT_EQ(0, package.files.count(FileCall::Write));
+  EXPECT_EQ(0, onPackage(package.files, FileCall::Read));
+  EXPECT_EQ(kData.substr(200, 10), take(*second, 10));
+  EXPECT_EQ(kData.substr(100, 10), take(*first, 10));
+}
+
+TEST(Seek, ALaterStreamBeginsInTheCopy) {
+  const MemoryPackage package(deflatedPackage());
+  package.stream("a")->seekg(100);
+  package.files.forget();
+  EXPECT_EQ(kData, contents(package, "a"));
+  EXPECT_EQ(0, onPackage(package.files, FileCall::Read));
+  EXPECT_EQ(0, package.files.count(FileCall::CreateTemp));
+}
+
+TEST(Seek, AnyStreamThatClosesClosesTheCopysFileAndTheNextOpensItAgain) {
+  const MemoryPackage package(deflatedPackage());
+  const Stream first = package.stream("a");
+  const Stream idle = package.stream("a");
+  first->seekg(100);
+  package.files.forget();
+  idle->close();
+  EXPECT_EQ(1, package.files.count(FileCall::Close));
+  first->close();
+  EXPECT_EQ(1, package.files.count(FileCall::Close));
+  const Stream next = package.stream("a");
+  EXPECT_EQ(1, package.files.count(FileCall::Reopen));
+  next->seekg(300);
+  EXPECT_EQ(kData.substr(300), readAll(*next));
+}
+
+TEST(Seek, TheCopyLivesAsLongAsThePackageIsOpen) {
+  const MemoryPackage package(deflatedPackage());
+  package.stream("a")->seekg(100);
+  EXPECT_EQ(1, package.memory.temporaryFiles());
+  package->close();
+  EXPECT_EQ(0, package.memory.temporaryFiles());
+}
+
+TEST(Seek, TheCopyGoesWithAPackageThatIsNeverClosed) {
+  qcftest::MemoryFileSystem memory;
+  memory.put("x", deflatedPackage());
+  {
+    const Package package =
+        pkg::QCFPackageFactory().openPackage("x", kIn, &memory, nullptr, nullptr);
+    package->getFile("a", true)->open(kIn, false)->seekg(100);
+    EXPECT_EQ(1, memory.temporaryFiles());
+  }
+  EXPECT_EQ(0, memory.temporaryFiles());
+}
+
+TEST(Seek, ARawStreamNeverBeginsInTheCopy) {
+  const MemoryPackage package(deflatedPackage());
+  package.stream("a")->seekg(100);
+  EXPECT_EQ(deflated(kData), readAll(*package.stream("a", true)));
+}
+
+TEST(Seek, ARawStreamOfADeflatedEntryThatMovesGivesInflatedBytes) {
+  const MemoryPackage package(deflatedPackage());
+  const Stream stream = package.stream("a", true);
+  take(*stream, 10);
+  stream->seekg(500);
+  EXPECT_EQ(1, package.files.count(FileCall::CreateTemp));
+  EXPECT_EQ(kData.substr(500), readAll(*stream));
+}
+
+TEST(Seek, ARawStreamOfAStoredEntryMovesInPlace) {
+  const MemoryPackage package(storedPackage());
+  const Stream stream = package.stream("a", true);
+  stream->seekg(-20, ios_base::end);
+  EXPECT_EQ(kData.substr(kData.size() - 20), readAll(*stream));
+  EXPECT_EQ(0, package.files.count(FileCall::CreateTemp));
+}
+
+TEST(Seek, BrokenDataEndsTheCopyEarlyAndWithoutAnError) {
+  std::string broken = zipbytes::storedDeflate(kData.substr(0, 6000)) + "\xFF\xFF";
+  broken[0] = 0;
+  zipbytes::File file;
+  const MemoryPackage package(
+      file.add(zipbytes::deflatedEntry("a", kData, broken), broken).bytes());
+  const Stream stream = package.stream("a");
+  stream->exceptions(ios_base::badbit);
+  EXPECT_NO_THROW(stream->seekg(0, ios_base::end));
+  EXPECT_EQ(4096, stream->tellg());  // the block that failed is lost
+  stream->seekg(0);
+  EXPECT_EQ(kData.substr(0, 4096), readAll(*stream));
+}
+
+TEST(Seek, ACopyThatCannotSeekRaises23) {
+  qcftest::MemoryFileSystem memory;
+  UnseekableTemporaries files(memory);
+  memory.put("x", deflatedPackage());
+  const Package package =
+      pkg::QCFPackageFactory().openPackage("x", kIn, &files, nullptr, nullptr);
+  const Stream stream = package->getFile("a", true)->open(kIn, false);
+  stream->exceptions(ios_base::badbit);
+  const Raised raised = raisedBy([&] { stream->seekg(100); });
+  EXPECT_EQ(23, raised.code);
+  EXPECT_FALSE(raised.isIO);
+  // Nor can a stream begin in it.
+  stream->close();
+  EXPECT_RAISES(23, package->getFile("a", true)->open(kIn, false));
+}
+
+TEST(Seek, ACopyThatCannotBeMadeRaisesWhatTheFilesRaise) {
+  using qcftest::Failure;
+  for (const Failure failure : {Failure::CreateTemp, Failure::Write, Failure::Flush}) {
+    qcftest::MemoryFileSystem memory;
+    qcftest::FailingFileSystem files(memory, 1, {failure});
+    memory.put("x", deflatedPackage());
+    const Package package =
+        pkg::QCFPackageFactory().openPackage("x", kIn, &files, nullptr, nullptr);
+    const File file = package->getFile("a", true);
+    const Stream stream = file->open(kIn, false);
+    stream->exceptions(ios_base::badbit);
+    const Raised raised = raisedBy([&] { stream->seekg(100); });
+    EXPECT_EQ(50, raised.code);
+    EXPECT_TRUE(raised.isIO);
+    // A copy that is not whole is nobody's: new streams read the package.
+    stream->close();
+    EXPECT_EQ(kData, readAll(*file->open(kIn, false)));
+    package->close();
+    EXPECT_EQ(0, memory.temporaryFiles());
+  }
+}
+
+TEST(Seek, EveryFailureOfTheFilesLeavesAPackageThatCloses) {
+  const std::string bytes = deflatedPackage();
+  for (int n = 1;; ++n) {  // the n-th call into the file system fails
+    qcftest::MemoryFileSystem memory;
+    qcftest::RecordingFileSystem recording(memory);
+    qcftest::FailingFileSystem files(recording, n);
+    memory.put("x", bytes);
+    Package package;
+    if (raisedBy([&] {
+          package = pkg::QCFPackageFactory().openPackage("x", kIn, &files, nullptr, nullptr);
+          const Stream stream = package->getFile("a", true)->open(kIn, false);
+          stream->exceptions(ios_base::badbit);
+          take(*stream, 10);
+          stream->seekg(100);
+          take(*stream, 10);
+          stream->close();
+          readAll(*package->getFile("a", true));
+          package->close();
+        }).code == -1 &&
+        !files.hasFailed()) {
+      EXPECT_GT(n, 20);
+      break;
+    }
+    package.reset();
+    EXPECT_EQ(0, recording.filesAlive()) << "call " << n;
+    EXPECT_EQ(0, memory.temporaryFiles()) << "call " << n;
+  }
+}
+
+TEST(Seek, ARealOneOnADeflatedStreamThatWritesTheOutputRaises23) {
+  const MemoryPackage package("", nullptr, kIn | kOut | kTrunc);
+  package->beginUpdate();
+  const File file = package->getFile("a", false);
+  const Stream stream = file->open(kOut, false);
+  stream->exceptions(ios_base::badbit);
+  *stream << kData;
+  EXPECT_EQ(20000, stream->tellp());
+  EXPECT_NO_THROW(stream->seekp(20000));
+  const Raised raised = raisedBy([&] { stream->seekp(5); });
+  EXPECT_EQ(23, raised.code);
+  EXPECT_FALSE(raised.isIO);
+  stream->clear();
+  *stream << "more";
+  stream->close();
+  package->endUpdate();
+  EXPECT_EQ(kData + "more", contents(package, "a"));
+}
