@@ -1,5 +1,6 @@
 #include "Documents.h"
 
+#include <cstdlib>
 #include <random>
 
 #include <zlib.h>
@@ -32,25 +33,40 @@ std::string Wave::bytes() const {
   return chunk("RIFF", content);
 }
 
-std::string storedPackage(const std::vector<Entry>& entries) {
-  std::string package, directory;
-  for (const auto& [name, content] : entries) {
-    const auto crc =
-        crc32(0, reinterpret_cast<const Bytef*>(content.data()), static_cast<uInt>(content.size()));
-    const std::string sizes = little(content.size(), 4) + little(content.size(), 4);
-    const std::string common = little(20, 2) + little(0, 2) + little(0, 2) + little(0, 2) +
-                               little(0x5A21, 2) + little(crc, 4) + sizes + little(name.size(), 2);
+std::string package(const std::vector<Entry>& entries) {
+  std::string files, directory;
+  for (const Entry& entry : entries) {
+    const auto size = static_cast<std::uint32_t>(entry.content.size());
+    const auto crc = crc32(0, reinterpret_cast<const Bytef*>(entry.content.data()), size);
+    const std::string common = little(20, 2) + little(0, 2) +
+                               little(static_cast<std::uint64_t>(entry.method), 2) + little(0, 2) +
+                               little(0x5A21, 2) + little(crc, 4) + little(size, 4) +
+                               little(entry.size.value_or(size), 4) + little(entry.name.size(), 2);
     directory += "PK\1\2" + little(20, 2) + common + little(0, 2) + little(0, 2) + little(0, 2) +
-                 little(0, 2) + little(0, 4) + little(package.size(), 4) + name;
-    package += "PK\3\4" + common + little(0, 2) + name + content;
+                 little(0, 2) + little(0, 4) + little(files.size(), 4) + entry.name;
+    files += "PK\3\4" + common + little(0, 2) + entry.name + entry.content;
   }
   const std::string count = little(entries.size(), 2);
-  return package + directory + "PK\5\6" + little(0, 4) + count + count +
-         little(directory.size(), 4) + little(package.size(), 4) + little(0, 2);
+  return files + directory + "PK\5\6" + little(0, 4) + count + count + little(directory.size(), 4) +
+         little(files.size(), 4) + little(0, 2);
+}
+
+std::string openDeflateStream(const std::string& bytes) {
+  z_stream stream{};
+  if (deflateInit2(&stream, 9, Z_DEFLATED, -15, 8, Z_DEFAULT_STRATEGY) != Z_OK) std::abort();
+  std::string compressed(bytes.size() + 1000, '\0');
+  stream.next_in = reinterpret_cast<Bytef*>(const_cast<char*>(bytes.data()));
+  stream.avail_in = static_cast<uInt>(bytes.size());
+  stream.next_out = reinterpret_cast<Bytef*>(compressed.data());
+  stream.avail_out = static_cast<uInt>(compressed.size());
+  if (deflate(&stream, Z_FULL_FLUSH) != Z_OK) std::abort();
+  compressed.resize(stream.total_out);
+  deflateEnd(&stream);
+  return compressed;
 }
 
 std::string storedDocument(const std::string& wave) {
-  return storedPackage({{"mimetype", "application/x-qsnd"}, {"Mixdown.wav", wave}});
+  return package({{"mimetype", "application/x-qsnd"}, {"Mixdown.wav", wave}});
 }
 
 void makeDeflatedDocument(const std::filesystem::path& path, const std::string& wave) {

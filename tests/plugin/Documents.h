@@ -32,11 +32,15 @@ struct Wave {
 
 struct Entry {
   std::string name;
-  std::string content;
+  std::string content;                     // as it is stored
+  int method = 0;                          // 8: `content` is a raw deflate stream
+  std::optional<std::uint32_t> size = {};  // uncompressed, else that of the content
 };
 
-// A ZIP file of stored entries.
-std::string storedPackage(const std::vector<Entry>& entries);
+// A ZIP file of these entries, byte by byte.
+std::string package(const std::vector<Entry>& entries);
+// `bytes` as a raw deflate stream that is not ended: any block may follow.
+std::string openDeflateStream(const std::string& bytes);
 // A sound document: the type, then the audio, both stored.
 std::string storedDocument(const std::string& wave);
 // The same by Info-ZIP, the audio deflated.
