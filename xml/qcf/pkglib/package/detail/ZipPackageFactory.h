@@ -38,6 +38,11 @@ public:
   void setDefaultFileSystem(IPkgFileSystem<Context>* fs) override { fDefaultFileSystem = fs; }
   void setPackageXMLParser(IXMLParser* parser) override { fDefaultXMLParser = parser; }
 
+  // The given one or, for null, the default.
+  IPkgFileSystem<Context>* fileSystemOrDefault(IPkgFileSystem<Context>* fs) const {
+    return fs != nullptr ? fs : fDefaultFileSystem;
+  }
+
 private:
   ZipPackageFactory();
 

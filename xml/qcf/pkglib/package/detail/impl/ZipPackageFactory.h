@@ -55,13 +55,12 @@ ZipPackageFactory<Context>::~ZipPackageFactory() {
 template <class Context>
 typename ZipPackageFactory<Context>::FileName ZipPackageFactory<Context>::nameIn(
     IPkgFileSystem<Context>* fs, const String& path) const {
-  return (fs != nullptr ? fs : fDefaultFileSystem)->getFSFileName(path);
+  return fileSystemOrDefault(fs)->getFSFileName(path);
 }
 
 template <class Context>
 IPkgFileSystem<Context>* ZipPackageFactory<Context>::fileSystemOf(const FileName& name) const {
-  IPkgFileSystem<Context>* const fs = name->getFileSystem();
-  return fs != nullptr ? fs : fDefaultFileSystem;
+  return fileSystemOrDefault(name->getFileSystem());
 }
 
 template <class Context>

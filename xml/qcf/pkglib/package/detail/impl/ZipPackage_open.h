@@ -8,7 +8,10 @@ namespace pkg::zip {
 template <class Context>
 ZipPackage<Context>::ZipPackage(const FileHandle& file, const IPkgPolicies* policies,
                                 IXMLParser* parser)
-    : BasePackage<Context>(file->getName(), file->getFileSystem(), policies, parser) {
+    : BasePackage<Context>(
+          file->getName(),
+          ZipPackageFactory<Context>::getInstance()->fileSystemOrDefault(file->getFileSystem()),
+          policies, parser) {
   this->fPackageFile = file;
   this->fOpenMode = file->getMode();
   init();

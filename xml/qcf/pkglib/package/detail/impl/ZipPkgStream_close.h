@@ -49,10 +49,12 @@ void ZipPkgStream<Context>::detach() {
   dropBuffer();
 }
 
-// Every later operation fails in the stream and touches no file. The client's exception mask must
-// not turn that into an exception now.
+// Every later operation fails in the stream and touches no file, which it lets go of: the client
+// may hold the stream longer than the file system. The client's exception mask must not turn that
+// into an exception now.
 template <class Context>
 void ZipPkgStream<Context>::dropBuffer() {
+  fBuf.fFile.reset();
   this->exceptions(std::ios_base::goodbit);
   this->rdbuf(nullptr);
 }
