@@ -46,18 +46,11 @@ void ZpLocalFileEntry<Context>::readLFH(IPkgFSFileCommon* file) {
   if (fHeader.signature != kLocalFileHeaderSignature) {
     throw PackageIOException<>(PkgLib_Err_BadLFHSignature);
   }
+  // The name has to be there, and no more: the record's counts. The bytes of the extra field are not
+  // even read. Only the lengths of both matter, for where the data starts, and nothing is kept for
+  // them: many records may lead to one header that claims a lot.
   if (fHeader.nameLength != 0) {
-    fName = readText<Deleter>(file, fHeader.nameLength, PkgLib_Err_ReadFileName);
-  }
-  // The bytes of the extra field are not read: only its length counts, for where the data starts.
-  if (fHeader.extraLength != 0 && !fExtra) {
-    fExtra = copyBytes<Deleter>(nullptr, fHeader.extraLength, 0);
-  }
-  if (char* const block = findZip64Block()) {
-    Zip64LocalExtendedInfo info;
-    std::memcpy(static_cast<void*>(&info), block, sizeof info);
-    info = info.byteswap();
-    std::memcpy(block, &info, sizeof info);
+    readText<Deleter>(file, fHeader.nameLength, PkgLib_Err_ReadFileName);
   }
 }
 
