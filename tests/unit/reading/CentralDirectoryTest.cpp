@@ -1,8 +1,8 @@
-#include <gtest/gtest.h>
-
 #include <memory>
 
-#include "reading/Reading.h"
+#include <gtest/gtest.h>
+
+#include "unit/reading/Reading.h"
 
 using namespace reading;
 using zipbytes::storedEntry;
@@ -53,7 +53,7 @@ public:
   boost::shared_ptr<pkg::IPkgFSFile<>> file;
 
 private:
-  qcftest::MemoryFileSystem fMemory;
+  support::MemoryFileSystem fMemory;
   MemoryPackage fPackage{packageOf({"a"})};
 };
 
@@ -82,9 +82,9 @@ TEST(CentralDirectory, ACommentOfAnyLengthIsFound) {
   zipbytes::File file;
   addStored(file, "a", "x");
   // Around the seams of the slices in which the end is looked for, and the longest.
-  for (const std::size_t length : {1u, 3u, 4u, 18u, 22u, 4000u, 4050u, 4070u, 4071u, 4072u, 4073u,
-                                   4074u, 4075u, 4076u, 4092u, 4093u, 4094u, 4095u, 4096u, 4097u,
-                                   8180u, 8186u, 8190u, 65535u}) {
+  for (const std::size_t length :
+       {1u,    3u,    4u,    18u,   22u,   4000u, 4050u, 4070u, 4071u, 4072u, 4073u, 4074u,
+        4075u, 4076u, 4092u, 4093u, 4094u, 4095u, 4096u, 4097u, 8180u, 8186u, 8190u, 65535u}) {
     const std::string text(length, 'c');
     const MemoryPackage package(file.bytes(file.end(text)));
     EXPECT_EQ(text, comment(package)) << length;
@@ -175,8 +175,8 @@ TEST(CentralDirectory, MarkersInTheEndRecordDoNotLeadToZip64Records) {
   end.directoryOffset = kAllOnes;
   const std::size_t at = file.offset() + file.directory().size();
   const std::string bytes = file.bytes(end);
-  const int code = opening(bytes.substr(0, at) + zip64EndRecord(zip64) + zipbytes::zip64Locator(at) +
-                           bytes.substr(at))
+  const int code = opening(bytes.substr(0, at) + zip64EndRecord(zip64) +
+                           zipbytes::zip64Locator(at) + bytes.substr(at))
                        .code;
   EXPECT_TRUE(code == 2 || code == 3) << code;
 }
@@ -252,10 +252,10 @@ TEST(CentralDirectory, UnknownBlocksArePassedOver) {
 }
 
 TEST(CentralDirectory, ALastBlockThatRunsPastTheEndEndsTheWalkWithoutAnError) {
-  for (const std::string& tail : {zipbytes::u16(0x5455) + zipbytes::u16(0xFFFF),
-                                  zipbytes::u16(0x0001) + zipbytes::u16(0xFFFF) + "12",
-                                  zipbytes::u16(0x2705) + zipbytes::u16(12) + "ZPIT",
-                                  std::string("abc")}) {
+  for (const std::string& tail :
+       {zipbytes::u16(0x5455) + zipbytes::u16(0xFFFF),
+        zipbytes::u16(0x0001) + zipbytes::u16(0xFFFF) + "12",
+        zipbytes::u16(0x2705) + zipbytes::u16(12) + "ZPIT", std::string("abc")}) {
     const MemoryPackage package(withExtra(zipbytes::typeCreatorBlock("TEXTttxt") + tail, 8, 8));
     EXPECT_EQ("5445585474747874", property(package, "a", pkg::QCFPropertyZipTypeCreator));
     EXPECT_EQ("12345678", contents(package, "a"));

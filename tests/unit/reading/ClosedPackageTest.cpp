@@ -1,13 +1,13 @@
-#include <gtest/gtest.h>
-
 #include <functional>
 
-#include "reading/Reading.h"
+#include <gtest/gtest.h>
+
+#include "unit/reading/Reading.h"
 
 using namespace reading;
 
 TEST(ClosedPackage, EveryOperationButThePoliciesRaises24) {
-  const Conformance policies(4);
+  const Policy policies(4);
   const MemoryPackage package(packageOf({"a"}), &policies);
   const Directory root = package->getRootDirectory();
   package->closeWithoutSave();
@@ -66,7 +66,7 @@ TEST(ClosedPackage, ASecondCloseIsAnError) {
 TEST(ClosedPackage, ClosingClosesTheFileOnce) {
   const MemoryPackage package(packageOf({"a"}));
   package->close();
-  EXPECT_EQ(1, package.files.count(qcftest::FileCall::Close));
+  EXPECT_EQ(1, package.files.count(support::FileCall::Close));
   EXPECT_EQ(0, package.files.filesAlive());
 }
 
@@ -82,9 +82,8 @@ TEST(ClosedPackage, EntriesThatAClientStillHoldsCanBeLetGo) {
 TEST(OpenPackage, WithoutPoliciesEveryAnswerIsZero) {
   const MemoryPackage package(packageOf({"a"}));
   EXPECT_EQ(nullptr, package->getPolicies());
-  for (const auto policy :
-       {pkg::IPkgPolicies::PolicyDataDescriptor, pkg::IPkgPolicies::PolicyCRC,
-        pkg::IPkgPolicies::PolicyConformance}) {
+  for (const auto policy : {pkg::IPkgPolicies::PolicyDataDescriptor, pkg::IPkgPolicies::PolicyCRC,
+                            pkg::IPkgPolicies::PolicyConformance}) {
     EXPECT_EQ(0, package->getPolicy(policy));
   }
 }

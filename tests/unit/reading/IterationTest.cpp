@@ -1,6 +1,6 @@
 #include <gtest/gtest.h>
 
-#include "reading/Reading.h"
+#include "unit/reading/Reading.h"
 
 using namespace reading;
 

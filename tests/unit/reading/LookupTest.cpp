@@ -1,6 +1,6 @@
 #include <gtest/gtest.h>
 
-#include "reading/Reading.h"
+#include "unit/reading/Reading.h"
 
 using namespace reading;
 
@@ -53,10 +53,10 @@ TEST(Lookup, TheLocalHeaderIsReadAtTheFirstTouchOnly) {
   const MemoryPackage package(packageOf({"a"}));
   package.files.forget();
   package->getFile("a", true);
-  EXPECT_EQ(1, package.files.count(qcftest::FileCall::Seek));
-  EXPECT_EQ(2, package.files.count(qcftest::FileCall::Read));  // header and name
+  EXPECT_EQ(1, package.files.count(support::FileCall::Seek));
+  EXPECT_EQ(2, package.files.count(support::FileCall::Read));  // header and name
   package->getFile("a", true);
-  EXPECT_EQ(2, package.files.count(qcftest::FileCall::Read));
+  EXPECT_EQ(2, package.files.count(support::FileCall::Read));
 }
 
 TEST(Lookup, AFileThatNeedNotExistIsANewObject) {

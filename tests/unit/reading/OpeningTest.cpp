@@ -1,8 +1,8 @@
-#include <gtest/gtest.h>
-
 #include <cstring>
 
-#include "reading/Reading.h"
+#include <gtest/gtest.h>
+
+#include "unit/reading/Reading.h"
 
 using namespace reading;
 using zipbytes::storedEntry;
@@ -12,7 +12,7 @@ namespace {
 constexpr char kLocalSignature[] = "PK\x03\x04";
 
 // A file of nobody: it does not know its file system.
-class FileOfNoSystem : public qcftest::FileSystemWrapper {
+class FileOfNoSystem : public support::FileSystemWrapper {
 public:
   using FileSystemWrapper::FileSystemWrapper;
 
@@ -78,10 +78,9 @@ TEST(Opening, AFileTooShortForAnEndRecordFailsInTheFileLayer) {
 }
 
 TEST(Opening, ASystemFailureCarriesTheSystemsText) {
-  qcftest::MemoryFileSystem memory;
-  const Raised raised = raisedBy([&] {
-    pkg::QCFPackageFactory().openPackage("absent", kIn, &memory, nullptr, nullptr);
-  });
+  support::MemoryFileSystem memory;
+  const Raised raised = raisedBy(
+      [&] { pkg::QCFPackageFactory().openPackage("absent", kIn, &memory, nullptr, nullptr); });
   EXPECT_EQ(50, raised.code);
   EXPECT_TRUE(raised.isIO);
   EXPECT_EQ(std::strerror(ENOENT), raised.text);
@@ -113,7 +112,7 @@ TEST(Opening, AModeThatTruncatesMakesANewPackage) {
 }
 
 TEST(Opening, ANewPackageIsHeldToNoMimetypeRule) {
-  const Conformance refuse(2);
+  const Policy refuse(2);
   EXPECT_NO_THROW(MemoryPackage("", &refuse, kOut | kTrunc));
 }
 
@@ -123,7 +122,7 @@ TEST(Opening, ForReadingAndWritingReadsWhatIsThere) {
 }
 
 TEST(Opening, AnOpenFileIsTakenWithItsModeAndName) {
-  qcftest::MemoryFileSystem memory;
+  support::MemoryFileSystem memory;
   memory.put("x", packageOf({"a"}));
   const auto file = memory.openFile(memory.getFSFileName("x"), kIn | std::ios_base::ate);
   const Package package = pkg::QCFPackageFactory().openPackage(file, nullptr, nullptr);
@@ -134,7 +133,7 @@ TEST(Opening, AnOpenFileIsTakenWithItsModeAndName) {
 }
 
 TEST(Opening, AnOpenFileIsRecognisedFromWhereItStands) {
-  qcftest::MemoryFileSystem memory;
+  support::MemoryFileSystem memory;
   memory.put("x", packageOf({"a"}));
   const auto file = memory.openFile(memory.getFSFileName("x"), kIn);
   file->seek(4, SEEK_SET);
@@ -142,16 +141,15 @@ TEST(Opening, AnOpenFileIsRecognisedFromWhereItStands) {
 }
 
 TEST(Opening, AFileOfNoFileSystemUsesTheDefaultOne) {
-  qcftest::MemoryFileSystem memory;
-  qcftest::MemoryFileSystem standard;
+  support::MemoryFileSystem memory;
+  support::MemoryFileSystem standard;
   const std::string data = pattern(100);
   zipbytes::File bytes;
   memory.put("x", addDeflated(bytes, "a", data).bytes());
   pkg::QCFPackageFactory factory;
   factory.setDefaultFileSystem(&standard);
   {
-    const auto file =
-        FileOfNoSystem::strip(memory.openFile(memory.getFSFileName("x"), kIn));
+    const auto file = FileOfNoSystem::strip(memory.openFile(memory.getFSFileName("x"), kIn));
     const Package package = factory.openPackage(file, nullptr, nullptr);
     const Stream stream = package->getFile("a", true)->open(kIn, false);
     stream->seekg(50);
@@ -165,16 +163,16 @@ TEST(Opening, AFileOfNoFileSystemUsesTheDefaultOne) {
 
 TEST(Opening, AFailureLeavesNoFileBehind) {
   const std::string good = packageOf({"a"});
-  for (const std::string& bytes : {std::string(), "PK\x07\x08" + good, std::string(100, 'x'),
-                                   kLocalSignature + std::string(100, 'x'),
-                                   good.substr(0, good.size() - 30)}) {
-    qcftest::MemoryFileSystem memory;
-    qcftest::RecordingFileSystem files(memory);
+  for (const std::string& bytes :
+       {std::string(), "PK\x07\x08" + good, std::string(100, 'x'),
+        kLocalSignature + std::string(100, 'x'), good.substr(0, good.size() - 30)}) {
+    support::MemoryFileSystem memory;
+    support::RecordingFileSystem files(memory);
     memory.put("x", bytes);
     EXPECT_NE(-1, raisedBy([&] {
                     pkg::QCFPackageFactory().openPackage("x", kIn, &files, nullptr, nullptr);
                   }).code);
-    EXPECT_EQ(1, files.count(qcftest::FileCall::Open));
+    EXPECT_EQ(1, files.count(support::FileCall::Open));
     EXPECT_EQ(0, files.filesAlive());
   }
 }
@@ -182,13 +180,12 @@ TEST(Opening, AFailureLeavesNoFileBehind) {
 TEST(Opening, EveryFailureOfTheFileReachesTheClientAndLeavesNothingOpen) {
   const std::string bytes = packageOf({"mimetype", "a", "b"});
   for (int n = 1;; ++n) {  // the n-th call into the file system fails
-    qcftest::MemoryFileSystem memory;
-    qcftest::RecordingFileSystem files(memory);
-    qcftest::FailingFileSystem failing(files, n);
+    support::MemoryFileSystem memory;
+    support::RecordingFileSystem files(memory);
+    support::FailingFileSystem failing(files, n);
     memory.put("x", bytes);
-    const Raised raised = raisedBy([&] {
-      pkg::QCFPackageFactory().openPackage("x", kIn, &failing, nullptr, nullptr);
-    });
+    const Raised raised = raisedBy(
+        [&] { pkg::QCFPackageFactory().openPackage("x", kIn, &failing, nullptr, nullptr); });
     EXPECT_EQ(0, files.filesAlive()) << "call " << n;
     if (!failing.hasFailed()) {
       EXPECT_EQ(-1, raised.code);
@@ -219,13 +216,13 @@ TEST(Opening, DoesNotReadThePropertiesDocument) {
 }
 
 TEST(Opening, EveryReadThatComesShortIsNoticed) {
-  qcftest::MemoryFileSystem memory;
+  support::MemoryFileSystem memory;
   const std::string bytes = packageOf({"a"});
   memory.put("x", bytes);
   for (int n = 1;; ++n) {
-    qcftest::FailingFileSystem files(memory, n, {qcftest::Failure::ShortRead});
-    const Raised raised = raisedBy(
-        [&] { pkg::QCFPackageFactory().openPackage("x", kIn, &files, nullptr, nullptr); });
+    support::FailingFileSystem files(memory, n, {support::Failure::ShortRead});
+    const Raised raised =
+        raisedBy([&] { pkg::QCFPackageFactory().openPackage("x", kIn, &files, nullptr, nullptr); });
     if (!files.hasFailed()) break;
     EXPECT_NE(-1, raised.code) << "read " << n;
   }

@@ -1,11 +1,11 @@
-#include <gtest/gtest.h>
-
 #include <algorithm>
 
-#include "reading/Reading.h"
+#include <gtest/gtest.h>
+
+#include "unit/reading/Reading.h"
 
 using namespace reading;
-using qcftest::FileCall;
+using support::FileCall;
 using zipbytes::storedEntry;
 
 namespace {
@@ -13,7 +13,7 @@ namespace {
 constexpr int kEof = std::char_traits<char>::eof();
 
 // Gives at most so many bytes with each read.
-class ShortReads : public qcftest::FileSystemWrapper {
+class ShortReads : public support::FileSystemWrapper {
 public:
   using FileSystemWrapper::FileSystemWrapper;
   void limit(int most) { fMost = most; }
@@ -48,7 +48,7 @@ std::string packageOfDeflated(const std::string& bytes, std::uint32_t size) {
   return file.add(entry, bytes).bytes();
 }
 
-std::vector<long long> sizesRead(const qcftest::RecordingFileSystem& files) {
+std::vector<long long> sizesRead(const support::RecordingFileSystem& files) {
   std::vector<long long> sizes;
   for (const auto& call : files.calls()) {
     if (call.kind == FileCall::Read) sizes.push_back(call.number);
@@ -103,8 +103,8 @@ TEST(ReadStream, MixesSingleBytesAndTransfers) {
       } else {
         got += take(*stream, count);
       }
-      EXPECT_EQ(static_cast<long long>(got.size()), stream->rdbuf()->pubseekoff(
-                                                        0, std::ios_base::cur, kIn));
+      EXPECT_EQ(static_cast<long long>(got.size()),
+                stream->rdbuf()->pubseekoff(0, std::ios_base::cur, kIn));
     }
     EXPECT_EQ(data, got);
   }
@@ -244,7 +244,7 @@ TEST(ReadStream, BytesCanBePutBackAfterARunOfShortReads) {
   const std::string data = "0123456789abcdefghij";
   for (int most = 1; most <= 5; ++most) {
     for (std::size_t count = 1; count <= 12; ++count) {
-      qcftest::MemoryFileSystem memory;
+      support::MemoryFileSystem memory;
       ShortReads files(memory);
       memory.put("x", storedPackage(data));
       const Package package =
@@ -367,12 +367,12 @@ TEST(ReadStream, AnUnknownMethodCountsAsDeflate) {
 
 TEST(ReadStream, AFailureOfTheFilePassesThrough) {
   for (const std::string& bytes : {storedPackage("0123456789"), deflatedPackage("0123456789")}) {
-    for (const auto failure : {qcftest::Failure::Read, qcftest::Failure::Seek}) {
+    for (const auto failure : {support::Failure::Read, support::Failure::Seek}) {
       // Counts the calls of opening, then fails at the first one of the stream.
       int calls = 0;
       for (const bool fails : {false, true}) {
-        qcftest::MemoryFileSystem memory;
-        qcftest::FailingFileSystem files(memory, fails ? calls + 1 : 0, {failure});
+        support::MemoryFileSystem memory;
+        support::FailingFileSystem files(memory, fails ? calls + 1 : 0, {failure});
         memory.put("x", bytes);
         const Package package =
             pkg::QCFPackageFactory().openPackage("x", kIn, &files, nullptr, nullptr);

@@ -54,9 +54,9 @@ Raised raisedBy(Action&& action) {
 #define EXPECT_RAISES(number, ...) \
   EXPECT_EQ(number, reading::raisedBy([&] { __VA_ARGS__; }).code) << #__VA_ARGS__
 
-class Conformance : public pkg::IPkgPolicies {
+class Policy : public pkg::IPkgPolicies {
 public:
-  explicit Conformance(std::int32_t value) : fValue(value) {}
+  explicit Policy(std::int32_t value) : fValue(value) {}
   std::int32_t getPolicy(Policies policy) const override {
     return policy == PolicyConformance ? fValue : 0;
   }
@@ -80,8 +80,9 @@ public:
     return fPackage->getFile(path, true)->open(kIn, raw);
   }
 
-  qcftest::MemoryFileSystem memory;
-  qcftest::RecordingFileSystem files{memory};
+  // Of the world, not of the package: a test looks at them and changes them as it likes.
+  mutable support::MemoryFileSystem memory;
+  mutable support::RecordingFileSystem files{memory};
 
 private:
   Package fPackage;  // goes before the files that it is in
