@@ -1,7 +1,6 @@
 #include <cstdint>
 #include <cstring>
 #include <filesystem>
-#include <new>
 #include <string>
 #include <vector>
 
@@ -12,27 +11,13 @@
 
 #include "AlertRecorder.h"
 #include "Documents.h"
+#include "FailingNew.h"
 #include "Plugin.h"
 #include "QFL/Module.h"
 #include "QFL/Strings.h"
 #include "qvacore/Localizer.h"
 #include "support/Run.h"
 #include "support/TempDir.h"
-
-// While it is 0, allocations succeed. At 1 the next one fails, at 2 the one after it, and so on.
-static thread_local int tAllocationToFail = 0;
-
-void* operator new(std::size_t size) {
-  if (tAllocationToFail > 0 && --tAllocationToFail == 0) throw std::bad_alloc();
-  if (void* const memory = std::malloc(size != 0 ? size : 1)) return memory;
-  throw std::bad_alloc();
-}
-void operator delete(void* memory) noexcept {
-  std::free(memory);
-}
-void operator delete(void* memory, std::size_t) noexcept {
-  std::free(memory);
-}
 
 namespace {
 
@@ -83,7 +68,7 @@ protected:
   ~PluginEntry() override {
     qvacore::config::Localizer::Get().SetLookup({});
     QFL::SetStdStringMaker({});
-    tAllocationToFail = 0;
+    failAllocation(0);
   }
   Plugin plugin;
 };
@@ -318,7 +303,7 @@ protected:
   PluginAlerts() : plugin(copyOfBundle(scratch, "Alerts.bundle")) {}
   ~PluginAlerts() override {
     qvacore::config::Localizer::Get().SetLookup({});
-    tAllocationToFail = 0;
+    failAllocation(0);
   }
 
   template <class Exception>
@@ -330,9 +315,9 @@ protected:
   // Selector 39 or 37 with the first allocation in it failing.
   std::int32_t createWithoutMemory() {
     imFileInfoRec8 info{};
-    tAllocationToFail = 1;
+    failAllocation(1);
     const auto result = plugin(37, nullptr, &info);
-    tAllocationToFail = 0;
+    failAllocation(0);
     EXPECT_EQ(info.privateData, nullptr);
     return result;
   }
