@@ -142,6 +142,7 @@ public:
 private:
   friend class ZipPkgFile<Context>;
 
+  bool isOrphan() const { return fBuf.isOrphan(); }
   bool writes() const { return (fBuf.fMode & std::ios_base::out) != 0; }
   // Cuts the stream off from an entry that goes: it is closed from now on.
   void detach();

@@ -120,7 +120,7 @@ void ZipPkgFile<Context>::copyData(IPkgStream<Context>& from, IPkgStream<Context
 template <class Context>
 void ZipPkgFile<Context>::streamClosed(ZipPkgStream<Context>* stream) {
   try {
-    if (stream->writes() && this->fWriteCentral) settleWrittenHeaders();
+    if (stream->writes() && this->fWriteCentral && !stream->isOrphan()) settleWrittenHeaders();
     fTempFile.close();
   } catch (...) {
     fStreams.remove(stream);
