@@ -112,8 +112,9 @@ void ZpCentralDirEntry<Context>::setFinalNumbers(std::uint64_t uncompressedSize,
   fHeader.versionNeeded = fHeader.versionMadeBy;
   if (!zip64.isNeeded()) return;
   const Zip64ExtendedInfo block = zip64.block();
-  replaceExtra(reinterpret_cast<const char*>(&block), sizeof block);
   fHeader.extraLength = zip64.extraLength();
+  // No more than is counted: a walk would take the places behind it for blocks.
+  replaceExtra(reinterpret_cast<const char*>(&block), fHeader.extraLength);
 }
 
 template <class Context>
