@@ -63,7 +63,7 @@ private:
 
   void readExtraField(ZipPackage<Context>* package);
   void readZip64Numbers(const char* body, std::size_t bodySize, const char* end);
-  std::uint16_t adjustedExtraLength(bool typed) const;
+  std::size_t typeCreatorBlockSize() const;
   void appendZip64Block(std::string& out, const char* block) const;
   std::string composeExtraField(const String& typeAndCreator) const;
   void replaceExtra(const char* bytes, std::size_t count);

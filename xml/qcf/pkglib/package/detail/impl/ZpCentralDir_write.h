@@ -124,12 +124,16 @@ void ZpCentralDirEntry<Context>::writeCDH(IPkgFSFileCommon* file, ZipPackage<Con
     const ZpHeaderProperties<Context> properties(package->getPropertyMgr(), getPath(), fHeader);
     typeAndCreator = properties.typeAndCreator();
   }
-  fHeader.extraLength = adjustedExtraLength(!typeAndCreator.empty());
+  const bool typed = !typeAndCreator.empty();
+  const std::size_t oldBlock = typeCreatorBlockSize();
+  const std::size_t newBlock = typed ? sizeof(ExtraData_2705) : 0;
+  fHeader.extraLength = static_cast<std::uint16_t>(fHeader.extraLength + newBlock - oldBlock);
 
   std::string record;
   appendRecord(record, fHeader);
   if (fHeader.nameLength != 0) record.append(fName.get(), fHeader.nameLength);
-  const std::string extra = composeExtraField(typeAndCreator);
+  std::string extra = composeExtraField(typeAndCreator);
+  if (typed && oldBlock == 0) appendTypeCreatorBlock<Context>(extra, typeAndCreator);
   record += extra;
   if (fHeader.commentLength != 0) record.append(fComment.get(), fHeader.commentLength);
   writeAll<Context>(file, record);
@@ -138,38 +142,31 @@ void ZpCentralDirEntry<Context>::writeCDH(IPkgFSFileCommon* file, ZipPackage<Con
   replaceExtra(extra.data(), extra.size());
 }
 
-// The extra length with the type-and-creator block dropped, brought to its proper size or added.
+// The first block of type and creator with its header; 0 where there is none.
 template <class Context>
-std::uint16_t ZpCentralDirEntry<Context>::adjustedExtraLength(bool typed) const {
-  const std::size_t newBlock = typed ? sizeof(ExtraData_2705) : 0;
+std::size_t ZpCentralDirEntry<Context>::typeCreatorBlockSize() const {
   ExtraFieldWalk walk(fExtra.get(), fHeader.extraLength, fExtraBytes);
   while (walk.next()) {
-    if (walk.id() == kTypeCreatorExtraId) {
-      return static_cast<std::uint16_t>(fHeader.extraLength + newBlock - walk.totalSize());
-    }
+    if (walk.id() == kTypeCreatorExtraId) return walk.totalSize();
   }
-  return static_cast<std::uint16_t>(fHeader.extraLength + newBlock);
+  return 0;
 }
 
 // The extra field as it goes to the file. The walk is as long as the adjusted length says: what
 // lies beyond it, behind a block that was dropped or cut, is not written.
 template <class Context>
 std::string ZpCentralDirEntry<Context>::composeExtraField(const String& typeAndCreator) const {
-  const bool typed = !typeAndCreator.empty();
-  bool hadBlock = false;
   std::string out;
   ExtraFieldWalk walk(fExtra.get(), fHeader.extraLength, fExtraBytes);
   while (walk.next()) {
     if (walk.id() == kZip64ExtraId) {
       appendZip64Block(out, walk.block());
     } else if (walk.id() == kTypeCreatorExtraId) {
-      hadBlock = true;
-      if (typed) appendTypeCreatorBlock<Context>(out, typeAndCreator);
+      if (!typeAndCreator.empty()) appendTypeCreatorBlock<Context>(out, typeAndCreator);
     } else {
       out.append(walk.block(), sizeof(ExtraDataHeader) + walk.bodyAvailable());
     }
   }
-  if (typed && !hadBlock) appendTypeCreatorBlock<Context>(out, typeAndCreator);
   return out;
 }
 
