@@ -20,7 +20,7 @@ public:
 
   ZipAllocator() = default;
   template <class U>
-  ZipAllocator(const ZipAllocator<U, Policy>&) noexcept {}
+  ZipAllocator(const ZipAllocator<U, Policy>&) noexcept {}  // NOLINT(google-explicit-constructor)
 
   T* allocate(std::size_t count) {
     if (count > SIZE_MAX / sizeof(T)) throw std::bad_array_new_length();

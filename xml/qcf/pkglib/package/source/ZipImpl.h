@@ -189,7 +189,7 @@ struct QCF_API Zip64LocalExtendedInfo {
   std::uint64_t uncompressedSize;
   std::uint64_t compressedSize;
 
-  Zip64LocalExtendedInfo() : id(kZip64ExtraId), size(16) {}
+  Zip64LocalExtendedInfo() : id(kZip64ExtraId), size(16), uncompressedSize(0), compressedSize(0) {}
   Zip64LocalExtendedInfo byteswap() const;
   std::uint16_t calcStructSize() const { return sizeof *this; }
 };

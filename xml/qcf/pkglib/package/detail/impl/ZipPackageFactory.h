@@ -73,8 +73,8 @@ typename ZipPackageFactory<Context>::Package ZipPackageFactory<Context>::openPac
 template <class Context>
 typename ZipPackageFactory<Context>::Package ZipPackageFactory<Context>::openPackage(
     const FileName& name, openmode mode, const IPkgPolicies* policies, IXMLParser* parser) {
-  const auto package = boost::make_shared<ZipPackage<Context>>(name, fileSystemOf(name), policies,
-                                                               parserOrDefault(parser));
+  auto package = boost::make_shared<ZipPackage<Context>>(name, fileSystemOf(name), policies,
+                                                         parserOrDefault(parser));
   package->openFile(mode);
   return package;
 }

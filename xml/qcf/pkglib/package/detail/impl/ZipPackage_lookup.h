@@ -123,7 +123,7 @@ SPRefType<IPkgDirectory<Context>> ZipPackage<Context>::getRootDirectory() const 
 // Adopts the birth reference of a new entry.
 template <class Context>
 SPRefType<IPkgEntry<Context>> ZipPackage<Context>::enter(ZipPkgEntry<Context>* entry) {
-  const EntryHandle handle(entry);
+  EntryHandle handle(entry);
   fEntries[entry->fName] = handle;
   return handle;
 }

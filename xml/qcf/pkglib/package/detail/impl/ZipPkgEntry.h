@@ -88,7 +88,7 @@ void ZipPkgEntry<Context>::createZipData(bool copy) {
 
 template <class Context>
 typename ZipPkgEntry<Context>::Record ZipPkgEntry<Context>::makeNewRecord() const {
-  const auto record = boost::make_shared<ZpCentralDirEntry<Context>>();
+  auto record = boost::make_shared<ZpCentralDirEntry<Context>>();
   CentralDirHeader& header = record->fHeader;
   header.versionMadeBy = FLATE_VERSION;
   header.versionNeeded = FLATE_VERSION;

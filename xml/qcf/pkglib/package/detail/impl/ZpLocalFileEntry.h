@@ -46,9 +46,9 @@ void ZpLocalFileEntry<Context>::readLFH(IPkgFSFileCommon* file) {
   if (fHeader.signature != kLocalFileHeaderSignature) {
     throw PackageIOException<>(PkgLib_Err_BadLFHSignature);
   }
-  // The name has to be there, and no more: the record's counts. The bytes of the extra field are not
-  // even read. Only the lengths of both matter, for where the data starts, and nothing is kept for
-  // them: many records may lead to one header that claims a lot.
+  // The name has to be there, and no more: the record's counts. The bytes of the extra field are
+  // not even read. Only the lengths of both matter, for where the data starts, and nothing is kept
+  // for them: many records may lead to one header that claims a lot.
   if (fHeader.nameLength != 0) {
     readText<Deleter>(file, fHeader.nameLength, PkgLib_Err_ReadFileName);
   }
