@@ -89,7 +89,7 @@ template <class Context>
 typename ZipPackageFactory<Context>::Package ZipPackageFactory<Context>::createConformingPackage(
     const String& path, const String& mimeType, bool inUpdate, IPkgFileSystem<Context>* fs,
     const IPkgPolicies* policies, IXMLParser* parser) {
-  const Package package =
+  Package package =
       this->openPackage(path, std::ios_base::out | std::ios_base::trunc, fs, policies, parser);
   if (inUpdate) package->beginUpdate();
   package->setMIMEType(mimeType);
