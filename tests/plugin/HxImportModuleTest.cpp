@@ -86,6 +86,12 @@ struct Driver {
 
 using Calls = std::vector<std::string>;
 
+// By value: nothing may refer to a field of a packed record.
+template <class Record>
+void* instanceIn(const Record& record) {
+  return record.privateData;
+}
+
 // The text that tells of a failure during a selector.
 std::string failureText(const char* what, const void* instance, int selector,
                         const char* reason = nullptr) {
@@ -183,7 +189,7 @@ TEST(HxImportModule, TheFirstInfoRequestMakesAnInstance) {
   void* const instance = info.privateData;
   EXPECT_EQ(driver.script.lastThis, instance);
   EXPECT_EQ(driver.send(37, nullptr, &info), 0);
-  EXPECT_EQ(info.privateData, instance);
+  EXPECT_EQ(instanceIn(info), instance);
   EXPECT_EQ(driver.script.alive, 1);
   EXPECT_EQ(driver.send(9, nullptr, instance), 0);
 }
@@ -193,7 +199,7 @@ TEST(HxImportModule, AFailedFirstInfoRequestLeavesItsInstanceWithTheHost) {
   driver.script.result = 31;
   imFileInfoRec8 info{};
   EXPECT_EQ(driver.send(37, nullptr, &info), 31);
-  ASSERT_NE(info.privateData, nullptr);
+  ASSERT_NE(instanceIn(info), nullptr);
   EXPECT_EQ(driver.script.alive, 1);
   driver.send(9, nullptr, info.privateData);
 }
@@ -203,7 +209,7 @@ TEST(HxImportModule, AFailedFirstOpenTakesItsInstanceBack) {
   driver.script.result = 31;
   imFileOpenRec8 file{};
   EXPECT_EQ(driver.send(39, nullptr, &file), 31);
-  EXPECT_EQ(file.privateData, nullptr);
+  EXPECT_EQ(instanceIn(file), nullptr);
   EXPECT_EQ(driver.script.calls, (Calls{"SetStdParms", "OnOpenFile8", "destroy"}));
 }
 
@@ -215,7 +221,7 @@ TEST(HxImportModule, AFailedLaterOpenLeavesTheInstanceAlone) {
   ASSERT_NE(instance, nullptr);
   driver.script.result = 31;
   EXPECT_EQ(driver.send(39, nullptr, &file), 31);
-  EXPECT_EQ(file.privateData, instance);
+  EXPECT_EQ(instanceIn(file), instance);
   EXPECT_EQ(driver.script.alive, 1);
   driver.send(9, nullptr, instance);
 }
@@ -226,10 +232,10 @@ TEST(HxImportModule, AnInstanceThatCannotBeMadeGives99AndIsTold) {
   driver.script.constructing = [] { throw std::runtime_error("no memory for it"); };
   imFileInfoRec8 info{};
   EXPECT_EQ(driver.send(37, nullptr, &info), 99);
-  EXPECT_EQ(info.privateData, nullptr);
+  EXPECT_EQ(instanceIn(info), nullptr);
   imFileOpenRec8 file{};
   EXPECT_EQ(driver.send(39, nullptr, &file), 99);
-  EXPECT_EQ(file.privateData, nullptr);
+  EXPECT_EQ(instanceIn(file), nullptr);
   const std::string expected =
       "<plugin.HxImportModule> An exception occured creating ImportModule "
       "N12_GLOBAL__N_112FakeImporterILi1EEE what() returned no memory for it\n";
@@ -373,8 +379,8 @@ TEST(HxImportModule, ANewInstanceWhoseCallThrowsIsNeitherStoredNorDestroyed) {
   const void* const first = driver.script.lastThis;
   EXPECT_EQ(driver.send(39, nullptr, &file), 3);
   const void* const second = driver.script.lastThis;
-  EXPECT_EQ(info.privateData, nullptr);
-  EXPECT_EQ(file.privateData, nullptr);
+  EXPECT_EQ(instanceIn(info), nullptr);
+  EXPECT_EQ(instanceIn(file), nullptr);
   EXPECT_EQ(driver.script.alive, 2);
   using Importer = Driver<12>::Importer;
   delete static_cast<const Importer*>(first);

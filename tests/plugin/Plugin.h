@@ -43,6 +43,17 @@ inline std::u16string widen(const std::string& ascii) {
   return {ascii.begin(), ascii.end()};
 }
 
+// What the info record tells, with fields that can be referred to.
+struct FileInfo {
+  int hasVideo = -1;
+  int hasAudio = -1;
+  std::uint32_t channelCount = 0;
+  float sampleRate = 0;
+  std::int32_t sampleFormat = 0;
+  std::int64_t frameCount = 0;
+  std::int32_t word194 = -1;
+};
+
 // One file of a host: its path, its slot for the instance, its reference.
 struct HostFile {
   explicit HostFile(const Plugin& entry) : plugin(entry) {}
@@ -64,7 +75,8 @@ struct HostFile {
     record.privateData = instance;
     const auto result = plugin(37, nullptr, &record);
     instance = record.privateData;
-    info = record;
+    info = {record.hasVideo,     record.hasAudio,   record.channelCount, record.sampleRate,
+            record.sampleFormat, record.frameCount, record.word194};
     return result;
   }
   std::int32_t read(std::int64_t position, std::uint32_t frames, ChannelBuffers& out) {
@@ -85,5 +97,5 @@ struct HostFile {
   const Plugin& plugin;
   void* reference = nullptr;
   void* instance = nullptr;
-  imFileInfoRec8 info{};
+  FileInfo info;
 };

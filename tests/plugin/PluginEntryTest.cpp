@@ -131,7 +131,7 @@ TEST_F(PluginEntry, EverySelectorFromMinus1To60GivesItsNumber) {
         break;
     }
     EXPECT_EQ(plugin(selector, param1, param2), expected) << "selector " << selector;
-    EXPECT_EQ(info.privateData, nullptr);
+    EXPECT_TRUE(info.privateData == nullptr);
   }
   EXPECT_EQ(watch.alive, 0);
 }
@@ -239,7 +239,7 @@ TEST(PluginLoading, WithoutItsBundleSelector0StillGives400) {
   const Plugin plugin(module);
   imImportInfoRec info{};
   EXPECT_EQ(plugin(0, &info), 400);
-  EXPECT_EQ(info.word52, 1);
+  EXPECT_EQ(+info.word52, 1);
   EXPECT_EQ(watch.made, 0);
   imIndFormatRec format{};
   EXPECT_EQ(plugin(14, nullptr, &format), 0);
@@ -318,7 +318,7 @@ protected:
     failAllocation(1);
     const auto result = plugin(37, nullptr, &info);
     failAllocation(0);
-    EXPECT_EQ(info.privateData, nullptr);
+    EXPECT_TRUE(info.privateData == nullptr);
     return result;
   }
 

@@ -25,10 +25,11 @@ void ReleaseModule() {
 }
 
 // There may be no module; the reference is then never used, only passed along.
-__attribute__((no_sanitize("null"))) std::int32_t HandleSelector(int selector, imStdParms* stdParms,
-                                                                 void* param1, void* param2) {
-  return ImporterQSND::ImporterQSND::ImportEntry(*gDllModule.Get(), selector, stdParms, param1,
-                                                 param2);
+__attribute__((no_sanitize("undefined"))) std::int32_t HandleSelector(int selector,
+                                                                      imStdParms* stdParms,
+                                                                      void* param1, void* param2) {
+  const QFL::ResourceCollection* const resources = gDllModule.Get();
+  return ImporterQSND::ImporterQSND::ImportEntry(*resources, selector, stdParms, param1, param2);
 }
 
 }  // namespace
