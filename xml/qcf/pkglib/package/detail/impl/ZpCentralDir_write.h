@@ -1,6 +1,7 @@
 #pragma once
 
 #include <algorithm>
+#include <cstddef>
 #include <cstring>
 #include <string>
 
@@ -73,11 +74,12 @@ class Zip64BlockBuilder {
 public:
   Zip64BlockBuilder() { fBlock.id = kZip64ExtraId; }
 
-  // The 32-bit field of `number`, which goes to `place` in the block where it is large.
-  std::uint32_t field(std::uint64_t number, std::uint64_t Zip64ExtendedInfo::*place) {
+  // The 32-bit field of `number`, which goes to the offset `place` of the block where it is large.
+  std::uint32_t field(std::uint64_t number, std::size_t place) {
     if (!isLarge(number)) return static_cast<std::uint32_t>(number);
     fBlock.size = static_cast<std::uint16_t>(fBlock.size + sizeof number);
-    fBlock.*place = boost::endian::native_to_little(number);
+    // Byte by byte: no place is aligned for a 64-bit number.
+    boost::endian::store_little_u64(reinterpret_cast<unsigned char*>(&fBlock) + place, number);
     return 0xFFFFFFFF;
   }
 
@@ -103,9 +105,10 @@ void ZpCentralDirEntry<Context>::setFinalNumbers(std::uint64_t uncompressedSize,
   fUncompressedSize = uncompressedSize;
   fCompressedSize = compressedSize;
   Zip64BlockBuilder zip64;
-  fHeader.uncompressedSize = zip64.field(uncompressedSize, &Zip64ExtendedInfo::uncompressedSize);
-  fHeader.compressedSize = zip64.field(compressedSize, &Zip64ExtendedInfo::compressedSize);
-  const std::uint32_t offset = zip64.field(fLocalOffset, &Zip64ExtendedInfo::localOffset);
+  fHeader.uncompressedSize =
+      zip64.field(uncompressedSize, offsetof(Zip64ExtendedInfo, uncompressedSize));
+  fHeader.compressedSize = zip64.field(compressedSize, offsetof(Zip64ExtendedInfo, compressedSize));
+  const std::uint32_t offset = zip64.field(fLocalOffset, offsetof(Zip64ExtendedInfo, localOffset));
   fHeader.localOffsetLow = lowHalf(offset);
   fHeader.localOffsetHigh = highHalf(offset);
   fHeader.versionMadeBy = zip64.isNeeded() ? ZIP64_VERSION : FLATE_VERSION;
