@@ -63,8 +63,8 @@ std::string numberedEnd(const std::string& packageComment = {}) {
 TEST_F(EndRecord, ANewDirectoryHasSignaturesAndNothingElse) {
   const auto& end64 = directory.fZip64End;
   EXPECT_EQ(std::string(reinterpret_cast<const char*>(&directory.fEnd), 22), endRecord({}));
-  EXPECT_EQ(end64.signature, 0x06064b50u);
-  EXPECT_EQ(directory.fZip64Locator.signature, 0x07064b50u);
+  EXPECT_EQ(+end64.signature, 0x06064b50u);
+  EXPECT_EQ(+directory.fZip64Locator.signature, 0x07064b50u);
   EXPECT_FALSE(directory.fComment);
   EXPECT_EQ(directory.fEntryCount, 0u);
   EXPECT_EQ(directory.fDirectorySize, 0u);
@@ -77,16 +77,16 @@ TEST_F(EndRecord, AtTheVeryEndIsTakenAtOnce) {
   EXPECT_EQ(directory.fEntryCount, 0xF00Du) << "widened without sign";
   EXPECT_EQ(directory.fDirectorySize, 0x89ABCDEFu);
   EXPECT_EQ(directory.fDirectoryOffset, 0xFEDCBA98u);
-  EXPECT_EQ(directory.fEnd.disk, 3);
-  EXPECT_EQ(directory.fEnd.directoryDisk, 4);
-  EXPECT_EQ(directory.fEnd.entriesOnDisk, 0x1111) << "stored, not compared";
+  EXPECT_EQ(+directory.fEnd.disk, 3);
+  EXPECT_EQ(+directory.fEnd.directoryDisk, 4);
+  EXPECT_EQ(+directory.fEnd.entriesOnDisk, 0x1111) << "stored, not compared";
 }
 
 TEST_F(EndRecord, AtTheVeryEndWithACommentLengthReadsNoComment) {
   zipbytes::End last;
   last.commentLength = 100;
   EXPECT_EQ(readECD("PK\x03\x04 data" + endRecord(last)), nothing());
-  EXPECT_EQ(directory.fEnd.commentLength, 100);
+  EXPECT_EQ(+directory.fEnd.commentLength, 100);
   EXPECT_FALSE(directory.fComment);
   EXPECT_EQ(comment(), "");
 }
@@ -301,8 +301,8 @@ TEST_F(Zip64End, IsReadWhereAnyOfTheThreeNumbersIsAllOnesIn64Bits) {
 
 TEST_F(Zip64End, ItsLocatorStandsBeforeTheEndRecordAndItsComment) {
   EXPECT_EQ(readZip64(zip64End(), zipbytes::zip64Locator(4)), nothing());
-  EXPECT_EQ(directory.fZip64Locator.recordOffset, 4u);
-  EXPECT_EQ(directory.fZip64End.recordSize, 44u);
+  EXPECT_EQ(+directory.fZip64Locator.recordOffset, 4u);
+  EXPECT_EQ(+directory.fZip64End.recordSize, 44u);
   EXPECT_EQ(directory.fEntryCount, 0x0102030405060708u);
 }
 

@@ -224,9 +224,9 @@ TEST_F(CentralRecord, AnOffsetWithOneHalfOfAllOnesIsNotMarked) {
 
 TEST_F(CentralRecord, TheFieldsOfTheHeaderKeepTheirMarks) {
   readExtra(zipbytes::zip64Block({1, 2, 3}));
-  EXPECT_EQ(record.fHeader.uncompressedSize, kAllOnes);
-  EXPECT_EQ(record.fHeader.compressedSize, kAllOnes);
-  EXPECT_EQ(record.fHeader.localOffsetLow, 0xFFFF);
+  EXPECT_EQ(+record.fHeader.uncompressedSize, kAllOnes);
+  EXPECT_EQ(+record.fHeader.compressedSize, kAllOnes);
+  EXPECT_EQ(+record.fHeader.localOffsetLow, 0xFFFF);
 }
 
 // The block of type and creator.

@@ -159,7 +159,7 @@ TEST_F(CentralRecordWriter, ATypeWithoutAnExtraFieldBecomesItsOnlyBlock) {
   read(entry);
   entry.centralExtra = typeCreatorBlock("TEXTttxt");
   EXPECT_EQ(written(), centralHeader(entry));
-  EXPECT_EQ(record.fHeader.extraLength, 16) << "in memory too";
+  EXPECT_EQ(+record.fHeader.extraLength, 16) << "in memory too";
 }
 
 TEST_F(CentralRecordWriter, ATypeIsAppendedBehindTheOtherBlocks) {
@@ -244,7 +244,7 @@ TEST_F(CentralRecordWriter, ABlockOfTypeThatRunsPastTheEndMayVanish) {
   setProperty(QCFPropertyZipTypeCreator, hexOf("TEXTttxt"));
   const std::string other = extraBlock(7, std::string(80, 'x'));
   EXPECT_EQ(writtenExtra(other + u16(0x2705) + u16(40) + "cut"), other);
-  EXPECT_EQ(record.fHeader.extraLength, 84 + 7 + 16 - 44);
+  EXPECT_EQ(+record.fHeader.extraLength, 84 + 7 + 16 - 44);
 }
 
 // Writing once more starts from what was written.
@@ -415,7 +415,7 @@ TEST_F(CentralRecordWriter, AFailedWritePasses) {
 
 TEST_F(CentralRecordWriter, ANameOf65535BytesIsTakenAndOneMoreRaises22) {
   record.setName(std::string(65535, 'n'));
-  EXPECT_EQ(record.fHeader.nameLength, 65535);
+  EXPECT_EQ(+record.fHeader.nameLength, 65535);
   EXPECT_EQ(raised([&] { record.setName(std::string(65536, 'n')); }), support::misuse(22));
 }
 

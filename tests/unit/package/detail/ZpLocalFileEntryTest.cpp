@@ -189,7 +189,7 @@ TEST_F(LocalHeader, BlocksOfTheCentralRecordDoNotReachIt) {
   other.readCDH(in.get(), package.zip());
   setProperty(QCFPropertyZipTypeCreator, "");
   zip::ZpLocalFileEntry<> local(other, package.zip());
-  EXPECT_EQ(local.fHeader.extraLength, 0);
+  EXPECT_EQ(+local.fHeader.extraLength, 0);
   EXPECT_EQ(written(local).size(), 34u);
 }
 
@@ -314,9 +314,9 @@ TEST_F(LocalHeaderUpdate, AnyDifferenceIsTakenOver) {
     // Different in one half of one number.
     finish(which == 0 ? 0x0001000A : 10, which == 1 ? 21 : 20, which == 2 ? 0x0001001E : 30);
     EXPECT_TRUE(local.updateFromCDEntry(false, record)) << which;
-    EXPECT_EQ(local.fHeader.uncompressedSize(), record.fHeader.uncompressedSize);
-    EXPECT_EQ(local.fHeader.compressedSize(), record.fHeader.compressedSize);
-    EXPECT_EQ(local.fHeader.crc32(), record.fHeader.crc32);
+    EXPECT_EQ(local.fHeader.uncompressedSize(), +record.fHeader.uncompressedSize);
+    EXPECT_EQ(local.fHeader.compressedSize(), +record.fHeader.compressedSize);
+    EXPECT_EQ(local.fHeader.crc32(), +record.fHeader.crc32);
     EXPECT_FALSE(local.updateFromCDEntry(false, record)) << "up to date now";
   }
 }
@@ -353,7 +353,7 @@ TEST_F(LocalHeaderUpdate, ASizeOf0xFFFFFFFFWithoutZip64RoomIsNotRefused) {
   finish(0xFFFFFFFF, 0xFFFFFFFF, 0);
   EXPECT_TRUE(local.updateFromCDEntry(false, record));
   EXPECT_EQ(local.fHeader.uncompressedSize(), kAllOnes);
-  EXPECT_EQ(local.fHeader.extraLength, 0);
+  EXPECT_EQ(+local.fHeader.extraLength, 0);
 }
 
 TEST_F(LocalHeaderUpdate, ASizeAbove32BitsIsRefusedBeforeTheDescriptorIsLookedAt) {

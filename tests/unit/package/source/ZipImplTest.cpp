@@ -8,6 +8,8 @@
 
 #include "support/ZipBytes.h"
 
+// A "+" takes the value of a field: packed ones have no reference.
+
 namespace {
 
 using namespace pkg::zip;
@@ -75,118 +77,118 @@ TEST(ZipRecords, ConstantsHaveTheirValues) {
 
 TEST(LocalFileHeader, FieldsStandAtTheirOffsets) {
   const auto header = fromBytes<LocalFileHeader>(kLocal).byteswap();
-  EXPECT_EQ(header.signature, 0x04034b50u);
-  EXPECT_EQ(header.versionNeeded, 0x2D);
-  EXPECT_EQ(header.hostNeeded, 3);
-  EXPECT_EQ(header.flags, 0x0808);
-  EXPECT_EQ(header.method, 8);
-  EXPECT_EQ(header.time, 0x1122);
-  EXPECT_EQ(header.date, 0x3344);
-  EXPECT_EQ(header.crc32Low, 0xAABB);
-  EXPECT_EQ(header.crc32High, 0x8899);
+  EXPECT_EQ(+header.signature, 0x04034b50u);
+  EXPECT_EQ(+header.versionNeeded, 0x2D);
+  EXPECT_EQ(+header.hostNeeded, 3);
+  EXPECT_EQ(+header.flags, 0x0808);
+  EXPECT_EQ(+header.method, 8);
+  EXPECT_EQ(+header.time, 0x1122);
+  EXPECT_EQ(+header.date, 0x3344);
+  EXPECT_EQ(+header.crc32Low, 0xAABB);
+  EXPECT_EQ(+header.crc32High, 0x8899);
   EXPECT_EQ(header.crc32(), 0x8899AABBu);
-  EXPECT_EQ(header.compressedSizeLow, 0x0304);
-  EXPECT_EQ(header.compressedSizeHigh, 0x0102);
+  EXPECT_EQ(+header.compressedSizeLow, 0x0304);
+  EXPECT_EQ(+header.compressedSizeHigh, 0x0102);
   EXPECT_EQ(header.compressedSize(), 0x01020304u);
-  EXPECT_EQ(header.uncompressedSizeLow, 0x0708);
-  EXPECT_EQ(header.uncompressedSizeHigh, 0x0506);
+  EXPECT_EQ(+header.uncompressedSizeLow, 0x0708);
+  EXPECT_EQ(+header.uncompressedSizeHigh, 0x0506);
   EXPECT_EQ(header.uncompressedSize(), 0x05060708u);
-  EXPECT_EQ(header.nameLength, 0x0A0B);
-  EXPECT_EQ(header.extraLength, 0x0C0D);
+  EXPECT_EQ(+header.nameLength, 0x0A0B);
+  EXPECT_EQ(+header.extraLength, 0x0C0D);
   EXPECT_EQ(toBytes(header.byteswap()), kLocal);
 }
 
 TEST(CentralDirHeader, FieldsStandAtTheirOffsets) {
   const auto header = fromBytes<CentralDirHeader>(kCentral).byteswap();
-  EXPECT_EQ(header.signature, 0x02014b50u);
-  EXPECT_EQ(header.versionMadeBy, 0x2D);
-  EXPECT_EQ(header.hostMadeBy, 3);
-  EXPECT_EQ(header.versionNeeded, 0x14);
-  EXPECT_EQ(header.hostNeeded, 5);
-  EXPECT_EQ(header.flags, 0x0808);
-  EXPECT_EQ(header.method, 8);
-  EXPECT_EQ(header.time, 0x1122);
-  EXPECT_EQ(header.date, 0x3344);
-  EXPECT_EQ(header.crc32, 0x8899AABBu);
-  EXPECT_EQ(header.compressedSize, 0x01020304u);
-  EXPECT_EQ(header.uncompressedSize, 0x05060708u);
-  EXPECT_EQ(header.nameLength, 0x0A0B);
-  EXPECT_EQ(header.extraLength, 0x0C0D);
-  EXPECT_EQ(header.commentLength, 0x0E0F);
-  EXPECT_EQ(header.diskStart, 0x1011);
-  EXPECT_EQ(header.internalAttributes, 0x1213);
-  EXPECT_EQ(header.externalAttributes, 0x14151617u);
-  EXPECT_EQ(header.localOffsetLow, 0x1819);
-  EXPECT_EQ(header.localOffsetHigh, 0x1A1B);
+  EXPECT_EQ(+header.signature, 0x02014b50u);
+  EXPECT_EQ(+header.versionMadeBy, 0x2D);
+  EXPECT_EQ(+header.hostMadeBy, 3);
+  EXPECT_EQ(+header.versionNeeded, 0x14);
+  EXPECT_EQ(+header.hostNeeded, 5);
+  EXPECT_EQ(+header.flags, 0x0808);
+  EXPECT_EQ(+header.method, 8);
+  EXPECT_EQ(+header.time, 0x1122);
+  EXPECT_EQ(+header.date, 0x3344);
+  EXPECT_EQ(+header.crc32, 0x8899AABBu);
+  EXPECT_EQ(+header.compressedSize, 0x01020304u);
+  EXPECT_EQ(+header.uncompressedSize, 0x05060708u);
+  EXPECT_EQ(+header.nameLength, 0x0A0B);
+  EXPECT_EQ(+header.extraLength, 0x0C0D);
+  EXPECT_EQ(+header.commentLength, 0x0E0F);
+  EXPECT_EQ(+header.diskStart, 0x1011);
+  EXPECT_EQ(+header.internalAttributes, 0x1213);
+  EXPECT_EQ(+header.externalAttributes, 0x14151617u);
+  EXPECT_EQ(+header.localOffsetLow, 0x1819);
+  EXPECT_EQ(+header.localOffsetHigh, 0x1A1B);
   EXPECT_EQ(toBytes(header.byteswap()), kCentral);
 }
 
 TEST(EndCentralDirectory, FieldsStandAtTheirOffsets) {
   const auto end = fromBytes<EndCentralDirectory>(kEnd).byteswap();
-  EXPECT_EQ(end.signature, 0x06054b50u);
-  EXPECT_EQ(end.disk, 1);
-  EXPECT_EQ(end.directoryDisk, 2);
-  EXPECT_EQ(end.entriesOnDisk, 3);
-  EXPECT_EQ(end.totalEntries, 4);
-  EXPECT_EQ(end.directorySize, 0x50515253u);
-  EXPECT_EQ(end.directoryOffset, 0x60616263u);
-  EXPECT_EQ(end.commentLength, 7);
+  EXPECT_EQ(+end.signature, 0x06054b50u);
+  EXPECT_EQ(+end.disk, 1);
+  EXPECT_EQ(+end.directoryDisk, 2);
+  EXPECT_EQ(+end.entriesOnDisk, 3);
+  EXPECT_EQ(+end.totalEntries, 4);
+  EXPECT_EQ(+end.directorySize, 0x50515253u);
+  EXPECT_EQ(+end.directoryOffset, 0x60616263u);
+  EXPECT_EQ(+end.commentLength, 7);
   EXPECT_EQ(toBytes(end.byteswap()), kEnd);
 }
 
 TEST(Zip64EndCentralDirectory, FieldsStandAtTheirOffsets) {
   const auto end = fromBytes<Zip64EndCentralDirectory>(kZip64End).byteswap();
-  EXPECT_EQ(end.signature, 0x06064b50u);
-  EXPECT_EQ(end.recordSize, 44u);
-  EXPECT_EQ(end.versionMadeBy, 45);
-  EXPECT_EQ(end.hostMadeBy, 3);
-  EXPECT_EQ(end.versionNeeded, 46);
-  EXPECT_EQ(end.hostNeeded, 5);
-  EXPECT_EQ(end.disk, 1u);
-  EXPECT_EQ(end.directoryDisk, 2u);
-  EXPECT_EQ(end.entriesOnDisk, 0x0303030303030303u);
-  EXPECT_EQ(end.totalEntries, 0x0404040404040404u);
-  EXPECT_EQ(end.directorySize, 0x0505050505050505u);
-  EXPECT_EQ(end.directoryOffset, 0x0606060606060606u);
+  EXPECT_EQ(+end.signature, 0x06064b50u);
+  EXPECT_EQ(+end.recordSize, 44u);
+  EXPECT_EQ(+end.versionMadeBy, 45);
+  EXPECT_EQ(+end.hostMadeBy, 3);
+  EXPECT_EQ(+end.versionNeeded, 46);
+  EXPECT_EQ(+end.hostNeeded, 5);
+  EXPECT_EQ(+end.disk, 1u);
+  EXPECT_EQ(+end.directoryDisk, 2u);
+  EXPECT_EQ(+end.entriesOnDisk, 0x0303030303030303u);
+  EXPECT_EQ(+end.totalEntries, 0x0404040404040404u);
+  EXPECT_EQ(+end.directorySize, 0x0505050505050505u);
+  EXPECT_EQ(+end.directoryOffset, 0x0606060606060606u);
   EXPECT_EQ(toBytes(end.byteswap()), kZip64End);
 }
 
 TEST(Zip64EndCentralDirectoryLocator, FieldsStandAtTheirOffsets) {
   const auto locator = fromBytes<Zip64EndCentralDirectoryLocator>(kLocator).byteswap();
-  EXPECT_EQ(locator.signature, 0x07064b50u);
-  EXPECT_EQ(locator.disk, 9u);
-  EXPECT_EQ(locator.recordOffset, 0x1122334455667788u);
-  EXPECT_EQ(locator.totalDisks, 10u);
+  EXPECT_EQ(+locator.signature, 0x07064b50u);
+  EXPECT_EQ(+locator.disk, 9u);
+  EXPECT_EQ(+locator.recordOffset, 0x1122334455667788u);
+  EXPECT_EQ(+locator.totalDisks, 10u);
   EXPECT_EQ(toBytes(locator.byteswap()), kLocator);
 }
 
 TEST(ExtraRecords, FieldsStandAtTheirOffsets) {
   const std::string local = u16(1) + u16(16) + u64(0x0102030405060708) + u64(0x1112131415161718);
   const auto info = fromBytes<Zip64LocalExtendedInfo>(local).byteswap();
-  EXPECT_EQ(info.id, 1);
-  EXPECT_EQ(info.size, 16);
-  EXPECT_EQ(info.uncompressedSize, 0x0102030405060708u);
-  EXPECT_EQ(info.compressedSize, 0x1112131415161718u);
+  EXPECT_EQ(+info.id, 1);
+  EXPECT_EQ(+info.size, 16);
+  EXPECT_EQ(+info.uncompressedSize, 0x0102030405060708u);
+  EXPECT_EQ(+info.compressedSize, 0x1112131415161718u);
   EXPECT_EQ(toBytes(info.byteswap()), local);
 
   const auto central =
       fromBytes<Zip64ExtendedInfo>(u16(1) + u16(24) + u64(2) + u64(3) + u64(4) + u32(5));
-  EXPECT_EQ(central.uncompressedSize, 2u);
-  EXPECT_EQ(central.compressedSize, 3u);
-  EXPECT_EQ(central.localOffset, 4u);
-  EXPECT_EQ(central.diskStart, 5u);
+  EXPECT_EQ(+central.uncompressedSize, 2u);
+  EXPECT_EQ(+central.compressedSize, 3u);
+  EXPECT_EQ(+central.localOffset, 4u);
+  EXPECT_EQ(+central.diskStart, 5u);
 
   const std::string typed = u16(0x2705) + u16(12) + "ZPITTEXTttxt";
   const auto block = fromBytes<ExtraData_2705>(typed).byteswap();
-  EXPECT_EQ(block.id, 0x2705);
-  EXPECT_EQ(block.size, 12);
+  EXPECT_EQ(+block.id, 0x2705);
+  EXPECT_EQ(+block.size, 12);
   EXPECT_TRUE(block.hasMark());
   EXPECT_EQ(toBytes(block.typeAndCreator), "TEXTttxt");
   EXPECT_EQ(toBytes(block.byteswap()), typed);
 
   const auto header = fromBytes<ExtraDataHeader>(u16(0x1234) + u16(0x5678)).byteswap();
-  EXPECT_EQ(header.id, 0x1234);
-  EXPECT_EQ(header.size, 0x5678);
+  EXPECT_EQ(+header.id, 0x1234);
+  EXPECT_EQ(+header.size, 0x5678);
 }
 
 // Wrong identities pass through as well: they are for the readers to see.
@@ -228,7 +230,7 @@ TEST(LocalFileHeader, HasNoExtraFieldWhateverTheCentralHeaderHas) {
   CentralDirHeader central(0);
   for (const int length : {0, 1, 36, 65535}) {
     central.extraLength = static_cast<std::uint16_t>(length);
-    EXPECT_EQ(LocalFileHeader(central).extraLength, 0);
+    EXPECT_EQ(+LocalFileHeader(central).extraLength, 0);
   }
 }
 
@@ -325,10 +327,10 @@ TEST(ZipRecords, ADateAndTimeGoesToItsTwoFields) {
   LocalFileHeader local(central);
   central.setDateTime(0xAAAABBBB);
   local.setDateTime(0xAAAABBBB);
-  EXPECT_EQ(central.date, 0xAAAA);
-  EXPECT_EQ(central.time, 0xBBBB);
-  EXPECT_EQ(local.date, 0xAAAA);
-  EXPECT_EQ(local.time, 0xBBBB);
+  EXPECT_EQ(+central.date, 0xAAAA);
+  EXPECT_EQ(+central.time, 0xBBBB);
+  EXPECT_EQ(+local.date, 0xAAAA);
+  EXPECT_EQ(+local.time, 0xBBBB);
   EXPECT_EQ(toBytes(local).substr(10, 4), u32(0xAAAABBBB)) << "as one little-endian number";
 }
 
