@@ -33,6 +33,24 @@ TEST_F(Headers, TypeAndCreatorStandInABlockOfBothHeaders) {
             "unzip refuses, zipinfo refuses, zipfile refuses, 7z refuses, ziptool refuses");
 }
 
+// A copy counts its record with the block in it.
+TEST_F(Headers, SavedOnceMoreATypedPackageIsGoodForEveryReader) {
+  const Package package =
+      fFactory.openPackage("first.pkg", kIn | kOut | kTrunc, fFiles, nullptr, nullptr);
+  package->beginUpdate();
+  package->getFile("a.txt", false)->setProperty(QCFPropertyZipTypeCreator, kTypeCreatorHex);
+  write(package, "a.txt", "typed", CompressionStored);
+  package->endUpdate();
+  package->saveAs("new.pkg", kIn | kOut | kTrunc);
+
+  Entry entry = storedEntry("a.txt", "typed");
+  entry.localExtra = entry.centralExtra = zipbytes::typeCreatorBlock(kTypeCreator);
+  zipbytes::File expected;
+  expected.add(entry, "typed");
+  EXPECT_TRUE(sameBytes(expected.bytes(), bytes()));
+  EXPECT_EQ(objections(bytes()), "");
+}
+
 // The local header has no room for a type that came after it was made.
 TEST_F(Headers, ATypeThatComesTooLateStandsInTheDirectoryAlone) {
   const Package package = create();

@@ -37,6 +37,17 @@ class Properties : public Golden {
 protected:
   Properties() { fParser = &fNoParser; }
 
+  // An entry and a document without properties.
+  static Bytes oldPackage() {
+    zipbytes::File old;
+    old.add(storedEntry("a.txt", "alpha"), "alpha");
+    old.add(storedEntry(kDocument, documentOf("")), documentOf(""));
+    return old.bytes();
+  }
+  static Bytes ofTextType() {
+    return documentOf("<entry path=\"a.txt\">\n<prop key=\"mac_type\">TEXT</prop>\n</entry>\n");
+  }
+
 private:
   NoParser fNoParser;
 };
@@ -115,6 +126,41 @@ TEST_F(Properties, WithoutAParserThereIsNoDocument) {
   zipbytes::File expected;
   expected.add(storedEntry("a.txt", "alpha"), "alpha");
   EXPECT_TRUE(sameBytes(expected.bytes(), bytes()));
+}
+
+// The old document is copied with the other entries, and left behind when the new one comes.
+TEST_F(Properties, ADocumentThatIsWrittenAnewLeavesItsCopyBehind) {
+  const Package package = open(oldPackage());
+  package->beginUpdate("new.pkg", kIn | kOut | kTrunc);
+  package->getFile("a.txt", true)->setProperty(QCFPropertyMacType, "TEXT");
+  package->endUpdate();
+
+  zipbytes::File expected;
+  expected.add(storedEntry("a.txt", "alpha"), "alpha");
+  expected.raw(zipbytes::localHeader(storedEntry(kDocument, documentOf("")))).raw(documentOf(""));
+  // Its method was the old document's.
+  expected.add(storedEntry(kDocument, ofTextType()), ofTextType());
+  zipbytes::End end = expected.end();
+  end.directorySize += static_cast<std::uint32_t>(46 + Bytes(kDocument).size());
+  EXPECT_TRUE(sameBytes(expected.bytes(end), bytes()));
+  EXPECT_EQ(objections(bytes()),
+            "unzip refuses, zipinfo refuses, zipfile refuses, 7z refuses, ziptool refuses");
+}
+
+// The way around that: read the properties, remove the document, and only then begin.
+TEST_F(Properties, ADocumentThatIsRemovedBeforeTheUpdateIsWrittenAnewWithoutATrace) {
+  const Package package = open(oldPackage());
+  package->getFile("a.txt", true)->getProperty(QCFPropertyMacType);
+  package->getFile(kDocument, true)->remove();
+  package->beginUpdate("new.pkg", kIn | kOut | kTrunc);
+  package->getFile("a.txt", true)->setProperty(QCFPropertyMacType, "TEXT");
+  package->endUpdate();
+
+  zipbytes::File expected;
+  expected.add(storedEntry("a.txt", "alpha"), "alpha");
+  expected.add(storedEntry(kDocument, ofTextType()), ofTextType());
+  EXPECT_TRUE(sameBytes(expected.bytes(), bytes()));
+  EXPECT_EQ(objections(bytes()), "");
 }
 
 // A document that nobody has read has no properties in memory: it is taken for one whose last
