@@ -75,7 +75,8 @@ typename BasePkgFileSystem<Context>::File BasePkgFileSystem<Context>::openFile(
     detail << "Illegal open mode: " << static_cast<int>(effective);
     throw PackageIOException<>(PkgLib_Err_UnsupportedOperation);
   }
-  std::FILE* const stream = std::fopen(Context::toUTF8(path).get(), standardMode);
+  const boost::shared_array<char> systemPath = Context::toUTF8(path);  // freed after errno is read
+  std::FILE* const stream = std::fopen(systemPath.get(), standardMode);
   if (stream == nullptr) throwSystemError(errno);
   file->adopt(stream);
   return File(file.release());
@@ -86,7 +87,8 @@ typename BasePkgFileSystem<Context>::File BasePkgFileSystem<Context>::createTemp
   if (fTempDirectory.empty()) throw PackageIOException<>(PkgLib_Err_CreatingTempFile);
   for (int attempt = 0; attempt < 65536; ++attempt) {
     const String path = nextTempName();
-    const int descriptor = ::open(Context::toUTF8(path).get(), O_RDWR | O_CREAT | O_EXCL, 0600);
+    const boost::shared_array<char> systemPath = Context::toUTF8(path);
+    const int descriptor = ::open(systemPath.get(), O_RDWR | O_CREAT | O_EXCL, 0600);
     if (descriptor >= 0) return openDescriptor(descriptor, path);
     if (errno != EEXIST) throwSystemError(errno);
   }
