@@ -497,6 +497,13 @@ bool PackageModel::wouldCopyWhatIsNotThere() const {
   });
 }
 
+bool PackageModel::wouldKeepClearedRecord() const {
+  return std::any_of(fEntries.begin(), fEntries.end(), [](const auto& node) {
+    const Entry& entry = *node.second;
+    return !entry.deleted && entry.read && entry.read->size == 0 && !entry.read->data.empty();
+  });
+}
+
 bool PackageModel::wouldForgetWriter() const {
   const auto document = fEntries.find(kDocument);
   return fWriter && !fProperties.empty() && document != fEntries.end() && document->second->write;

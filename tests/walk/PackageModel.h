@@ -109,6 +109,9 @@ public:
   // writes: an open direct stream is forgotten, its record unfinished. The properties document does
   // it when it is an old entry.
   bool wouldForgetWriter() const;
+  // Removing an entry inside an update clears CRC and size of its old record at once, and giving
+  // the update up does not bring them back: revived meanwhile, it would be copied with them.
+  bool wouldKeepClearedRecord() const;
   // An entry that counts as unchanged is copied raw, and so from the package: one that has only a
   // temporary file, removed and revived in an update that was given up, is not there.
   bool wouldCopyWhatIsNotThere() const;

@@ -365,6 +365,7 @@ private:
     const bool intoItself = operation == Begin || operation == InPlace || operation == End;
     if (intoItself && fModel.wouldReadItsOwnOutput(operation == InPlace)) return;
     if (operation == End && fModel.wouldForgetWriter()) return;
+    if (operation == Cancel && fModel.wouldKeepClearedRecord()) return;
     const bool wasUpdating = fModel.inUpdate();
     if (operation == InPlace && wasUpdating) return;  // overruns the update: nobody checks
     const bool namesFile = operation == BeginOther || operation == SaveAs;
