@@ -62,7 +62,10 @@ protected:
     return written().substr(46 + 4);
   }
   static unsigned int extraLengthIn(const std::string& bytes) {
-    return static_cast<unsigned char>(bytes[30]) | static_cast<unsigned char>(bytes[31]) << 8u;
+    const auto byte = [&](std::size_t at) -> unsigned int {
+      return static_cast<unsigned char>(bytes.at(at));
+    };
+    return byte(30) | byte(31) << 8;
   }
   // A record of these numbers, made as an update makes it.
   void settle(std::uint64_t uncompressed, std::uint64_t compressed, std::uint64_t offset) {
