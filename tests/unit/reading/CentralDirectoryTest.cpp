@@ -341,9 +341,9 @@ protected:
 };
 
 TEST_F(Zip64EndRecords, AreReadWhenAnyNumberIsTheMarker) {
-  using Directory = pkg::zip::ZpCentralDir<>;
+  using CentralDir = pkg::zip::ZpCentralDir<>;
   for (const auto number :
-       {&Directory::fEntryCount, &Directory::fDirectorySize, &Directory::fDirectoryOffset}) {
+       {&CentralDir::fEntryCount, &CentralDir::fDirectorySize, &CentralDir::fDirectoryOffset}) {
     Reader reader(file(kLocator, kRecord));
     reader.directory.*number = kMarker;
     reader.readZip64Data();
