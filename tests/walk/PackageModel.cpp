@@ -498,9 +498,12 @@ bool PackageModel::wouldCopyWhatIsNotThere() const {
 }
 
 bool PackageModel::wouldKeepClearedRecord() const {
-  return std::any_of(fEntries.begin(), fEntries.end(), [](const auto& node) {
-    const Entry& entry = *node.second;
-    return !entry.deleted && entry.read && entry.read->size == 0 && !entry.read->data.empty();
+  return std::any_of(fDirectory.begin(), fDirectory.end(), [&](const RecordPtr& record) {
+    if (record->size != 0 || record->data.empty()) return false;
+    const auto known = fEntries.find(record->name);
+    const bool forgotten = known == fEntries.end() ||
+                           std::find(fQueue.begin(), fQueue.end(), known->second) != fQueue.end();
+    return forgotten || !known->second->deleted;
   });
 }
 
