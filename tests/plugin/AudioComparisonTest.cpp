@@ -110,7 +110,8 @@ protected:
                     : frame < kFrames ? expected[frame * channels + channel]
                                       : 0.0f;
       }
-      ASSERT_EQ(std::memcmp(wanted.data(), out[channel].data(), size * sizeof(float)), 0)
+      ASSERT_TRUE(size == 0 ||
+                  std::memcmp(wanted.data(), out[channel].data(), size * sizeof(float)) == 0)
           << "channel " << channel << ", " << size << " frames from " << position;
     }
   }
