@@ -174,6 +174,26 @@ TEST_F(Oddities, AnOlderSpoolOutlivesADirectWriting) {
   EXPECT_EQ(text, "spooled");
 }
 
+// A name alone makes a directory, and directories are written without data. The directory says so;
+// the local header goes on telling the size of what is not there.
+TEST_F(Oddities, ADirectoryThatHeldDataLosesItAndItsLocalHeaderDoesNotKnow) {
+  zipbytes::File old;
+  old.add(storedEntry("d/", "data"), "data");
+  old.add(storedEntry("a.txt", "beta"), "beta");
+  const Package package = open(old.bytes());
+  package->saveAs("new.pkg", kIn | kOut | kTrunc);
+
+  Entry central = storedEntry("d/", "data");
+  central.compressedSize = central.size = 0;
+  central.externalAttributes = 0x10;
+  zipbytes::File expected;
+  expected.addAs(storedEntry("d/", "data"), central, "");
+  expected.add(storedEntry("a.txt", "beta"), "beta");
+  EXPECT_TRUE(sameBytes(expected.bytes(), bytes()));
+  EXPECT_EQ(objections(bytes()),
+            "unzip refuses, zipfile warns, bsdtar refuses, 7z refuses, ziptool refuses");
+}
+
 // A raw copy keeps the record's method, whatever the client has asked for since.
 TEST_F(Oddities, AMethodSetOnAnUnchangedEntryDoesNotReachItsCopy) {
   const Package package = open(fourAndFour().bytes());

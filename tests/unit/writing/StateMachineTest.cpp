@@ -152,7 +152,9 @@ class StateMachine : public testing::TestWithParam<State> {};
 
 TEST_P(StateMachine, EachOperationLeadsWhereTheTableSays) {
   const State& state = GetParam();
-  for (const auto& [operation, step] : operations()) {
+  for (const auto& entry : operations()) {
+    const std::string& operation = entry.first;
+    const Step& step = entry.second;
     SCOPED_TRACE(operation);
     Machine machine(state.failsToFlush);
     state.reach(machine);
