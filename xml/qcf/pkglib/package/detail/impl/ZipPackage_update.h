@@ -251,9 +251,8 @@ void ZipPackage<Context>::closeWithoutSave() {
     file->fTempFile.discard();
   }
   if (this->fPackageFile) {
-    const FileHandle packageFile = this->fPackageFile;
+    this->fPackageFile->close();  // which can be tried again where it fails
     this->fPackageFile.reset();
-    packageFile->close();
   }
   this->fIsOpen = false;
 }
