@@ -1,0 +1,325 @@
+#include "failures/Ways.h"
+
+#include <algorithm>
+
+namespace failures {
+
+namespace {
+
+using golden::prose;
+using pkg::CompressionDeflated;
+using pkg::CompressionStored;
+
+// Bytes that do not deflate.
+Bytes noise(std::size_t length, std::uint32_t seed) {
+  Bytes bytes(length, '\0');
+  for (char& byte : bytes) {
+    seed = seed * 1664525 + 1013904223;
+    byte = static_cast<char>(seed >> 24);
+  }
+  return bytes;
+}
+
+const Bytes kStored = noise(20000, 1);
+const Bytes kDeflated = noise(18000, 2) + prose(9000);
+const Bytes kNewDeflated = prose(8000) + noise(9000, 3);
+const Bytes kNewStored = noise(17000, 4);
+const Bytes kOldText = prose(9000);
+const Bytes kNewText = prose(5000);
+const Bytes kComment = "a comment of the package, longer than its record";
+const char kDocument[] = "/META-INF/pkgproperties.xml";
+const Bytes kProperties =
+    "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
+    "<pkgProperties xmlns=\"http://ns.quillon.example/qcf/1.0/\">\n"
+    "<package/>\n"
+    "<entries>\n"
+    "<entry path=\"stored.bin\">\n"
+    "<prop key=\"mac_type\">TEXT</prop>\n"
+    "</entry>\n"
+    "</entries>\n"
+    "</pkgProperties>\n";
+
+void add(zipbytes::File& file, const Bytes& name, const Bytes& content) {
+  file.add(golden::storedEntry(name, content), content);
+}
+void addDeflated(zipbytes::File& file, const Bytes& name, const Bytes& content) {
+  file.add(golden::deflatedEntry(name, content), golden::deflated(content));
+}
+
+// What every old package holds behind its first entry.
+void addOldEntries(zipbytes::File& file) {
+  golden::Entry commented = golden::storedEntry("stored.bin", kStored);
+  commented.comment = "of the entry";
+  commented.centralExtra = zipbytes::extraBlock(0x7777, "unknown");
+  file.add(commented, kStored);
+  addDeflated(file, "deflated.txt", kDeflated);
+  add(file, "empty", "");
+  file.add(golden::directoryEntry("dir/"), "");
+  add(file, "removed.bin", "goes away");
+}
+
+Bytes oldPackage() {
+  zipbytes::File file;
+  add(file, "mimetype", "application/x-old");
+  addOldEntries(file);
+  addDeflated(file, "changed.txt", kOldText);
+  return file.bytes(file.end(kComment));
+}
+
+// Its type is deflated, and comes late.
+Bytes packageToRepair() {
+  zipbytes::File file;
+  addOldEntries(file);
+  addDeflated(file, "mimetype", "application/x-late");
+  return file.bytes();
+}
+
+Bytes packageWithProperties() {
+  zipbytes::File file;
+  add(file, "mimetype", "application/x-old");
+  addOldEntries(file);
+  addDeflated(file, kDocument + 1, kProperties);
+  return file.bytes();
+}
+
+void openOld(Run& run) {
+  run.open(kIn | kOut);
+  run.meet(
+      {"mimetype", "stored.bin", "deflated.txt", "empty", "dir/", "removed.bin", "changed.txt"});
+}
+
+void openToRepair(Run& run) {
+  run.policies.conformance = 1;
+  run.open(kIn | kOut);
+  run.meet({"stored.bin", "deflated.txt", "empty", "dir/", "removed.bin"});
+}
+
+void openWithProperties(Run& run) {
+  run.usesParser = true;
+  run.open(kIn | kOut);
+  run.meet(
+      {"mimetype", "stored.bin", "deflated.txt", "empty", "dir/", "removed.bin", kDocument + 1});
+}
+
+void openReadOnly(Run& run) {
+  run.open(kIn);
+  run.meet({"deflated.txt"});
+}
+
+void openNew(Run& run) {
+  run.open(kIn | kOut | kTrunc, "new");
+}
+
+void removeOne(Run& run) {
+  run.package->getFile("removed.bin", true)->remove();
+}
+
+// Everything goes into temporary files, and one of them is read again.
+void changeAll(Run& run) {
+  run.write("new.txt", kNewDeflated, CompressionDeflated);
+  run.write("new.bin", "what it held at first", CompressionStored);
+  run.write("new.bin", kNewStored, CompressionStored);
+  run.write("new-empty", "", CompressionDeflated);
+  run.package->getDirectory("new-dir", false)->create();
+  run.write("changed.txt", kNewText, CompressionDeflated);
+  removeOne(run);
+  run.seen.push_back(run.read("new.txt"));
+}
+
+void nothing(Run&) {}
+
+void saveAs(Run& run) {
+  run.package->saveAs(run.path("new"), kIn | kOut | kTrunc);
+}
+
+// Straight into the output, and what comes beside it through the queue.
+void writeInside(Run& run) {
+  run.write("direct.txt", kNewDeflated, CompressionDeflated);
+  run.write("direct.bin", kNewStored, CompressionStored);
+  run.write("direct-empty", "", CompressionDeflated);
+  run.package->getDirectory("direct-dir", false)->create();
+  const auto file = run.package->getFile("outer.txt", false);
+  run.streams.push_back(file->open(kOut, false));
+  const Stream outer = run.streams.back();
+  outer->exceptions(std::ios_base::badbit);
+  *outer << kOldText;
+  run.write("queued.txt", kNewDeflated, CompressionDeflated);
+  run.package->getDirectory("queued-dir", false)->create();
+  outer->close();
+}
+
+void saveInside(Run& run) {
+  run.package->beginUpdate(run.path("new"), kIn | kOut | kTrunc);
+  writeInside(run);
+  run.package->endUpdate();
+}
+
+void saveNew(Run& run) {
+  run.package->beginUpdate();
+  writeInside(run);
+  run.package->endUpdate();
+}
+
+void saveInPlace(Run& run) {
+  run.package->doUNSAFEUpdateInPlace();
+}
+
+void createConforming(Run& run) {
+  run.policies.conformance = 1;
+  run.package = pkg::QCFPackageFactory().createConformingPackage(
+      run.path("new"), "application/x-new", true, &run.files, &run.policies, nullptr);
+  writeInside(run);
+  run.package->endUpdate();
+}
+
+void readProperties(Run& run) {
+  const auto file = run.package->getFile("stored.bin", true);
+  run.seen.push_back(file->getProperty(pkg::QCFPropertyMacType));
+  removeOne(run);
+}
+
+void saveProperties(Run& run) {
+  run.package->beginUpdate(run.path("new"), kIn | kOut | kTrunc);
+  run.package->getFile("deflated.txt", true)->setProperty(pkg::QCFPropertyDateTime, "today");
+  run.package->endUpdate();
+}
+
+// Back and forth in deflated data, by two streams one after the other.
+void readAndSeek(Run& run) {
+  for (const long long target : {12000, 100}) {
+    const auto file = run.package->getFile("deflated.txt", true);
+    run.streams.push_back(file->open(kIn, false));
+    const Stream stream = run.streams.back();
+    stream->exceptions(std::ios_base::badbit);
+    Bytes text(5000, '\0');
+    stream->read(text.data(), 5000);
+    stream->seekg(target);
+    stream->read(text.data(), 5000);
+    text.resize(static_cast<std::size_t>(stream->gcount()));
+    run.seen.push_back(text);
+    stream->close();
+  }
+}
+
+using Saved = std::map<std::string, Bytes>;
+
+Saved with(Saved all, const Saved& more) {
+  all.insert(more.begin(), more.end());
+  return all;
+}
+
+const Saved kTyped = {{"mimetype", "application/x-old"}};
+const Saved kKept = {
+    {"stored.bin", kStored}, {"deflated.txt", kDeflated}, {"empty", ""}, {"dir/", ""}};
+const Saved kAdded = {
+    {"new.txt", kNewDeflated}, {"new.bin", kNewStored}, {"new-empty", ""}, {"new-dir/", ""}};
+const Saved kInside = {{"direct.txt", kNewDeflated}, {"direct.bin", kNewStored},
+                       {"direct-empty", ""},         {"direct-dir/", ""},
+                       {"outer.txt", kOldText},      {"queued.txt", kNewDeflated},
+                       {"queued-dir/", ""}};
+
+const Bytes kNewProperties =
+    "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
+    "<pkgProperties xmlns=\"http://ns.quillon.example/qcf/1.0/\">\n"
+    "<package/>\n"
+    "<entries>\n"
+    "<entry path=\"deflated.txt\">\n"
+    "<prop key=\"datetime\">today</prop>\n"
+    "</entry>\n"
+    "<entry path=\"stored.bin\">\n"
+    "<prop key=\"mac_type\">TEXT</prop>\n"
+    "</entry>\n"
+    "</entries>\n"
+    "</pkgProperties>\n";
+
+}  // namespace
+
+void WholeDocumentParser::parse(std::istream& document) {
+  Bytes text(kProperties.size(), '\0');
+  document.read(text.data(), static_cast<std::streamsize>(text.size()));
+  if (text != kProperties) throw DocumentCutShort();
+  const char* none[] = {nullptr};
+  const char* entry[] = {"path", "stored.bin", nullptr};
+  const char* prop[] = {"key", "mac_type", nullptr};
+  fHandler->startElement("pkgProperties", none);
+  fHandler->startElement("entries", none);
+  fHandler->startElement("entry", entry);
+  fHandler->startElement("prop", prop);
+  fHandler->characterData("TEXT", 4);
+  for (const char* name : {"prop", "entry", "entries", "pkgProperties"})
+    fHandler->endElement(name);
+}
+
+void Run::open(std::ios_base::openmode mode, const std::string& name) {
+  package = pkg::QCFPackageFactory().openPackage(path(name), mode, &files, &policies,
+                                                 usesParser ? &parser : nullptr);
+}
+
+void Run::meet(const std::vector<std::string>& names) {
+  for (const std::string& name : names) {
+    if (name.back() == '/') {
+      directories.push_back(package->getDirectory(name, true));
+    } else {
+      entries.push_back(package->getFile(name, true));
+    }
+  }
+}
+
+void Run::write(const std::string& name, const Bytes& content, pkg::CompressionMethod method) {
+  constexpr std::size_t kPiece = 6000;
+  const auto file = package->getFile(name, false);
+  file->setCompressionMethod(method);
+  const Stream stream = file->open(kOut, false);
+  stream->exceptions(std::ios_base::badbit);
+  for (std::size_t at = 0; at < content.size(); at += kPiece) {
+    const std::size_t length = std::min(kPiece, content.size() - at);
+    stream->write(content.data() + at, static_cast<std::streamsize>(length));
+  }
+  stream->close();
+}
+
+Bytes Run::read(const std::string& name) {
+  const Stream stream = package->getFile(name, true)->open(kIn, false);
+  stream->exceptions(std::ios_base::badbit);
+  Bytes all;
+  char block[3000];
+  while (stream->read(block, sizeof block), stream->gcount() > 0)
+    all.append(block, static_cast<std::size_t>(stream->gcount()));
+  stream->close();
+  return all;
+}
+
+void Run::drop() {
+  streams.clear();
+  entries.clear();
+  directories.clear();
+  package.reset();
+}
+
+const std::map<std::string, Bytes>& unchangedEntries() {
+  return kKept;
+}
+
+const std::vector<Way>& ways() {
+  static const std::vector<Way> all = {
+      {"SaveAs", oldPackage(), Output::OtherFile, openOld, changeAll, saveAs,
+       with(with(kTyped, kKept), with(kAdded, {{"changed.txt", kOldText}}))},
+      {"BeginIntoAnotherFileWriteEnd", oldPackage(), Output::OtherFile, openOld, removeOne,
+       saveInside, with(with(kTyped, kKept), with(kInside, {{"changed.txt", kOldText}}))},
+      {"BeginWriteEndOnANewPackage", "", Output::NewPackage, openNew, nothing, saveNew, kInside},
+      {"UnsafeInPlace", oldPackage(), Output::PackageFile, openOld, changeAll, saveInPlace,
+       with(with(kTyped, kKept), with(kAdded, {{"changed.txt", kNewText}}))},
+      {"CreateConformingPackage", "", Output::NewPackage, nothing, nothing, createConforming,
+       with(kInside, {{"mimetype", "application/x-new"}})},
+      {"RepairAtOpenAndSaveAs", packageToRepair(), Output::OtherFile, openToRepair, removeOne,
+       saveAs, with(kKept, {{"mimetype", "application/x-late"}})},
+      {"SpoolAndDrop", oldPackage(), Output::None, openOld, changeAll, nothing, {}},
+      {"PropertiesReadAndWritten", packageWithProperties(), Output::OtherFile, openWithProperties,
+       readProperties, saveProperties,
+       with(with(kTyped, kKept), {{kDocument + 1, kNewProperties}})},
+      {"SeekInADeflatedEntry", oldPackage(), Output::None, openReadOnly, readAndSeek, nothing, {}},
+  };
+  return all;
+}
+
+}  // namespace failures
