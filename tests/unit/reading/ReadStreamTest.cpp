@@ -12,42 +12,6 @@ namespace {
 
 constexpr int kEof = std::char_traits<char>::eof();
 
-// Gives at most so many bytes with each read.
-class ShortReads : public support::FileSystemWrapper {
-public:
-  using FileSystemWrapper::FileSystemWrapper;
-  void limit(int most) { fMost = most; }
-
-protected:
-  int read(InnerFile& file, void* buffer, int size) override {
-    return file.read(buffer, std::min(size, fMost));
-  }
-
-private:
-  int fMost = 1 << 30;
-};
-
-std::string storedPackage(const std::string& data) {
-  zipbytes::File file;
-  addStored(file, "a", data);
-  return addStored(file, "behind", "another entry").bytes();
-}
-
-std::string deflatedPackage(const std::string& data) {
-  zipbytes::File file;
-  addDeflated(file, "a", data);
-  return addStored(file, "behind", "another entry").bytes();
-}
-
-// An entry "a" that claims to hold `size` bytes deflated as `bytes`.
-std::string packageOfDeflated(const std::string& bytes, std::uint32_t size) {
-  zipbytes::Entry entry = storedEntry("a", bytes);
-  entry.method = 8;
-  entry.size = size;
-  zipbytes::File file;
-  return file.add(entry, bytes).bytes();
-}
-
 std::vector<long long> sizesRead(const support::RecordingFileSystem& files) {
   std::vector<long long> sizes;
   for (const auto& call : files.calls()) {
@@ -208,70 +172,6 @@ TEST(ReadStream, EveryTransferSeeksFirstSoThatStreamsCanShareTheFile) {
   EXPECT_EQ(a, gotThird);
 }
 
-TEST(ReadStream, TheLastFourBytesOfATransferCanBePutBackOneByOne) {
-  for (const std::string& bytes : {storedPackage("0123456789"), deflatedPackage("0123456789")}) {
-    const MemoryPackage package(bytes);
-    const Stream stream = package.stream("a");
-    EXPECT_EQ("01234567", take(*stream, 8));
-    for (int i = 0; i < 4; ++i)
-      EXPECT_TRUE(stream->unget()) << i;
-    EXPECT_EQ(4, stream->tellg());
-    EXPECT_EQ("456789", readAll(*stream));
-    stream->clear();
-  }
-}
-
-TEST(ReadStream, AFifthByteCannotBePutBack) {
-  const MemoryPackage package(storedPackage("0123456789"));
-  const Stream stream = package.stream("a");
-  take(*stream, 8);
-  for (int i = 0; i < 4; ++i)
-    stream->unget();
-  EXPECT_FALSE(stream->unget());
-  EXPECT_TRUE(stream->bad());
-}
-
-TEST(ReadStream, AnotherByteThanTheOneReadCannotBePutBack) {
-  const MemoryPackage package(storedPackage("0123456789"));
-  const Stream stream = package.stream("a");
-  take(*stream, 3);
-  EXPECT_FALSE(stream->putback('x'));
-  stream->clear();
-  EXPECT_TRUE(stream->putback('2'));
-}
-
-TEST(ReadStream, BytesCanBePutBackAfterARunOfShortReads) {
-  const std::string data = "0123456789abcdefghij";
-  for (int most = 1; most <= 5; ++most) {
-    for (std::size_t count = 1; count <= 12; ++count) {
-      support::MemoryFileSystem memory;
-      ShortReads files(memory);
-      memory.put("x", storedPackage(data));
-      const Package package =
-          pkg::QCFPackageFactory().openPackage("x", kIn, &files, nullptr, nullptr);
-      const Stream stream = package->getFile("a", true)->open(kIn, false);
-      files.limit(most);  // not before: headers need whole reads
-      EXPECT_EQ(data.substr(0, count), take(*stream, count));
-      const std::size_t kept = std::min<std::size_t>(4, count);
-      for (std::size_t i = 0; i < kept; ++i)
-        EXPECT_TRUE(stream->unget()) << most << ' ' << count << ' ' << i;
-      EXPECT_EQ(data.substr(count - kept), readAll(*stream)) << most << ' ' << count;
-    }
-  }
-}
-
-TEST(ReadStream, SingleBytesKeepFourForPuttingBackAcrossARefill) {
-  const MemoryPackage package(storedPackage("0123456789"));
-  const Stream stream = package.stream("a");
-  for (int i = 0; i < 7; ++i)
-    stream->get();
-  for (int i = 0; i < 5; ++i)  // the one that was read, and four before it
-    EXPECT_TRUE(stream->unget()) << i;
-  EXPECT_FALSE(stream->unget());
-  stream->clear();
-  EXPECT_EQ("23456789", readAll(*stream));
-}
-
 TEST(ReadStream, AnEndThatWasReachedStays) {
   const MemoryPackage package(deflatedPackage("text"));
   const Stream stream = package.stream("a");
@@ -388,84 +288,6 @@ TEST(ReadStream, AFailureOfTheFilePassesThrough) {
       }
     }
   }
-}
-
-TEST(ReadStream, AReadAfterCloseFailsAndTouchesNoFile) {
-  for (const std::string& bytes : {storedPackage("0123456789"), deflatedPackage("0123456789")}) {
-    const MemoryPackage package(bytes);
-    const Stream stream = package.stream("a");
-    take(*stream, 3);
-    stream->close();
-    package.files.forget();
-    EXPECT_FALSE(stream->good());
-    EXPECT_EQ(kEof, stream->get());
-    stream->clear();
-    EXPECT_EQ("", take(*stream, 10));
-    stream->seekg(0);
-    EXPECT_EQ(std::streampos(-1), stream->tellg());
-    EXPECT_TRUE(package.files.calls().empty());
-  }
-}
-
-TEST(ReadStream, ClosingTwiceDoesNothingTheSecondTime) {
-  const MemoryPackage package(deflatedPackage("0123456789"));
-  const Stream stream = package.stream("a");
-  stream->get();
-  stream->close();
-  package.files.forget();
-  EXPECT_NO_THROW(stream->close());
-  EXPECT_TRUE(package.files.calls().empty());
-}
-
-TEST(ReadStream, AStreamAbandonedInTheMiddleClosesWithoutAnError) {
-  const MemoryPackage package(deflatedPackage(pattern(10000)));
-  const Stream stream = package.stream("a");
-  take(*stream, 100);
-  EXPECT_NO_THROW(stream->close());
-}
-
-TEST(ReadStream, AStreamThatFailedClosesWithoutAnError) {
-  const MemoryPackage package(packageOfDeflated("\xFF\xFF\xFF\xFF", 10));
-  const Stream stream = package.stream("a");
-  stream->get();
-  EXPECT_NO_THROW(stream->close());
-}
-
-TEST(ReadStream, AStreamHeldPastTheClosingOfThePackageIsClosed) {
-  Stream stored;
-  Stream inflating;
-  Stream inTemp;
-  {
-    zipbytes::File file;
-    addStored(file, "a", "0123456789");
-    addDeflated(file, "b", "0123456789");
-    addDeflated(file, "c", "0123456789");
-    const MemoryPackage package(file.bytes());
-    stored = package.stream("a");
-    inflating = package.stream("b");
-    inTemp = package.stream("c");
-    inflating->get();
-    inTemp->seekg(5);
-    package->closeWithoutSave();
-    EXPECT_EQ(0, package.memory.temporaryFiles());
-    for (const Stream& stream : {stored, inflating, inTemp}) {
-      EXPECT_FALSE(stream->good());
-      EXPECT_EQ(kEof, stream->get());
-      EXPECT_NO_THROW(stream->close());
-    }
-  }
-}
-
-TEST(ReadStream, AStreamHeldPastThePackageItselfIsCutOff) {
-  Stream stream;
-  {
-    const MemoryPackage package(deflatedPackage("0123456789"));
-    stream = package.stream("a");
-    stream->get();
-  }
-  EXPECT_EQ(kEof, stream->get());
-  EXPECT_EQ(nullptr, stream->getFile());
-  EXPECT_NO_THROW(stream->close());
 }
 
 TEST(ReadStream, FlushingDoesNothing) {

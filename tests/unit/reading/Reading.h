@@ -167,4 +167,26 @@ inline std::string packageOf(const Strings& names) {
   return file.bytes();
 }
 
+// A package of one entry "a" with this data, and of another behind it.
+inline std::string storedPackage(const std::string& data) {
+  zipbytes::File file;
+  addStored(file, "a", data);
+  return addStored(file, "behind", "another entry").bytes();
+}
+
+inline std::string deflatedPackage(const std::string& data) {
+  zipbytes::File file;
+  addDeflated(file, "a", data);
+  return addStored(file, "behind", "another entry").bytes();
+}
+
+// An entry "a" that claims to hold `size` bytes deflated as `bytes`.
+inline std::string packageOfDeflated(const std::string& bytes, std::uint32_t size) {
+  zipbytes::Entry entry = zipbytes::storedEntry("a", bytes);
+  entry.method = 8;
+  entry.size = size;
+  zipbytes::File file;
+  return file.add(entry, bytes).bytes();
+}
+
 }  // namespace reading

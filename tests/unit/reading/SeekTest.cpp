@@ -14,27 +14,6 @@ namespace {
 constexpr int kEof = std::char_traits<char>::eof();
 const std::string kData = pattern(20000);
 
-std::string storedPackage() {
-  zipbytes::File file;
-  addStored(file, "a", kData);
-  return addStored(file, "behind", "another entry").bytes();
-}
-std::string deflatedPackage() {
-  zipbytes::File file;
-  return addDeflated(file, "a", kData).bytes();
-}
-
-// Temporary files that cannot seek.
-class UnseekableTemporaries : public support::FileSystemWrapper {
-public:
-  using FileSystemWrapper::FileSystemWrapper;
-
-protected:
-  std::uint32_t capabilities(InnerFile& file) override {
-    return file.getName()->getName().rfind("temporary/", 0) == 0 ? 0 : file.getCapabilities();
-  }
-};
-
 // How many calls of a kind went to the package's own file.
 int onPackage(const support::RecordingFileSystem& files, FileCall kind) {
   int count = 0;
@@ -46,7 +25,7 @@ int onPackage(const support::RecordingFileSystem& files, FileCall kind) {
 }  // namespace
 
 TEST(Seek, InAStoredEntryIsFreeAndInPlace) {
-  const MemoryPackage package(storedPackage());
+  const MemoryPackage package(storedPackage(kData));
   const Stream stream = package.stream("a");
   package.files.forget();
   stream->seekg(15000);
@@ -58,7 +37,7 @@ TEST(Seek, InAStoredEntryIsFreeAndInPlace) {
 }
 
 TEST(Seek, InADeflatedEntryMakesExactlyOneTemporaryCopy) {
-  const MemoryPackage package(deflatedPackage());
+  const MemoryPackage package(deflatedPackage(kData));
   const Stream stream = package.stream("a");
   EXPECT_EQ(kData.substr(0, 100), take(*stream, 100));
   EXPECT_EQ(0, package.files.count(FileCall::CreateTemp));
@@ -78,13 +57,13 @@ TEST(Seek, InADeflatedEntryMakesExactlyOneTemporaryCopy) {
 }
 
 TEST(Seek, FrontToBackReadingOfADeflatedEntryMakesNoCopy) {
-  const MemoryPackage package(deflatedPackage());
+  const MemoryPackage package(deflatedPackage(kData));
   EXPECT_EQ(kData, contents(package, "a"));
   EXPECT_EQ(0, package.files.count(FileCall::CreateTemp));
 }
 
 TEST(Seek, AskingForThePositionCostsNothing) {
-  const MemoryPackage package(deflatedPackage());
+  const MemoryPackage package(deflatedPackage(kData));
   const Stream stream = package.stream("a");
   package.files.forget();
   EXPECT_EQ(0, stream->tellg());
@@ -95,7 +74,7 @@ TEST(Seek, AskingForThePositionCostsNothing) {
 }
 
 TEST(Seek, ToTheEndOfADeflatedEntryMakesTheCopyEvenWhereItStandsThere) {
-  const MemoryPackage package(deflatedPackage());
+  const MemoryPackage package(deflatedPackage(kData));
   const Stream stream = package.stream("a");
   EXPECT_EQ(kData, take(*stream, kData.size()));
   EXPECT_EQ(20000, stream->tellg());
@@ -106,7 +85,7 @@ TEST(Seek, ToTheEndOfADeflatedEntryMakesTheCopyEvenWhereItStandsThere) {
 }
 
 TEST(Seek, ToTheCurrentPositionMakesNoCopyAndKeepsTheGetArea) {
-  const MemoryPackage package(deflatedPackage());
+  const MemoryPackage package(deflatedPackage(kData));
   const Stream stream = package.stream("a");
   take(*stream, 100);
   stream->get();
@@ -121,7 +100,7 @@ TEST(Seek, ToTheCurrentPositionMakesNoCopyAndKeepsTheGetArea) {
 }
 
 TEST(Seek, AMoveThatComesBackToWhereItStandsKeepsTheGetArea) {
-  const MemoryPackage package(deflatedPackage());
+  const MemoryPackage package(deflatedPackage(kData));
   const Stream stream = package.stream("a");
   take(*stream, 100);
   stream->get();
@@ -132,7 +111,7 @@ TEST(Seek, AMoveThatComesBackToWhereItStandsKeepsTheGetArea) {
 }
 
 TEST(Seek, NothingCanBePutBackAfterIt) {
-  const MemoryPackage package(storedPackage());
+  const MemoryPackage package(storedPackage(kData));
   const Stream stream = package.stream("a");
   take(*stream, 100);
   stream->seekg(50);
@@ -143,7 +122,7 @@ TEST(Seek, NothingCanBePutBackAfterIt) {
 }
 
 TEST(Seek, BeyondTheEndIsAcceptedAndBackAgainFindsTheData) {
-  for (const std::string& bytes : {storedPackage(), deflatedPackage()}) {
+  for (const std::string& bytes : {storedPackage(kData), deflatedPackage(kData)}) {
     const MemoryPackage package(bytes);
     const Stream stream = package.stream("a");
     stream->seekg(1000000);
@@ -160,7 +139,7 @@ TEST(Seek, BeyondTheEndIsAcceptedAndBackAgainFindsTheData) {
 }
 
 TEST(Seek, BeforeTheStartIsAcceptedToo) {
-  const MemoryPackage package(storedPackage());
+  const MemoryPackage package(storedPackage(kData));
   const Stream stream = package.stream("a");
   EXPECT_EQ(std::streampos(-5), stream->rdbuf()->pubseekoff(-5, ios_base::beg, kIn));
   EXPECT_EQ(-5, static_cast<long long>(stream->rdbuf()->pubseekoff(0, ios_base::cur, kIn)));
@@ -170,7 +149,7 @@ TEST(Seek, BeforeTheStartIsAcceptedToo) {
 
 TEST(Seek, ByEnormousOffsetsStaysDefined) {
   constexpr long long kMost = std::numeric_limits<long long>::max();
-  const MemoryPackage package(storedPackage());
+  const MemoryPackage package(storedPackage(kData));
   const Stream stream = package.stream("a");
   for (const long long offset : {kMost, -kMost, kMost - 1, -kMost + 1}) {
     stream->rdbuf()->pubseekoff(offset, ios_base::beg, kIn);
@@ -184,7 +163,7 @@ TEST(Seek, ByEnormousOffsetsStaysDefined) {
 }
 
 TEST(Seek, AnUnknownOriginRaises22AndChangesNothing) {
-  const MemoryPackage package(deflatedPackage());
+  const MemoryPackage package(deflatedPackage(kData));
   const Stream stream = package.stream("a");
   take(*stream, 10);
   const auto origin = static_cast<ios_base::seekdir>(7);
@@ -196,7 +175,7 @@ TEST(Seek, AnUnknownOriginRaises22AndChangesNothing) {
 }
 
 TEST(Seek, WhichAreaIsMeantMakesNoDifference) {
-  const MemoryPackage package(storedPackage());
+  const MemoryPackage package(storedPackage(kData));
   const Stream stream = package.stream("a");
   EXPECT_EQ(7, static_cast<long long>(stream->rdbuf()->pubseekoff(7, ios_base::beg, kOut)));
   EXPECT_EQ(9, static_cast<long long>(stream->rdbuf()->pubseekpos(9, kOut)));
@@ -205,7 +184,7 @@ TEST(Seek, WhichAreaIsMeantMakesNoDifference) {
 
 TEST(Seek, AnywhereGivesTheBytesThatStandThere) {
   std::mt19937 random(1);
-  for (const std::string& bytes : {storedPackage(), deflatedPackage()}) {
+  for (const std::string& bytes : {storedPackage(kData), deflatedPackage(kData)}) {
     const MemoryPackage package(bytes);
     const Stream stream = package.stream("a");
     for (int i = 0; i < 2000; ++i) {
@@ -237,74 +216,14 @@ TEST(Seek, AnywhereGivesTheBytesThatStandThere) {
   }
 }
 
-TEST(Seek, TheSecondOfTwoStreamsFindsTheCopyOfTheFirst) {
-  const MemoryPackage package(deflatedPackage());
-  const Stream first = package.stream("a");
-  const Stream second = package.stream("a");
-  take(*second, 10);
-  first->seekg(100);
-  package.files.forget();
-  second->seekg(200);
-  EXPECT_EQ(0, package.files.count(FileCall::CreateTemp));
-  EXPECT_EQ(0, package.files.count(FileCall::Write));
-  EXPECT_EQ(0, onPackage(package.files, FileCall::Read));
-  EXPECT_EQ(kData.substr(200, 10), take(*second, 10));
-  EXPECT_EQ(kData.substr(100, 10), take(*first, 10));
-}
-
-TEST(Seek, ALaterStreamBeginsInTheCopy) {
-  const MemoryPackage package(deflatedPackage());
-  package.stream("a")->seekg(100);
-  package.files.forget();
-  EXPECT_EQ(kData, contents(package, "a"));
-  EXPECT_EQ(0, onPackage(package.files, FileCall::Read));
-  EXPECT_EQ(0, package.files.count(FileCall::CreateTemp));
-}
-
-TEST(Seek, AnyStreamThatClosesClosesTheCopysFileAndTheNextOpensItAgain) {
-  const MemoryPackage package(deflatedPackage());
-  const Stream first = package.stream("a");
-  const Stream idle = package.stream("a");
-  first->seekg(100);
-  package.files.forget();
-  idle->close();
-  EXPECT_EQ(1, package.files.count(FileCall::Close));
-  first->close();
-  EXPECT_EQ(1, package.files.count(FileCall::Close));
-  const Stream next = package.stream("a");
-  EXPECT_EQ(1, package.files.count(FileCall::Reopen));
-  next->seekg(300);
-  EXPECT_EQ(kData.substr(300), readAll(*next));
-}
-
-TEST(Seek, TheCopyLivesAsLongAsThePackageIsOpen) {
-  const MemoryPackage package(deflatedPackage());
-  package.stream("a")->seekg(100);
-  EXPECT_EQ(1, package.memory.temporaryFiles());
-  package->close();
-  EXPECT_EQ(0, package.memory.temporaryFiles());
-}
-
-TEST(Seek, TheCopyGoesWithAPackageThatIsNeverClosed) {
-  support::MemoryFileSystem memory;
-  memory.put("x", deflatedPackage());
-  {
-    const Package package =
-        pkg::QCFPackageFactory().openPackage("x", kIn, &memory, nullptr, nullptr);
-    package->getFile("a", true)->open(kIn, false)->seekg(100);
-    EXPECT_EQ(1, memory.temporaryFiles());
-  }
-  EXPECT_EQ(0, memory.temporaryFiles());
-}
-
 TEST(Seek, ARawStreamNeverBeginsInTheCopy) {
-  const MemoryPackage package(deflatedPackage());
+  const MemoryPackage package(deflatedPackage(kData));
   package.stream("a")->seekg(100);
   EXPECT_EQ(deflated(kData), readAll(*package.stream("a", true)));
 }
 
 TEST(Seek, ARawStreamOfADeflatedEntryThatMovesGivesInflatedBytes) {
-  const MemoryPackage package(deflatedPackage());
+  const MemoryPackage package(deflatedPackage(kData));
   const Stream stream = package.stream("a", true);
   take(*stream, 10);
   stream->seekg(500);
@@ -313,91 +232,11 @@ TEST(Seek, ARawStreamOfADeflatedEntryThatMovesGivesInflatedBytes) {
 }
 
 TEST(Seek, ARawStreamOfAStoredEntryMovesInPlace) {
-  const MemoryPackage package(storedPackage());
+  const MemoryPackage package(storedPackage(kData));
   const Stream stream = package.stream("a", true);
   stream->seekg(-20, ios_base::end);
   EXPECT_EQ(kData.substr(kData.size() - 20), readAll(*stream));
   EXPECT_EQ(0, package.files.count(FileCall::CreateTemp));
-}
-
-TEST(Seek, BrokenDataEndsTheCopyEarlyAndWithoutAnError) {
-  std::string broken = zipbytes::storedDeflate(kData.substr(0, 6000)) + "\xFF\xFF";
-  broken[0] = 0;
-  zipbytes::File file;
-  const MemoryPackage package(
-      file.add(zipbytes::deflatedEntry("a", kData, broken), broken).bytes());
-  const Stream stream = package.stream("a");
-  stream->exceptions(ios_base::badbit);
-  EXPECT_NO_THROW(stream->seekg(0, ios_base::end));
-  EXPECT_EQ(4096, stream->tellg());  // the block that failed is lost
-  stream->seekg(0);
-  EXPECT_EQ(kData.substr(0, 4096), readAll(*stream));
-}
-
-TEST(Seek, ACopyThatCannotSeekRaises23) {
-  support::MemoryFileSystem memory;
-  UnseekableTemporaries files(memory);
-  memory.put("x", deflatedPackage());
-  const Package package = pkg::QCFPackageFactory().openPackage("x", kIn, &files, nullptr, nullptr);
-  const Stream stream = package->getFile("a", true)->open(kIn, false);
-  stream->exceptions(ios_base::badbit);
-  const Raised raised = raisedBy([&] { stream->seekg(100); });
-  EXPECT_EQ(23, raised.code);
-  EXPECT_FALSE(raised.isIO);
-  // Nor can a stream begin in it.
-  stream->close();
-  EXPECT_RAISES(23, package->getFile("a", true)->open(kIn, false));
-}
-
-TEST(Seek, ACopyThatCannotBeMadeRaisesWhatTheFilesRaise) {
-  using support::Failure;
-  for (const Failure failure : {Failure::CreateTemp, Failure::Write, Failure::Flush}) {
-    support::MemoryFileSystem memory;
-    support::FailingFileSystem files(memory, 1, {failure});
-    memory.put("x", deflatedPackage());
-    const Package package =
-        pkg::QCFPackageFactory().openPackage("x", kIn, &files, nullptr, nullptr);
-    const File file = package->getFile("a", true);
-    const Stream stream = file->open(kIn, false);
-    stream->exceptions(ios_base::badbit);
-    const Raised raised = raisedBy([&] { stream->seekg(100); });
-    EXPECT_EQ(50, raised.code);
-    EXPECT_TRUE(raised.isIO);
-    // A copy that is not whole is nobody's: new streams read the package.
-    stream->close();
-    EXPECT_EQ(kData, readAll(*file->open(kIn, false)));
-    package->close();
-    EXPECT_EQ(0, memory.temporaryFiles());
-  }
-}
-
-TEST(Seek, EveryFailureOfTheFilesLeavesAPackageThatCloses) {
-  const std::string bytes = deflatedPackage();
-  for (int n = 1;; ++n) {  // the n-th call into the file system fails
-    support::MemoryFileSystem memory;
-    support::RecordingFileSystem recording(memory);
-    support::FailingFileSystem files(recording, n);
-    memory.put("x", bytes);
-    Package package;
-    if (raisedBy([&] {
-          package = pkg::QCFPackageFactory().openPackage("x", kIn, &files, nullptr, nullptr);
-          const Stream stream = package->getFile("a", true)->open(kIn, false);
-          stream->exceptions(ios_base::badbit);
-          take(*stream, 10);
-          stream->seekg(100);
-          take(*stream, 10);
-          stream->close();
-          take(*package->getFile("a", true)->open(kIn, false), kData.size());
-          package->close();
-        }).code == -1 &&
-        !files.hasFailed()) {
-      EXPECT_GT(n, 20);
-      break;
-    }
-    package.reset();
-    EXPECT_EQ(0, recording.filesAlive()) << "call " << n;
-    EXPECT_EQ(0, memory.temporaryFiles()) << "call " << n;
-  }
 }
 
 TEST(Seek, ARealOneOnADeflatedStreamThatWritesTheOutputRaises23) {
