@@ -84,7 +84,12 @@ void PkgPropertyMgr<Context>::readGenericProperties() {
   const auto in = document->open(std::ios::in, false);
   MyEventHandler handler(this);
   parser->setEventHandler(&handler);
-  parser->parse(*in);
+  try {
+    parser->parse(*in);
+  } catch (...) {
+    parser->finish();
+    throw;
+  }
   parser->finish();
   if (handler.isOk()) {
     loaded = true;
