@@ -3,6 +3,7 @@
 #include <filesystem>
 #include <iterator>
 #include <map>
+#include <ostream>
 #include <set>
 #include <string>
 #include <vector>
@@ -27,6 +28,10 @@ struct Fixture {
   const char* why;
   int refusal;      // the number that opening raises; -1: it opens
   int conformance;  // of one that opens
+
+  friend std::ostream& operator<<(std::ostream& out, const Fixture& fixture) {
+    return out << fixture.why;
+  }
 };
 
 constexpr int kOpens = -1;

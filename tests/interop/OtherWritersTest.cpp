@@ -1,4 +1,4 @@
-#include <functional>
+#include <ostream>
 
 #include <gtest/gtest.h>
 
@@ -37,7 +37,11 @@ void makeTree(const TempDir& folder) {
 struct Writer {
   const char* name;
   std::vector<std::vector<std::string>> commands;
-  std::string inputOfLast = {};  // and its output, where it writes to "-", becomes a.zip
+  std::string inputOfLast = {};
+
+  friend std::ostream& operator<<(std::ostream& out, const Writer& writer) {
+    return out << writer.name;
+  }
 };
 
 const char* const kPython = R"(
