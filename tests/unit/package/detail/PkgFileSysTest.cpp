@@ -89,6 +89,15 @@ TEST(BasePkgFSFile, EveryFailureOfTheSystemHasCode50) {
   EXPECT_EQ(raised([&] { reader->truncate(0); }), ioError(50));
 }
 
+TEST(BasePkgFSFile, AReadThatGetsSomethingReturnsItEvenWhereAnErrorIsNoted) {
+  const TempDir folder;
+  const File file = open(folder.write("file", "bytes"), kIn);
+  EXPECT_EQ(raised([&] { file->write("x", 1); }), ioError(50));
+  char bytes[10];
+  EXPECT_EQ(file->read(bytes, 10), 5);
+  EXPECT_EQ(raised([&] { file->read(bytes, 10); }), ioError(50)) << "nothing, for an error";
+}
+
 TEST(BasePkgFSFile, ReadingAFolderRaisesTheSystemsText) {
   const TempDir folder;
   char byte;

@@ -2,6 +2,7 @@
 
 #include <cstdarg>
 #include <cstdio>
+#include <ctime>
 
 #include <fcntl.h>
 #include <pwd.h>
@@ -24,6 +25,7 @@ int __real_open64(const char* path, int flags, ...);
 std::FILE* __real_fdopen(int descriptor, const char* mode);
 std::size_t __real_fwrite(const void* data, std::size_t size, std::size_t count, std::FILE* file);
 int __real_getpwuid_r(uid_t user, passwd* entry, char* buffer, std::size_t size, passwd** result);
+std::clock_t __real_clock();
 
 int __wrap_open64(const char* path, int flags, ...) {
   unsigned int permissions = 0;
@@ -55,6 +57,10 @@ int __wrap_getpwuid_r(uid_t user, passwd* entry, char* buffer, std::size_t size,
   entry->pw_dir = home.data();
   *result = home.empty() ? nullptr : entry;
   return 0;
+}
+
+std::clock_t __wrap_clock() {
+  return systemCalls().clock ? systemCalls().clock() : __real_clock();
 }
 
 }  // extern "C"

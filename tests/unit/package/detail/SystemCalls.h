@@ -17,6 +17,7 @@ struct SystemCalls {
   std::function<std::size_t(std::size_t count)> fwrite;
   // The home directory of the user; empty: there is no such user.
   std::function<std::string()> home;
+  std::function<long()> clock;
 };
 
 // The answers of this moment.

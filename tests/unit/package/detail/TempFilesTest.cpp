@@ -160,6 +160,20 @@ TEST_F(TempFiles, CountFromTheNegatedProcessIdMixedWithASeed) {
   }
 }
 
+TEST_F(TempFiles, TheSeedIsTheClockWithItsBytesSwappedMixedWithTheNegatedProcessId) {
+  const unsigned int process = (0u - static_cast<unsigned int>(::getpid())) & 0xFFFF;
+  systemCalls().clock = [] { return 0x12345678; };
+  OwnFileSystem system;
+  EXPECT_EQ(mixedPart(newName(system)) ^ counted(0), 0x7856u ^ process);
+}
+
+TEST_F(TempFiles, ASeedOfZeroIsReplacedByAllOnes) {
+  const unsigned int process = (0u - static_cast<unsigned int>(::getpid())) & 0xFFFF;
+  systemCalls().clock = [=] { return static_cast<long>((process >> 8 | process << 8) & 0xFFFF); };
+  OwnFileSystem system;
+  EXPECT_EQ(mixedPart(newName(system)) ^ counted(0), 0xFFFFu);
+}
+
 TEST_F(TempFiles, AnExistingFileIsNeverTaken) {
   OwnFileSystem system;
   const std::string first = newName(system);

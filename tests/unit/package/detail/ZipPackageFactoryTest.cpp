@@ -222,7 +222,8 @@ TEST_F(ZipPackageFactory, AConformingPackageIsNewAndHasItsType) {
 
 TEST_F(ZipPackageFactory, AConformingPackageMadeInAnUpdateHasWrittenItsTypeFirst) {
   const auto package = factory().createConformingPackage("package", "application/x-test", true,
-                                                         &fFiles, nullptr, nullptr);
+                                                         &fRecording, nullptr, nullptr);
+  EXPECT_EQ(fRecording.count(FileCall::CreateTemp), 0) << "straight into the file";
   EXPECT_EQ(raised([&] { package->beginUpdate(); }), misuse(35)) << "the update runs";
   package->endUpdate();
   package->close();

@@ -371,6 +371,15 @@ TEST_F(CentralRecordWriter, AZip64BlockKeepsItsSizeWhateverItHolds) {
   EXPECT_EQ(bytes.size(), 50u + 16u);
 }
 
+TEST_F(CentralRecordWriter, AZip64BlockHoldsNoMoreNumbersThanItsSize) {
+  Entry entry = named("name");
+  entry.size = entry.compressedSize = kAllOnes;
+  entry.offset = kAllOnes;
+  entry.centralExtra = zip64Block({0x100000000});
+  read(entry);
+  EXPECT_EQ(written(), centralHeader(entry)) << "the uncompressed size and nothing behind it";
+}
+
 TEST_F(CentralRecordWriter, AZip64BlockLargerThanAnyIsBounded) {
   Entry entry = named("name");
   entry.size = kAllOnes;
