@@ -94,7 +94,7 @@ protected:
 
 private:
   String nextTempName();
-  File openDescriptor(int descriptor, const String& path);
+  File openDescriptor(int descriptor, const String& path, const char* systemPath);
 
   std::int32_t fProcessId;
   std::uint16_t fNameCounter;

@@ -89,7 +89,7 @@ typename BasePkgFileSystem<Context>::File BasePkgFileSystem<Context>::createTemp
     const String path = nextTempName();
     const boost::shared_array<char> systemPath = Context::toUTF8(path);
     const int descriptor = ::open(systemPath.get(), O_RDWR | O_CREAT | O_EXCL, 0600);
-    if (descriptor >= 0) return openDescriptor(descriptor, path);
+    if (descriptor >= 0) return openDescriptor(descriptor, path, systemPath.get());
     if (errno != EEXIST) throwSystemError(errno);
   }
   throw PackageIOException<>(PkgLib_Err_CreatingTempFile);
@@ -134,9 +134,8 @@ private:
 
 template <class Context>
 typename BasePkgFileSystem<Context>::File BasePkgFileSystem<Context>::openDescriptor(
-    int descriptor, const String& path) {
-  const boost::shared_array<char> systemPath = Context::toUTF8(path);
-  NewTempFile created(descriptor, systemPath.get());
+    int descriptor, const String& path, const char* systemPath) {
+  NewTempFile created(descriptor, systemPath);
   const FileName name = boost::make_shared<BasePkgFSFileName<Context>>(this, path);
   auto file = std::make_unique<BasePkgFSFile<Context>>(
       this, name, std::ios_base::in | std::ios_base::out | std::ios_base::trunc);
