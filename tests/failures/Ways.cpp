@@ -82,121 +82,121 @@ Bytes packageWithProperties() {
   return file.bytes();
 }
 
-void openOld(Run& run) {
-  run.open(kIn | kOut);
-  run.meet(
+void openOld(Client& client) {
+  client.open(kIn | kOut);
+  client.meet(
       {"mimetype", "stored.bin", "deflated.txt", "empty", "dir/", "removed.bin", "changed.txt"});
 }
 
-void openToRepair(Run& run) {
-  run.policies.conformance = 1;
-  run.open(kIn | kOut);
-  run.meet({"stored.bin", "deflated.txt", "empty", "dir/", "removed.bin"});
+void openToRepair(Client& client) {
+  client.policies.conformance = 1;
+  client.open(kIn | kOut);
+  client.meet({"stored.bin", "deflated.txt", "empty", "dir/", "removed.bin"});
 }
 
-void openWithProperties(Run& run) {
-  run.usesParser = true;
-  run.open(kIn | kOut);
-  run.meet(
+void openWithProperties(Client& client) {
+  client.usesParser = true;
+  client.open(kIn | kOut);
+  client.meet(
       {"mimetype", "stored.bin", "deflated.txt", "empty", "dir/", "removed.bin", kDocument + 1});
 }
 
-void openReadOnly(Run& run) {
-  run.open(kIn);
-  run.meet({"deflated.txt"});
+void openReadOnly(Client& client) {
+  client.open(kIn);
+  client.meet({"deflated.txt"});
 }
 
-void openNew(Run& run) {
-  run.open(kIn | kOut | kTrunc, "new");
+void openNew(Client& client) {
+  client.open(kIn | kOut | kTrunc, "new");
 }
 
-void removeOne(Run& run) {
-  run.package->getFile("removed.bin", true)->remove();
+void removeOne(Client& client) {
+  client.package->getFile("removed.bin", true)->remove();
 }
 
 // Everything goes into temporary files, and one of them is read again.
-void changeAll(Run& run) {
-  run.write("new.txt", kNewDeflated, CompressionDeflated);
-  run.write("new.bin", "what it held at first", CompressionStored);
-  run.write("new.bin", kNewStored, CompressionStored);
-  run.write("new-empty", "", CompressionDeflated);
-  run.package->getDirectory("new-dir", false)->create();
-  run.write("changed.txt", kNewText, CompressionDeflated);
-  removeOne(run);
-  run.seen.push_back(run.read("new.txt"));
+void changeAll(Client& client) {
+  client.write("new.txt", kNewDeflated, CompressionDeflated);
+  client.write("new.bin", "what it held at first", CompressionStored);
+  client.write("new.bin", kNewStored, CompressionStored);
+  client.write("new-empty", "", CompressionDeflated);
+  client.package->getDirectory("new-dir", false)->create();
+  client.write("changed.txt", kNewText, CompressionDeflated);
+  removeOne(client);
+  client.seen.push_back(client.read("new.txt"));
 }
 
-void nothing(Run&) {}
+void nothing(Client&) {}
 
-void saveAs(Run& run) {
-  run.package->saveAs(run.path("new"), kIn | kOut | kTrunc);
+void saveAs(Client& client) {
+  client.package->saveAs(client.path("new"), kIn | kOut | kTrunc);
 }
 
 // Straight into the output, and what comes beside it through the queue.
-void writeInside(Run& run) {
-  run.write("direct.txt", kNewDeflated, CompressionDeflated);
-  run.write("direct.bin", kNewStored, CompressionStored);
-  run.write("direct-empty", "", CompressionDeflated);
-  run.package->getDirectory("direct-dir", false)->create();
-  const auto file = run.package->getFile("outer.txt", false);
-  run.streams.push_back(file->open(kOut, false));
-  const Stream outer = run.streams.back();
+void writeInside(Client& client) {
+  client.write("direct.txt", kNewDeflated, CompressionDeflated);
+  client.write("direct.bin", kNewStored, CompressionStored);
+  client.write("direct-empty", "", CompressionDeflated);
+  client.package->getDirectory("direct-dir", false)->create();
+  const auto file = client.package->getFile("outer.txt", false);
+  client.streams.push_back(file->open(kOut, false));
+  const Stream outer = client.streams.back();
   outer->exceptions(std::ios_base::badbit);
   *outer << kOldText;
-  run.write("queued.txt", kNewDeflated, CompressionDeflated);
-  run.package->getDirectory("queued-dir", false)->create();
+  client.write("queued.txt", kNewDeflated, CompressionDeflated);
+  client.package->getDirectory("queued-dir", false)->create();
   outer->close();
 }
 
-void saveInside(Run& run) {
-  run.package->beginUpdate(run.path("new"), kIn | kOut | kTrunc);
-  writeInside(run);
-  run.package->endUpdate();
+void saveInside(Client& client) {
+  client.package->beginUpdate(client.path("new"), kIn | kOut | kTrunc);
+  writeInside(client);
+  client.package->endUpdate();
 }
 
-void saveNew(Run& run) {
-  run.package->beginUpdate();
-  writeInside(run);
-  run.package->endUpdate();
+void saveNew(Client& client) {
+  client.package->beginUpdate();
+  writeInside(client);
+  client.package->endUpdate();
 }
 
-void saveInPlace(Run& run) {
-  run.package->doUNSAFEUpdateInPlace();
+void saveInPlace(Client& client) {
+  client.package->doUNSAFEUpdateInPlace();
 }
 
-void createConforming(Run& run) {
-  run.policies.conformance = 1;
-  run.package = pkg::QCFPackageFactory().createConformingPackage(
-      run.path("new"), "application/x-new", true, &run.files, &run.policies, nullptr);
-  writeInside(run);
-  run.package->endUpdate();
+void createConforming(Client& client) {
+  client.policies.conformance = 1;
+  client.package = pkg::QCFPackageFactory().createConformingPackage(
+      client.path("new"), "application/x-new", true, &client.files, &client.policies, nullptr);
+  writeInside(client);
+  client.package->endUpdate();
 }
 
-void readProperties(Run& run) {
-  const auto file = run.package->getFile("stored.bin", true);
-  run.seen.push_back(file->getProperty(pkg::QCFPropertyMacType));
-  removeOne(run);
+void readProperties(Client& client) {
+  const auto file = client.package->getFile("stored.bin", true);
+  client.seen.push_back(file->getProperty(pkg::QCFPropertyMacType));
+  removeOne(client);
 }
 
-void saveProperties(Run& run) {
-  run.package->beginUpdate(run.path("new"), kIn | kOut | kTrunc);
-  run.package->getFile("deflated.txt", true)->setProperty(pkg::QCFPropertyDateTime, "today");
-  run.package->endUpdate();
+void saveProperties(Client& client) {
+  client.package->beginUpdate(client.path("new"), kIn | kOut | kTrunc);
+  client.package->getFile("deflated.txt", true)->setProperty(pkg::QCFPropertyDateTime, "today");
+  client.package->endUpdate();
 }
 
 // Back and forth in deflated data, by two streams one after the other.
-void readAndSeek(Run& run) {
+void readAndSeek(Client& client) {
   for (const long long target : {12000, 100}) {
-    const auto file = run.package->getFile("deflated.txt", true);
-    run.streams.push_back(file->open(kIn, false));
-    const Stream stream = run.streams.back();
+    const auto file = client.package->getFile("deflated.txt", true);
+    client.streams.push_back(file->open(kIn, false));
+    const Stream stream = client.streams.back();
     stream->exceptions(std::ios_base::badbit);
     Bytes text(5000, '\0');
     stream->read(text.data(), 5000);
     stream->seekg(target);
     stream->read(text.data(), 5000);
     text.resize(static_cast<std::size_t>(stream->gcount()));
-    run.seen.push_back(text);
+    client.seen.push_back(text);
     stream->close();
   }
 }
@@ -250,12 +250,12 @@ void WholeDocumentParser::parse(std::istream& document) {
     fHandler->endElement(name);
 }
 
-void Run::open(std::ios_base::openmode mode, const std::string& name) {
+void Client::open(std::ios_base::openmode mode, const std::string& name) {
   package = pkg::QCFPackageFactory().openPackage(path(name), mode, &files, &policies,
                                                  usesParser ? &parser : nullptr);
 }
 
-void Run::meet(const std::vector<std::string>& names) {
+void Client::meet(const std::vector<std::string>& names) {
   for (const std::string& name : names) {
     if (name.back() == '/') {
       directories.push_back(package->getDirectory(name, true));
@@ -265,7 +265,7 @@ void Run::meet(const std::vector<std::string>& names) {
   }
 }
 
-void Run::write(const std::string& name, const Bytes& content, pkg::CompressionMethod method) {
+void Client::write(const std::string& name, const Bytes& content, pkg::CompressionMethod method) {
   constexpr std::size_t kPiece = 6000;
   const auto file = package->getFile(name, false);
   file->setCompressionMethod(method);
@@ -278,7 +278,7 @@ void Run::write(const std::string& name, const Bytes& content, pkg::CompressionM
   stream->close();
 }
 
-Bytes Run::read(const std::string& name) {
+Bytes Client::read(const std::string& name) {
   const Stream stream = package->getFile(name, true)->open(kIn, false);
   stream->exceptions(std::ios_base::badbit);
   Bytes all;
@@ -289,7 +289,7 @@ Bytes Run::read(const std::string& name) {
   return all;
 }
 
-void Run::drop() {
+void Client::drop() {
   streams.clear();
   entries.clear();
   directories.clear();

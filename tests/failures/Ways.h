@@ -18,9 +18,9 @@ using golden::kTrunc;
 using golden::Package;
 using golden::Stream;
 
-// A step of a run. The names of files are relative to where the run lives.
-class Run;
-using Step = void (*)(Run&);
+// What a client does. The names of files are relative to where the client lives.
+class Client;
+using Step = void (*)(Client&);
 
 enum class Output {
   None,         // nothing is saved
@@ -56,14 +56,14 @@ private:
   pkg::IXMLParser_EventHandler* fHandler = nullptr;
 };
 
-// What a run holds of a package. Goes before the file system.
-class Run {
+// What a client holds of a package. Goes before the file system.
+class Client {
 public:
-  Run(pkg::IPkgFileSystem<>& fileSystem, std::string place)
+  Client(pkg::IPkgFileSystem<>& fileSystem, std::string place)
       : files(fileSystem), folder(std::move(place)) {}
-  ~Run() { drop(); }
-  Run(const Run&) = delete;
-  Run& operator=(const Run&) = delete;
+  ~Client() { drop(); }
+  Client(const Client&) = delete;
+  Client& operator=(const Client&) = delete;
 
   std::string path(const std::string& name) const { return folder + name; }
   void open(std::ios_base::openmode mode, const std::string& name = "old");

@@ -1,0 +1,39 @@
+#pragma once
+
+#include <map>
+#include <string>
+
+#include <gtest/gtest.h>
+
+#include "failures/Listing.h"
+
+// What must be true of package files that were written when something failed.
+namespace failures {
+
+// The file is a package that has the entries, each whole.
+inline void expectHolds(const zipbytes::Bytes& file,
+                        const std::map<std::string, zipbytes::Bytes>& entries) {
+  Listing all;
+  ASSERT_NO_THROW(all = listed(file));
+  for (const auto& [name, content] : entries) {
+    EXPECT_TRUE(all[name].sound) << name;
+    EXPECT_EQ(all[name].content, content) << name;
+  }
+}
+
+// The file is a package that has these entries and no others, and one of them at most ends early.
+inline void expectAtMostOneCutShort(const zipbytes::Bytes& file,
+                                    const std::map<std::string, zipbytes::Bytes>& entries) {
+  Listing all;
+  ASSERT_NO_THROW(all = listed(file));
+  EXPECT_EQ(all.size(), entries.size());
+  int cut = 0;
+  for (const auto& [name, content] : entries) {
+    const zipbytes::Bytes& found = all[name].content;
+    EXPECT_EQ(found, content.substr(0, found.size())) << name;
+    cut += found == content ? 0 : 1;
+  }
+  EXPECT_LE(cut, 1);
+}
+
+}  // namespace failures
