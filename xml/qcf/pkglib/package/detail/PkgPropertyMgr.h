@@ -42,6 +42,8 @@ public:
   void setZipProperty(const String& path, QCFPropertyName name, const String& value,
                       bool fromRecord);
   String getZipProperty(const String& path, QCFPropertyName name, bool* modified);
+  // Date and time of an entry's record, both at once.
+  void setRecordDateTime(const String& path, const String& date, const String& time);
 
   // Reads the document where there is one and a parser. A document that breaks the structure
   // changes nothing and is read again at the next access; its failure is not reported.

@@ -32,6 +32,7 @@ private:
   typename ZpCentralDir<Context>::Entries::iterator fRecord;
   typename EntryList::iterator fChanged;
   std::set<String> fSeenDirectories;
+  EntryHandle fCurrent;  // what the position stands on, whatever becomes of the record
   EntryHandle fImplied;
 };
 

@@ -37,6 +37,15 @@ void PkgPropertyMgr<Context>::setZipProperty(const String& path, QCFPropertyName
 }
 
 template <class Context>
+void PkgPropertyMgr<Context>::setRecordDateTime(const String& path, const String& date,
+                                                const String& time) {
+  requireZipName(path, QCFPropertyZipDate);
+  auto& ofPath = properties[path];
+  ofPath[QCFPropertyZipDate] = {false, date};
+  ofPath[QCFPropertyZipTime] = {false, time};
+}
+
+template <class Context>
 typename Context::String PkgPropertyMgr<Context>::getZipProperty(const String& path,
                                                                  QCFPropertyName name,
                                                                  bool* modified) {

@@ -70,7 +70,10 @@ void ZipPackage<Context>::repairMimetype(const SPRefType<IPkgFile<Context>>& fil
 template <class Context>
 typename Context::String ZipPackage<Context>::readToken(IPkgFile<Context>& file) {
   const auto stream = file.open(std::ios_base::in, false);
+  // No type is nearly as long; damaged or hostile data may be one word without an end.
+  constexpr std::streamsize kLongestToken = 65536;
   std::string token;
+  stream->width(kLongestToken);
   *stream >> token;
   return Context::fromUTF8(token.c_str());
 }

@@ -124,7 +124,7 @@ SPRefType<IPkgDirectory<Context>> ZipPackage<Context>::getRootDirectory() const 
 template <class Context>
 SPRefType<IPkgEntry<Context>> ZipPackage<Context>::enter(ZipPkgEntry<Context>* entry) {
   EntryHandle handle(entry);
-  fEntries[entry->fName] = handle;
+  fEntries.insert_or_assign(entry->fName, handle);
   return handle;
 }
 

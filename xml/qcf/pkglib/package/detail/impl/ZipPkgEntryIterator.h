@@ -30,7 +30,8 @@ template <class Context>
 void ZipPackage<Context>::ZipPkgEntryIteratorImpl::makeValid() {
   auto& records = zipPackage()->centralDir().fEntries;
   for (; fPhase == 0 && fRecord != records.end(); ++fRecord) {
-    if (isValidEntry(zipPackage()->getEntry(*fRecord))) return;
+    fCurrent = zipPackage()->getEntry(*fRecord);
+    if (isValidEntry(fCurrent)) return;
   }
   EntryList& changed = zipPackage()->fChangedEntries;
   if (fPhase == 0) {
@@ -38,7 +39,8 @@ void ZipPackage<Context>::ZipPkgEntryIteratorImpl::makeValid() {
     fChanged = changed.begin();
   }
   for (; fChanged != changed.end(); ++fChanged) {
-    if (isValidEntry(*fChanged)) return;
+    fCurrent = *fChanged;
+    if (isValidEntry(fCurrent)) return;
   }
 }
 
@@ -55,8 +57,7 @@ void ZipPackage<Context>::ZipPkgEntryIteratorImpl::increment() {
 
 template <class Context>
 SPRefType<IPkgEntry<Context>> ZipPackage<Context>::ZipPkgEntryIteratorImpl::dereference() const {
-  if (fImplied) return fImplied;
-  return fPhase == 0 ? zipPackage()->getEntry(*fRecord) : *fChanged;
+  return fImplied ? fImplied : fCurrent;
 }
 
 template <class Context>

@@ -151,8 +151,7 @@ void ZpCentralDir<Context>::readCDEntries(IPkgFSFileCommon* file, ZipPackage<Con
     const typename Context::String path = entry->getPath();
     const unsigned short date = entry->fHeader.date;
     const unsigned short time = entry->fHeader.time;
-    properties->setZipProperty(path, QCFPropertyZipDate, hex->iToHexString(date), true);
-    properties->setZipProperty(path, QCFPropertyZipTime, hex->iToHexString(time), true);
+    properties->setRecordDateTime(path, hex->iToHexString(date), hex->iToHexString(time));
   }
 }
 

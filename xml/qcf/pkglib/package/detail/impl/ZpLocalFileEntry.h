@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdio>
 #include <cstring>
@@ -49,8 +50,11 @@ void ZpLocalFileEntry<Context>::readLFH(IPkgFSFileCommon* file) {
   // The name has to be there, and no more: the record's counts. The bytes of the extra field are
   // not even read. Only the lengths of both matter, for where the data starts, and nothing is kept
   // for them: many records may lead to one header that claims a lot.
-  if (fHeader.nameLength != 0) {
-    readText<Deleter>(file, fHeader.nameLength, PkgLib_Err_ReadFileName);
+  char passed[4096];
+  for (int rest = fHeader.nameLength; rest > 0;) {
+    const int part = std::min(rest, static_cast<int>(sizeof passed));
+    if (!readFully(file, passed, part)) throw PackageIOException<>(PkgLib_Err_ReadFileName);
+    rest -= part;
   }
 }
 
