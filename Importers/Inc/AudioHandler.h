@@ -23,7 +23,7 @@ using AudioReadCallback = std::int32_t (*)(void* context, AudioHandler& handler,
 class AudioHandler {
 public:
   static constexpr std::size_t kRawBlockBytes = 32768;
-  // Texts of a key in the host's buffer cache, the NUL included.
+  // Length of a key in the host's buffer cache, in bytes, the NUL included.
   static constexpr std::size_t kKeyBytes = 37;
   using Key = std::array<char, kKeyBytes>;
 

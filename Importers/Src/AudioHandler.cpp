@@ -195,9 +195,10 @@ void AudioHandler::ConvertBlock() {
   const SampleFormat format = findSampleFormat(sampleFormat);
   if (format.converter == nullptr) return;
   // A number kept from an earlier source may name wider samples than the block holds.
-  const std::size_t count =
-      std::min<std::size_t>(static_cast<std::uint32_t>(bufferFrames) * sourceChannels,
-                            rawBlock.size() / format.storedBytes);
+  const std::size_t delivered =
+      std::size_t{static_cast<std::uint32_t>(bufferFrames)} * sourceChannels;
+  const std::size_t room = static_cast<std::uint32_t>(blockSamples);
+  const std::size_t count = std::min({delivered, room, rawBlock.size() / format.storedBytes});
   format.converter(rawBlock.data(), samples, count);
 }
 

@@ -64,8 +64,7 @@ public:
     // seek.
     PolicyDataDescriptor = 0,
     // 0 or 4: on output that cannot seek, the expected CRC goes into the local header; 5: the CRC
-    // of a written
-    // entry is recorded as 0.
+    // of a written entry is recorded as 0.
     PolicyCRC = 1,
     // A bit set. 1: keep the package conforming, and repair its "mimetype" entry when it is opened;
     // 2: refuse to open a package whose "mimetype" entry is missing or invalid (tested first).
@@ -266,7 +265,8 @@ protected:
 
 // Packages.
 
-// A package. Every operation but getPolicies and getPolicy raises 24 once the package is closed.
+// A package. Every operation but getPolicies, getPolicy and doUNSAFEUpdateInPlace raises 24 once
+// the package is closed.
 template <class Context>
 class QCF_API IPackage {
 public:

@@ -14,7 +14,7 @@ class BasePackage;
 // what the records say and outrank them when they are written; generic properties persist in the
 // properties document.
 template <class Context = AppContext>
-class PkgPropertyMgr {
+class QCF_API PkgPropertyMgr {
 public:
   using String = typename Context::String;
 

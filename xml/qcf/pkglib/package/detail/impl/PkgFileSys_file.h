@@ -23,7 +23,9 @@ std::FILE* BasePkgFSFile<Context>::stream() const {
 // after such a failure the stream is still there for the destructor.
 template <class Context>
 void BasePkgFSFile<Context>::close() {
-  if (std::fflush(stream()) != 0) throwSystemError(errno);
+  // Only what was opened for writing: some systems fail to flush a stream that only reads.
+  const bool writes = (fMode & std::ios_base::out) != 0;
+  if (std::FILE* const open = stream(); writes && std::fflush(open) != 0) throwSystemError(errno);
   std::FILE* const flushed = fStream;
   fStream = nullptr;
   if (std::fclose(flushed) != 0) throwSystemError(errno);

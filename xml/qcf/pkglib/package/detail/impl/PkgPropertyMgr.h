@@ -1,5 +1,7 @@
 #pragma once
 
+#include <utility>
+
 #include "package/detail/BasePackage.h"
 #include "package/detail/PkgPropertyMgr.h"
 
@@ -12,9 +14,8 @@ void PkgPropertyMgr<Context>::setGenericProperty(const String& path, QCFProperty
   if (!inUpdate && !fromDocument) throw PackageException<>(PkgLib_Err_NotInUpdate);
   requireGenericName(path, name);
   if (!loaded && !fromDocument) readGenericProperties();
-  ValueElem& element = properties[path][name];
-  element.modified = true;
-  element.value = value;
+  ValueElem element{true, value};
+  properties[path][name] = std::move(element);
 }
 
 template <class Context>
@@ -31,18 +32,19 @@ template <class Context>
 void PkgPropertyMgr<Context>::setZipProperty(const String& path, QCFPropertyName name,
                                              const String& value, bool fromRecord) {
   requireZipName(path, name);
-  ValueElem& element = properties[path][name];
-  element.modified = !fromRecord;
-  element.value = value;
+  ValueElem element{!fromRecord, value};
+  properties[path][name] = std::move(element);
 }
 
 template <class Context>
 void PkgPropertyMgr<Context>::setRecordDateTime(const String& path, const String& date,
                                                 const String& time) {
   requireZipName(path, QCFPropertyZipDate);
+  ValueElem dateElement{false, date};
+  ValueElem timeElement{false, time};
   auto& ofPath = properties[path];
-  ofPath[QCFPropertyZipDate] = {false, date};
-  ofPath[QCFPropertyZipTime] = {false, time};
+  ofPath[QCFPropertyZipDate] = std::move(dateElement);
+  ofPath[QCFPropertyZipTime] = std::move(timeElement);
 }
 
 template <class Context>
@@ -60,6 +62,10 @@ void PkgPropertyMgr<Context>::requireParser() const {
   }
 }
 
+inline bool isZipPropertyOfEntry(QCFPropertyName name) {
+  return name >= QCFPropertyZipDate && name <= QCFPropertyZipTypeCreator;
+}
+
 inline bool isGenericProperty(QCFPropertyName name) {
   return name >= QCFPropertyDateTime && name <= QCFPropertyMacCreator;
 }
@@ -73,8 +79,8 @@ void PkgPropertyMgr<Context>::requireGenericName(const String& path, QCFProperty
 
 template <class Context>
 void PkgPropertyMgr<Context>::requireZipName(const String& path, QCFPropertyName name) const {
-  const bool ofEntry = name >= QCFPropertyZipDate && name <= QCFPropertyZipTypeCreator;
-  if (name == QCFPropertyPackageComment || (ofEntry && path != fPkgPath)) return;
+  if (name == QCFPropertyPackageComment) return;
+  if (isZipPropertyOfEntry(name) && path != fPkgPath) return;
   throw PackageException<>(PkgLib_Err_BadArgument);
 }
 

@@ -87,7 +87,10 @@ void PkgPropertyMgr<Context>::readGenericProperties() {
   try {
     parser->parse(*in);
   } catch (...) {
-    parser->finish();
+    try {
+      parser->finish();
+    } catch (...) {  // what parsing raised is what the caller is told
+    }
     throw;
   }
   parser->finish();

@@ -61,13 +61,13 @@ std::uint32_t ZipPkgFile<Context>::getCRC32() {
 
 template <class Context>
 typename Context::String ZipPkgFile<Context>::getProperty(QCFPropertyName name) {
-  if (name > QCFPropertyZipTypeCreator) return BasePkgFile<Context>::getProperty(name);
+  if (!isZipPropertyOfEntry(name)) return BasePkgFile<Context>::getProperty(name);
   return this->zipPackage()->getPropertyMgr()->getZipProperty(this->fName, name, nullptr);
 }
 
 template <class Context>
 void ZipPkgFile<Context>::setProperty(QCFPropertyName name, const String& value) {
-  if (name > QCFPropertyZipTypeCreator) {
+  if (!isZipPropertyOfEntry(name)) {
     BasePkgFile<Context>::setProperty(name, value);
     return;
   }
