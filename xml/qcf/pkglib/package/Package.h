@@ -156,7 +156,7 @@ template <class Context = AppContext>
 class QCF_API IPkgEntry {
 public:
   // Takes the entry out of the package at its next save. The object stays usable, and writing to it
-  // brings the entry back. Raises 45 for "mimetype" under conformance bit 1.
+  // brings the entry back. Raises 45 for "mimetype" under conformance value 1.
   virtual void remove() = 0;
   virtual bool isDeleted() const = 0;
   // Whether the entry has changes, made outside an update, that no update has taken up.
@@ -321,8 +321,8 @@ public:
   // The file at a path; without `mustExist` a new one where there is none, which nothing is written
   // of before it is opened for writing. A path always gives the same object. Raises 21 when there
   // is none and `mustExist` asks for one, 22 for a directory's path, 23 when the path is known as a
-  // directory, 45 under conformance bit 1 when "mimetype" must come first, and what a damaged local
-  // header raises.
+  // directory, 45 under conformance value 1 when "mimetype" must come first, and what a damaged
+  // local header raises.
   virtual SPRefType<IPkgFile<Context>> getFile(const String& path, bool mustExist) = 0;
   virtual SPRefType<IPkgFile<Context>> getFile(const String& path, const Directory& dir,
                                                bool mustExist) = 0;
@@ -336,7 +336,7 @@ public:
 
   // The text of the "mimetype" entry: its type. getMIMEType returns it up to the first white space,
   // or an empty string where there is no such entry; setMIMEType writes the entry, stored. Under
-  // conformance bit 1 the latter raises 45 when the entry of this package exists already.
+  // conformance value 1 the latter raises 45 when the entry of this package exists already.
   virtual void setMIMEType(const String& type) = 0;
   virtual String getMIMEType() = 0;
   // A property of the package: the comment only. Raises 22 or 23 for any other name, and 22 for a

@@ -18,8 +18,8 @@ public:
   // Opens a package: `in` reads, `in | out` changes, `out | trunc` (or `out`) makes a new one. A
   // null file system or parser stands for the factory's default, null policies for an answer of 0
   // to everything; none is owned, all must outlive the package. Raises what the file system raises,
-  // 16 for a split archive, 20 for what is no package, 46 and 47 under conformance bit 2, and 2 to
-  // 15 for a damaged directory.
+  // 16 for a split archive, 20 for what is no package, 46 and 47 under conformance value 2, and 2
+  // to 15 for a damaged directory.
   virtual Package openPackage(const String& path, openmode mode, IPkgFileSystem<Context>* fs,
                               const IPkgPolicies* policies, IXMLParser* parser) = 0;
   virtual Package openPackage(const FileName& name, openmode mode, const IPkgPolicies* policies,

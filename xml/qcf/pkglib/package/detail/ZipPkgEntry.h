@@ -49,6 +49,9 @@ protected:
   // Takes the entry's record out of the package where that can be written and read, else marks both
   // as changed; then marks the entry as deleted.
   void removeFromPackage();
+  // Lets go of all that ties the entry to the package, which lists it no more: a client may hold it
+  // longer, and write it anew.
+  void leavePackage();
 
   std::unique_ptr<ZpLocalFileEntry<Context>> fReadLocal;
   std::unique_ptr<ZpLocalFileEntry<Context>> fWriteLocal;

@@ -97,7 +97,7 @@ private:
   bool isMimetype() const;
   void requireConformingWrite() const;
   void copyData(IPkgStream<Context>& from, IPkgStream<Context>& to);
-  void settleWrittenHeaders();
+  void settleWrittenHeaders(const ZipPkgStream<Context>& stream);
   void closeStreams();
 
   bool fHasData = false;

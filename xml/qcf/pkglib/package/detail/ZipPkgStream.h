@@ -143,6 +143,8 @@ private:
   friend class ZipPkgFile<Context>;
 
   bool isOrphan() const { return fBuf.isOrphan(); }
+  bool isDirect() const { return static_cast<bool>(fBuf.fRecord); }
+  std::int64_t dataEnd() const { return fBuf.fFileEnd; }
   bool writes() const { return (fBuf.fMode & std::ios_base::out) != 0; }
   // Cuts the stream off from an entry that goes: it is closed from now on.
   void detach();

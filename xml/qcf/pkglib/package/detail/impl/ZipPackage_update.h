@@ -193,6 +193,7 @@ void ZipPackage<Context>::adoptOutput() {
   for (auto node = fEntries.begin(); node != fEntries.end();) {
     ZipPkgEntry<Context>* const entry = zipEntry(node->second);
     if (entry->fDeleted) {
+      entry->leavePackage();
       node = fEntries.erase(node);
     } else {
       entry->endUpdate();

@@ -171,6 +171,16 @@ void ZipPkgEntry<Context>::markChanged() {
 }
 
 template <class Context>
+void ZipPkgEntry<Context>::leavePackage() {
+  fReadLocal.reset();
+  fWriteLocal.reset();
+  fReadCentral.reset();
+  fWriteCentral.reset();
+  this->fModified = false;
+  this->fQueued = false;
+}
+
+template <class Context>
 void ZipPkgEntry<Context>::leaveQueue() {
   if (!this->fQueued) return;
   auto& queue = zipPackage()->fQueuedEntries;

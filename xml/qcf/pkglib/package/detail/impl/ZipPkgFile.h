@@ -128,8 +128,12 @@ void ZipPkgFile<Context>::MyTempFile::create(HiddenState state) {
   try {
     fName = fFile->getName();
   } catch (...) {
-    fFile->close();
+    const File nameless = fFile;
     fFile.reset();
+    try {
+      nameless->close();
+    } catch (...) {  // that it has no name is what the caller is told
+    }
     throw;
   }
   fHiddenState = state;

@@ -77,11 +77,11 @@ template <class Context>
 std::unique_ptr<ZipPkgStream<Context>> ZipPkgFile<Context>::openSpool(
     std::ios_base::openmode mode) {
   this->markChanged();
-  if (!fTempFile.exists()) {
-    fTempFile.create(Counted);
+  if (!fTempFile.counts()) fTempFile.discard();  // a copy for seeking that stopped half way
+  if (fTempFile.exists()) {
+    fTempFile.reopened()->truncate(0);
   } else {
-    const auto& file = fTempFile.reopened();
-    if (fTempFile.counts()) file->truncate(0);
+    fTempFile.create(Counted);
   }
   return std::make_unique<ZipPkgStream<Context>>(this, mode, false);
 }
@@ -120,7 +120,8 @@ void ZipPkgFile<Context>::copyData(IPkgStream<Context>& from, IPkgStream<Context
 template <class Context>
 void ZipPkgFile<Context>::streamClosed(ZipPkgStream<Context>* stream) {
   try {
-    if (stream->writes() && this->fWriteCentral && !stream->isOrphan()) settleWrittenHeaders();
+    if (stream->writes() && this->fWriteCentral && !stream->isOrphan())
+      settleWrittenHeaders(*stream);
     fTempFile.close();
   } catch (...) {
     fStreams.remove(stream);
@@ -131,7 +132,7 @@ void ZipPkgFile<Context>::streamClosed(ZipPkgStream<Context>* stream) {
 
 // Brings the headers in the output file up to what was written.
 template <class Context>
-void ZipPkgFile<Context>::settleWrittenHeaders() {
+void ZipPkgFile<Context>::settleWrittenHeaders(const ZipPkgStream<Context>& stream) {
   constexpr std::int32_t kNoCRC = 5;
   ZipPackage<Context>* const package = this->zipPackage();
   IPkgFSFileCommon* const out = package->fOutFile.get();
@@ -139,7 +140,11 @@ void ZipPkgFile<Context>::settleWrittenHeaders() {
   package->fCurrentWriter = nullptr;
   if (package->getPolicy(IPkgPolicies::PolicyCRC) == kNoCRC) this->fWriteCentral->fHeader.crc32 = 0;
   const bool outOfDate = local.updateFromCDEntry(!out->isSeekable(), *this->fWriteCentral);
-  if (local.hasDescriptor()) local.writeDescriptor(out);
+  if (local.hasDescriptor()) {
+    // Right behind the data, wherever reading has moved the file meanwhile.
+    if (stream.isDirect() && out->isSeekable()) out->seek(stream.dataEnd(), SEEK_SET);
+    local.writeDescriptor(out);
+  }
   if (outOfDate && out->isSeekable()) local.patch(out, this->fWriteCentral->fLocalOffset);
 }
 

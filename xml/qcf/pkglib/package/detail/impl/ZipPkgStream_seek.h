@@ -57,6 +57,7 @@ void ZipPkgStreamBuf<Context>::maybeSwitchToTemp() {
   if ((fMode & std::ios_base::out) != 0) {
     throw PackageException<>(PkgLib_Err_UnsupportedOperation);
   }
+  if (!fEntry->fTempFile.counts()) fEntry->fTempFile.discard();  // a copy that stopped half way
   if (!fEntry->fTempFile.exists()) makeTempCopy();
   fEntry->fTempFile.reopened();
   fInTemp = true;
