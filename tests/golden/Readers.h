@@ -39,7 +39,8 @@ inline bool complains(const support::Finished& finished) {
 
 // What a program says: "accepts", "warns" or "refuses".
 inline std::string verdict(const Reader& reader, const std::string& path) {
-  support::Command command{reader.command, {}, {}, {}};
+  // Names outside ASCII need a locale that has them.
+  support::Command command{reader.command, {}, {}, {{"LC_ALL", "C.UTF-8"}}};
   command.arguments.push_back(path);
   if (reader.name == "ziptool") {
     command.arguments.push_back("get_num_entries");

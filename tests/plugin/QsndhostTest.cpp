@@ -302,9 +302,10 @@ TEST_F(Qsndhost, TakesTheBundleThatItIsTold) {
 
 TEST_F(Qsndhost, ColoursAreForTerminalsThatWantThem) {
   if (shell("command -v script").status != 0) GTEST_SKIP() << "no script(1)";
+  environment = {{"TERM", "xterm"}};
   const std::string coloured = shell("H=\"$0\"; script -qec \"$H info absent.qsnd\" /dev/null").out;
   EXPECT_NE(coloured.find("\x1b[1;31m"), std::string::npos);
-  environment = {{"NO_COLOR", "1"}};
+  environment = {{"TERM", "xterm"}, {"NO_COLOR", "1"}};
   const std::string plain = shell("H=\"$0\"; script -qec \"$H info absent.qsnd\" /dev/null").out;
   EXPECT_EQ(plain.find('\x1b'), std::string::npos);
 }

@@ -41,11 +41,19 @@ with open(path, 'rb') as f:
 print(text)
 short = at - offset - size
 print('short', short)
+has_zip64 = locator[0] == 0x07064b50
 read_end = zipfile._EndRecData
+def numbers_of_zip64(f, end_offset, record):
+    if has_zip64:
+        record[zipfile._ECD_ENTRIES_THIS_DISK] = record[zipfile._ECD_ENTRIES_TOTAL] = zip64[7]
+        record[zipfile._ECD_SIZE], record[zipfile._ECD_OFFSET] = size, offset
+        record[zipfile._ECD_LOCATION] = at
+    return record
 def corrected(f):
     record = read_end(f)
     record[zipfile._ECD_SIZE] += short
     return record
+zipfile._EndRecData64 = numbers_of_zip64
 zipfile._EndRecData = corrected
 with zipfile.ZipFile(path) as package:
     for i in package.infolist()[:20]:
