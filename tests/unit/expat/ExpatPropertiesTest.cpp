@@ -1,4 +1,5 @@
 #include <ios>
+#include <iterator>
 #include <string>
 
 #include <gtest/gtest.h>
@@ -83,6 +84,32 @@ TEST_F(ExpatProperties, APropertyOfThePackageItselfRaises22ThroughTheParserWhich
     }
   }
   EXPECT_EQ(valueIn(withValue("fine"), QCFPropertyDateTime), "fine");
+}
+
+// Paths are written as they are: what stands before the quote is all that comes back.
+TEST_F(ExpatProperties, APathWithADoubleQuoteIsWrittenRawAndEndsTheDocumentWhenItIsReadBack) {
+  constexpr auto kInOutTrunc = std::ios::in | std::ios::out | std::ios::trunc;
+  pkg::QCFPackageFactory factory;
+  {
+    const auto package =
+        factory.openPackage("new.pkg", kInOutTrunc, &fFileSystem, nullptr, &fParser);
+    package->beginUpdate();
+    for (const char* const path : {"a", "m\"n", "z"})
+      package->getFile(path, false)->setProperty(QCFPropertyMacType, "TEXT");
+    package->endUpdate();
+    EXPECT_EQ(package->getFile("m\"n", false)->getProperty(QCFPropertyMacType), "TEXT");
+    package->close();
+  }
+  const auto package =
+      factory.openPackage("new.pkg", std::ios::in, &fFileSystem, nullptr, &fParser);
+  const auto stream = package->getFile(kDocument, true)->open(std::ios::in, false);
+  const std::string document{std::istreambuf_iterator<char>(*stream), {}};
+  EXPECT_NE(document.find("<entry path=\"m\"n\">\n"), std::string::npos) << document;
+
+  EXPECT_EQ(package->getFile("a", false)->getProperty(QCFPropertyMacType), "TEXT");
+  EXPECT_NE(std::string(fParser.getErrorText()).find("not well-formed"), std::string::npos);
+  EXPECT_EQ(package->getFile("m\"n", false)->getProperty(QCFPropertyMacType), "");
+  EXPECT_EQ(package->getFile("z", false)->getProperty(QCFPropertyMacType), "");
 }
 
 TEST_F(ExpatProperties, ABombInAPackageIsRefused) {

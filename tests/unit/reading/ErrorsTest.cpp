@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include "unit/package/detail/FakeParser.h"
 #include "unit/reading/Reading.h"
 
 using namespace reading;
@@ -240,8 +241,10 @@ std::vector<Road> callRoads() {
        [] { pkg::zip::ZipPkgFile<>("a", false, nullptr); }},
       {22, false, "Client Error Bad Argument", "a property of no such name",
        [] {
-         MemoryPackage(kGood)->getFile("a", true)->getProperty(
-             static_cast<pkg::QCFPropertyName>(-1));
+         support::FakeParser parser;
+         MemoryPackage(kGood, nullptr, kIn, &parser)
+             ->getFile("a", true)
+             ->getProperty(static_cast<pkg::QCFPropertyName>(-1));
        }},
       {23, false, "Client Error Unsupported Operation", "a directory that is known, for a file",
        [] { MemoryPackage(kGood)->getFile("/", false); }},

@@ -1,5 +1,8 @@
+#include <climits>
+
 #include <gtest/gtest.h>
 
+#include "unit/package/detail/FakeParser.h"
 #include "unit/reading/Reading.h"
 
 using namespace reading;
@@ -222,11 +225,31 @@ TEST(FileEntry, GenericPropertiesWithoutAParserRaise23) {
   }
 }
 
-TEST(FileEntry, ANegativePropertyNameRaises22) {
-  const MemoryPackage package(packageOf({"a"}));
+TEST(FileEntry, ANegativePropertyNameIsNotOneOfTheZipProperties) {
+  const MemoryPackage package(packageOf({"a"}), nullptr, kIn | kOut);
   const File file = package->getFile("a", true);
-  EXPECT_RAISES(22, file->getProperty(static_cast<pkg::QCFPropertyName>(-1)));
-  EXPECT_RAISES(22, file->setProperty(static_cast<pkg::QCFPropertyName>(-1), ""));
+  for (const bool written : {false, true}) {
+    if (written) writeFile(file, "text");
+    for (const int name : {-1, -2000, INT_MIN}) {
+      EXPECT_RAISES(23, file->getProperty(static_cast<pkg::QCFPropertyName>(name))) << name;
+      EXPECT_RAISES(23, file->setProperty(static_cast<pkg::QCFPropertyName>(name), "")) << name;
+    }
+  }
+}
+
+TEST(FileEntry, WithAParserANegativePropertyNameRaises22BeforeAndAfterDataIsWritten) {
+  support::FakeParser parser;
+  const MemoryPackage package(packageOf({"a"}), nullptr, kIn | kOut, &parser);
+  const File file = package->getFile("a", true);
+  const auto name = static_cast<pkg::QCFPropertyName>(-1);
+  EXPECT_RAISES(22, file->getProperty(name));
+  EXPECT_RAISES(28, file->setProperty(name, "")) << "no update: before the name is looked at";
+  package->beginUpdate("b.pkg", kIn | kOut | kTrunc);
+  EXPECT_RAISES(22, file->setProperty(name, ""));
+  writeFile(file, "text");
+  EXPECT_RAISES(22, file->getProperty(name));
+  EXPECT_RAISES(22, file->setProperty(name, ""));
+  package->cancelUpdate();
 }
 
 TEST(FileEntry, RemovingMimetypeUnderThePolicyRaises45) {

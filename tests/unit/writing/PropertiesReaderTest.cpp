@@ -96,12 +96,29 @@ TEST_F(PropertiesReader, OfATextInSeveralPiecesTheLastStays) {
   EXPECT_EQ(value(package), "last");
 }
 
-TEST_F(PropertiesReader, AnUnknownKeyLoadsAndIsLost) {
+TEST_F(PropertiesReader, AnUnknownKeyLoadsAndHasNoValue) {
   const Package package = tell(inEntries(property("color", "red")));
   EXPECT_EQ(value(package), "");
   EXPECT_FALSE(refused());
   EXPECT_EQ(value(package), "");
   EXPECT_EQ(fFake.parses, 1);  // it counts as read
+}
+
+TEST_F(PropertiesReader, AnUnknownKeyIsLostAtTheNextWriteAndItsNeighbourStays) {
+  const Package package = tell(inEntries(
+      {"<entry path=a", "<prop key=color", "red", ">prop", "<prop key=datetime", "now", ">prop",
+       ">entry", "<entry path=b", "<prop key=size", "large", ">prop", ">entry"}));
+  EXPECT_EQ(value(package), "now");
+  EXPECT_FALSE(refused());
+  package->saveAs("new.pkg", kIn | kOut | kTrunc);
+  EXPECT_EQ(contents(package, kDocument),
+            "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
+            "<pkgProperties xmlns=\"http://ns.quillon.example/qcf/1.0/\">\n"
+            "<package/>\n"
+            "<entries>\n"
+            "<entry path=\"a\">\n<prop key=\"datetime\">now</prop>\n</entry>\n"
+            "</entries>\n"
+            "</pkgProperties>\n");
 }
 
 TEST_F(PropertiesReader, AnUnknownElementIsAcceptedAnywhere) {
@@ -208,6 +225,22 @@ TEST_F(PropertiesReader, APropertyOfThePackageItselfRaises22ThroughTheParser) {
   }
 }
 
+// The exception passes the place that would put the map back or count the document as read.
+TEST_F(PropertiesReader, WhatWasReadBeforeSuchAPropertyStaysAndTheNextAccessParsesAgain) {
+  Events events = {"<pkgProperties", "<entries"};
+  events = behind(behind(events, property("datetime", "now")),
+                  {">entries", "<package", "<prop key=mac_type", "TEXT"});
+  const Package package = tell(events);
+  EXPECT_RAISED("22", value(package));
+  EXPECT_EQ(fFake.parses, 1);
+  EXPECT_RAISED("22", value(package));
+  EXPECT_EQ(fFake.parses, 2);
+  fFake.script = {};  // a document that tells nothing shows what is in the map
+  EXPECT_EQ(value(package), "now");
+  EXPECT_EQ(value(package, QCFPropertyMacType), "");
+  EXPECT_EQ(fFake.parses, 3);
+}
+
 TEST_F(PropertiesReader, AnUnknownPropertyOfThePackageItselfIsSkipped) {
   const Package package = tell({"<pkgProperties", "<package", "<prop key=color", "red", ">prop",
                                 ">package", ">pkgProperties"});
@@ -215,7 +248,7 @@ TEST_F(PropertiesReader, AnUnknownPropertyOfThePackageItselfIsSkipped) {
   EXPECT_FALSE(refused());
 }
 
-// Only what is in the map before the document is put back, not what a client sets later.
+// The map goes back as a whole to what it was when the document began, ZIP properties included.
 TEST_F(PropertiesReader, ARefusedDocumentLeavesZipPropertiesAlone) {
   const Package package = tell({"<entries"});
   package->setProperty(pkg::QCFPropertyPackageComment, "kept");

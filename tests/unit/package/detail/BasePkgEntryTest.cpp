@@ -3,8 +3,10 @@
 #include <gtest/gtest.h>
 
 #include "package/detail/BasePkgEntry.h"
+#include "package/detail/PkgPropertyMgr.h"
 
 #include "support/Raised.h"
+#include "unit/package/detail/FakeParser.h"
 #include "unit/package/detail/TestPackage.h"
 
 namespace {
@@ -32,6 +34,18 @@ private:
   int& fDeaths;
 };
 
+// An entry whose end releases it more often than it is held.
+class OverReleasedEntry : public MortalEntry {
+public:
+  using MortalEntry::MortalEntry;
+  ~OverReleasedEntry() override {
+    BasePkgEntry<>::release();  // -1
+    BasePkgEntry<>::release();  // -2
+    BasePkgEntry<>::addRef();   // -1: not the last reference, which would end it once more
+    BasePkgEntry<>::release();  // -2
+  }
+};
+
 TEST(BasePkgEntry, IsBornWithOneReferenceAndDiesWithTheLast) {
   int deaths = 0;
   IPkgEntry<>* const entry = new MortalEntry(deaths, nullptr);
@@ -40,6 +54,13 @@ TEST(BasePkgEntry, IsBornWithOneReferenceAndDiesWithTheLast) {
   entry->release();
   entry->release();
   EXPECT_EQ(deaths, 0);
+  entry->release();
+  EXPECT_EQ(deaths, 1);
+}
+
+TEST(BasePkgEntry, ACountBelowZeroGoesOnDownwardWithoutEffect) {
+  int deaths = 0;
+  IPkgEntry<>* const entry = new OverReleasedEntry(deaths, nullptr);
   entry->release();
   EXPECT_EQ(deaths, 1);
 }
@@ -90,6 +111,7 @@ TEST(BasePkgEntry, TakesStoredAndDeflatedAndRaises22ForAnyOtherMethod) {
 TEST(BasePkgEntry, ToFileGivesAControlBlockOfItsOwnEachTime) {
   TestPackage package;
   auto first = package->getFile("file", false);
+  first->setExpectedSize(7);
   auto second = first->toFile();
   auto third = first->toFile();
   EXPECT_EQ(first, second);
@@ -99,7 +121,7 @@ TEST(BasePkgEntry, ToFileGivesAControlBlockOfItsOwnEachTime) {
   first.reset();
   second.reset();
   third.reset();
-  EXPECT_EQ(package->getFile("file", false)->getName(), "file") << "the package still has it";
+  EXPECT_EQ(package->getFile("file", false)->getSize(), 7u) << "the package still has it";
 }
 
 TEST(BasePkgEntry, AHandleThatIsHeldTooLongStillFreesItsEntry) {
@@ -123,9 +145,22 @@ TEST(BasePkgEntry, AnEntryKnowsItsKind) {
 }
 
 TEST(BasePkgFile, KeepsGenericPropertiesUnderTheEntrysName) {
+  support::FakeParser parser;
+  TestPackage package(&parser);
+  package->beginUpdate();
+  const auto file = package->getFile("folder/file", false);
+  file->setProperty(QCFPropertyMacType, "TEXT");
+  PkgPropertyMgr<>& properties = package.properties();
+  EXPECT_EQ(properties.getGenericProperty("folder/file", QCFPropertyMacType, nullptr), "TEXT");
+  properties.setGenericProperty("folder/file", QCFPropertyMacCreator, "ttxt", false);
+  EXPECT_EQ(file->getProperty(QCFPropertyMacCreator), "ttxt");
+  EXPECT_EQ(package->getFile("file", false)->getProperty(QCFPropertyMacType), "");
+}
+
+TEST(BasePkgFile, WithoutAParserItsGenericPropertiesRaise23) {
   TestPackage package;
   const auto file = package->getFile("file", false);
-  EXPECT_EQ(raised([&] { file->getProperty(QCFPropertyMacType); }), misuse(23)) << "no parser";
+  EXPECT_EQ(raised([&] { file->getProperty(QCFPropertyMacType); }), misuse(23));
   EXPECT_EQ(raised([&] { file->setProperty(QCFPropertyMacType, "TEXT"); }), misuse(23));
 }
 

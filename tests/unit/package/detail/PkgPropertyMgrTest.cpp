@@ -186,6 +186,8 @@ TEST(PkgPropertyMgr, PathsAreComparedByteByByteOverTheirWholeLength) {
   EXPECT_EQ(properties.getZipProperty("a", QCFPropertyZipDate, nullptr), "1");
   EXPECT_EQ(properties.getZipProperty("A", QCFPropertyZipDate, nullptr), "2");
   EXPECT_EQ(properties.getZipProperty("ab", QCFPropertyZipDate, nullptr), "3");
+  EXPECT_EQ(properties.getZipProperty(std::string("a\0b", 3), QCFPropertyZipDate, nullptr), "4");
+  EXPECT_EQ(properties.getZipProperty(std::string("a\0", 2), QCFPropertyZipDate, nullptr), "");
   EXPECT_EQ(properties.getZipProperty("/a", QCFPropertyZipDate, nullptr), "");
 }
 
@@ -301,6 +303,29 @@ TEST_F(PkgPropertyMgrWithDocument, IsReadBeforeTheFirstPropertyIsSet) {
   file->setProperty(QCFPropertyMacType, "PICT");
   EXPECT_EQ(file->getProperty(QCFPropertyMacType), "PICT");
   package->cancelUpdate();
+}
+
+// What was read belongs to the update that goes; that it was read is remembered all the same.
+TEST_F(PkgPropertyMgrWithDocument, FirstReadInAnUpdateThatIsCancelledIsLostAndNotReadAgain) {
+  const auto package = open(ios::in | ios::out);
+  package->beginUpdate(std::string("q"), ios::in | ios::out | ios::trunc);
+  const auto file = package->getFile("a", false);
+  EXPECT_EQ(file->getProperty(QCFPropertyMacType), "TEXT");
+  package->cancelUpdate();
+  EXPECT_EQ(file->getProperty(QCFPropertyMacType), "");
+  EXPECT_EQ(parser.parses, 1);
+  EXPECT_EQ(package->entryExists("META-INF/pkgproperties.xml"), PkgEntryFile);
+}
+
+TEST_F(PkgPropertyMgrWithDocument, ReadBeforeAnUpdateOutlivesItsCancelling) {
+  const auto package = open(ios::in | ios::out);
+  const auto file = package->getFile("a", false);
+  EXPECT_EQ(file->getProperty(QCFPropertyMacType), "TEXT");
+  package->beginUpdate(std::string("q"), ios::in | ios::out | ios::trunc);
+  file->setProperty(QCFPropertyMacType, "PICT");
+  package->cancelUpdate();
+  EXPECT_EQ(file->getProperty(QCFPropertyMacType), "TEXT");
+  EXPECT_EQ(parser.parses, 1);
 }
 
 }  // namespace

@@ -194,6 +194,7 @@ TEST(SystemError, RaisesCode50WithTheSystemsText) {
   for (const int error : {ENOENT, EACCES, ENOSPC, EIO, EISDIR}) {
     try {
       throwSystemError(error);
+      FAIL() << "nothing was raised for " << error;
     } catch (PackageIOException<>& e) {
       EXPECT_EQ(e.getErrorCode(), 50);
       EXPECT_STREQ(e.what(), std::strerror(error));
