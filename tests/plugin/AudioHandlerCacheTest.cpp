@@ -10,6 +10,8 @@
 
 #include "AudioHandler.h"
 #include "MemorySource.h"
+#include "QFL/Hash.h"
+#include "qvacore/Guid.h"
 
 // The host's side of a buffer, with its life counted.
 struct HostBuffer {
@@ -210,6 +212,52 @@ TEST_F(AudioHandlerCache, TheKeyIsAGuidOfPositionBlockSizeAndIdentity) {
   prepare(handler);
   expectServed(handler, 0, 1);
   EXPECT_EQ(host.keys.back(), key);
+}
+
+// The key by hand. The fourth word counts what is mixed in, and is itself mixed.
+std::string keyOf(std::int64_t position, std::int32_t blockSamples, const std::string& identity) {
+  QFL::HashValue hash;
+  hash.words = {0, 0, 0, 42};
+  QFL::MixHash::MixInData(hash, "AudioHandler Cached Normalized AudioBuffer", 42);
+  hash.words[3] += 8;
+  QFL::MixHash::MixInData(hash, &position, 8);
+  hash.words[3] += 4;
+  QFL::MixHash::MixInData(hash, &blockSamples, 4);
+  char text[37] = {};
+  identity.copy(text, sizeof text);
+  hash.words[3] += 37;
+  QFL::MixHash::MixInData(hash, text, 37);
+  const auto byte = [&](std::size_t word, int number) {
+    return static_cast<std::uint8_t>(hash.words[word] >> (24 - 8 * number) & 0xFF);
+  };
+  const qvacore::utility::Guid guid(hash.words[0],
+                                    static_cast<std::uint16_t>(hash.words[1] / 0x10000),
+                                    static_cast<std::uint16_t>(hash.words[1] % 0x10000),
+                                    {byte(2, 0), byte(2, 1), byte(2, 2), byte(2, 3), byte(3, 0),
+                                     byte(3, 1), byte(3, 2), byte(3, 3)});
+  std::string key;
+  for (const char16_t character : guid.AsString())
+    key.push_back(static_cast<char>(character));
+  return key;
+}
+
+TEST_F(AudioHandlerCache, TheKeyIsWhatTheHashOfItsPartsGives) {
+  for (const std::int64_t position : {std::int64_t{0}, std::int64_t{1}, std::int64_t{0x123456789},
+                                      std::int64_t{-1}, INT64_MIN / 16}) {
+    AudioHandler handler;
+    prepare(handler);
+    handler.TransferToAudioBuffer(position, &source);
+    EXPECT_EQ(host.keys.back(), keyOf(position, 4096 * 8, "first source")) << position;
+  }
+  AudioHandler handler;
+  prepare(handler);
+  handler.ConfigureSource(7, 3, 10000, SampleKind::IntLittle, &MemorySource::read);
+  const std::string longest = "0123456789abcdefghijklmnopqrstuvwxyz!";
+  ASSERT_EQ(longest.size(), handler.cacheIdentity.size());
+  longest.copy(handler.cacheIdentity.data(), longest.size());
+  source.frameBytes = 21;
+  ASSERT_EQ(handler.TransferToAudioBuffer(5, &source), 0);
+  EXPECT_EQ(host.keys.back(), keyOf(5, 32768 / 21 * 7, longest));
 }
 
 TEST_F(AudioHandlerCache, EachSwitchAndTableIsNeeded) {

@@ -8,6 +8,7 @@
 
 #include "AudioHandler.h"
 #include "MemorySource.h"
+#include "ProcessorFault.h"
 
 namespace {
 
@@ -457,6 +458,39 @@ TEST(AudioHandler, ConfiguringAgainForgetsTheBlock) {
   EXPECT_EQ(source.positions.size(), 3u);
 }
 
+// The frame that marks that no block is there is a frame like any other: the block counts as
+// standing at it.
+TEST(AudioHandler, RightAfterConfiguringTheFrame7FFFFFFFCountsAsHeld) {
+  constexpr std::int64_t kMark = 0x7FFFFFFF;
+  AudioHandler handler;
+  MemorySource source = numberedSource(1, 16384);
+  configure(handler, 1, kMark + 100000);
+  ChannelBuffers out(1, 16384);
+  EXPECT_EQ(handler.ServeAudio(kMark, 16384, out.data(), &source), 0);
+  EXPECT_TRUE(source.positions.empty());
+  EXPECT_EQ(out[0], std::vector<float>(16384, 0.0f)) << "there has been no block";
+  EXPECT_EQ(handler.nextFrame, kMark + 16384);
+
+  ASSERT_EQ(handler.ServeAudio(0, 1, out.data(), &source), 0);
+  configure(handler, 1, kMark + 100000);
+  EXPECT_EQ(handler.ServeAudio(kMark, 100, out.data(), &source), 0);
+  EXPECT_EQ(source.positions, (std::vector<long long>{0}));
+  EXPECT_EQ(out[0][99], numbered(99, 0)) << "the block of the earlier source";
+}
+
+TEST(AudioHandler, RightAfterConfiguringTheFramesAroundTheHeldOnesAreRead) {
+  constexpr std::int64_t kMark = 0x7FFFFFFF;
+  for (const std::int64_t position : {kMark - 1, kMark + 16384}) {
+    AudioHandler handler;
+    MemorySource source = numberedSource(1, 4);
+    source.start = -position * 2;
+    configure(handler, 1, kMark + 100000);
+    ChannelBuffers out(1, 1);
+    EXPECT_EQ(handler.ServeAudio(position, 1, out.data(), &source), 0);
+    EXPECT_EQ(source.positions, (std::vector<long long>{position}));
+  }
+}
+
 TEST(AudioHandler, ServingAllocatesItsBlocksOnce) {
   AudioHandler handler;
   MemorySource source = numberedSource(1, 50000);
@@ -473,8 +507,8 @@ TEST(AudioHandler, ServingAllocatesItsBlocksOnce) {
 
 TEST(AudioHandlerDeathTest, AFrameOfNoBytesIsAProcessorFault) {
   AudioHandler handler;
-  EXPECT_DEATH(configure(handler, 0, 10), "");
-  EXPECT_DEATH(configure(handler, 1, 10, 0), "");
+  EXPECT_PROCESSOR_FAULT(SIGFPE, configure(handler, 0, 10));
+  EXPECT_PROCESSOR_FAULT(SIGFPE, configure(handler, 1, 10, 0));
 }
 
 }  // namespace

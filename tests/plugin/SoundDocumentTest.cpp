@@ -8,6 +8,7 @@
 
 #include "Documents.h"
 #include "Plugin.h"
+#include "ProcessorFault.h"
 #include "support/TempDir.h"
 
 namespace {
@@ -593,11 +594,11 @@ TEST_F(UnguardedDeathTest, ABlockAlignOfZeroIsAProcessorFault) {
   Wave wave;
   wave.blockAlign = 0;
   wave.data = counting(0, 10);
-  EXPECT_DEATH(open(wave), "");
+  EXPECT_PROCESSOR_FAULT(SIGFPE, open(wave));
 }
 
 TEST_F(UnguardedDeathTest, InfoOnADocumentThatNeverOpenedIsAProcessorFault) {
-  EXPECT_DEATH(file.getInfo(), "");
+  EXPECT_PROCESSOR_FAULT(SIGFPE, file.getInfo());
 }
 
 TEST_F(UnguardedDeathTest, InfoOnFramesOfNoBytesIsAProcessorFault) {
@@ -606,18 +607,18 @@ TEST_F(UnguardedDeathTest, InfoOnFramesOfNoBytesIsAProcessorFault) {
   wave.blockAlign = 1;
   wave.data = counting(0, 10);
   ASSERT_EQ(open(wave), 0);
-  EXPECT_DEATH(file.getInfo(), "");
+  EXPECT_PROCESSOR_FAULT(SIGFPE, file.getInfo());
   wave.bits = 16;
   wave.channels = 0;
   file.close();
   ASSERT_EQ(open(wave), 0);
-  EXPECT_DEATH(file.getInfo(), "");
+  EXPECT_PROCESSOR_FAULT(SIGFPE, file.getInfo());
 }
 
 TEST_F(UnguardedDeathTest, SelectorsThatNeedAnInstanceDoNotTestForIt) {
-  EXPECT_DEATH(plugin(8, nullptr, nullptr), "");
+  EXPECT_PROCESSOR_FAULT(SIGSEGV, plugin(8, nullptr, nullptr));
   imImportAudioRec7 audio{};
-  EXPECT_DEATH(plugin(25, nullptr, &audio), "");
+  EXPECT_PROCESSOR_FAULT(SIGSEGV, plugin(25, nullptr, &audio));
 }
 
 }  // namespace
