@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
-#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
@@ -15,6 +14,7 @@
 #include <fmt/format.h>
 
 #include "common/Failure.h"
+#include "common/RemoveOnSignal.h"
 
 namespace tools {
 namespace {
@@ -35,27 +35,6 @@ std::string resolved(const std::string& target) {
 bool isPlainFileOrAbsent(const std::string& target) {
   struct stat status {};
   return stat(target.c_str(), &status) != 0 || S_ISREG(status.st_mode);
-}
-
-// The new file that a signal would leave behind; empty for none. A program writes one output at a
-// time.
-std::array<char, 4096> gScratchToRemove;
-
-void removeScratchAndDie(int signal) {
-  if (gScratchToRemove[0] != '\0') unlink(gScratchToRemove.data());
-  std::signal(signal, SIG_DFL);
-  std::raise(signal);
-}
-
-void removeOnSignals(const std::string& scratch) {
-  gScratchToRemove[0] = '\0';
-  if (scratch.empty() || scratch.size() >= gScratchToRemove.size()) return;
-  std::copy_n(scratch.c_str() + 1, scratch.size(), gScratchToRemove.data() + 1);
-  gScratchToRemove[0] = scratch[0];  // last: the name counts from here on
-  for (const int signal : {SIGHUP, SIGINT, SIGTERM}) {
-    // A signal that is ignored, as under nohup, stays so.
-    if (std::signal(signal, removeScratchAndDie) == SIG_IGN) std::signal(signal, SIG_IGN);
-  }
 }
 
 int makeScratch(std::string& name) {
@@ -92,13 +71,13 @@ OutputFile::OutputFile(const std::string& target) {
     unlink(fScratch.c_str());
     fScratch.clear();
   }
-  removeOnSignals(fScratch);
+  removeOnSignal(fScratch);
 }
 
 OutputFile::~OutputFile() {
   if (fDescriptor >= 0) close(fDescriptor);
   if (!fScratch.empty()) unlink(fScratch.c_str());
-  removeOnSignals({});
+  removeOnSignal({});
 }
 
 void OutputFile::commit() {
@@ -134,7 +113,7 @@ void OutputFile::replaceTarget() {
   if (fchmod(fDescriptor, mode) != 0 || fsync(fDescriptor) != 0) fail();
   if (rename(fScratch.c_str(), fTarget.c_str()) != 0) fail();
   fScratch.clear();
-  removeOnSignals({});
+  removeOnSignal({});
 }
 
 void OutputFile::fail() const {

@@ -2,8 +2,10 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <cstdlib>
 #include <utility>
 
+#include <sys/ioctl.h>
 #include <unistd.h>
 
 #include <fmt/format.h>
@@ -13,28 +15,65 @@ namespace {
 
 constexpr auto kDelay = std::chrono::milliseconds(500);
 constexpr auto kInterval = std::chrono::milliseconds(100);
-constexpr int kWidth = 40;
+constexpr std::size_t kWidest = 40;
+
+bool canDraw() {
+  const char* const terminal = std::getenv("TERM");
+  const bool isDumb = terminal == nullptr || std::string(terminal) == "dumb";
+  return isatty(STDERR_FILENO) != 0 && !isDumb;
+}
+
+std::size_t columns() {
+  winsize size{};
+  const bool known = ioctl(STDERR_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col != 0;
+  return known ? size.ws_col : 80;
+}
 
 }  // namespace
 
-Progress::Progress(std::string label, std::int64_t total, bool quiet)
+Progress::Progress(std::string label, std::int64_t total, bool quiet, Unit unit)
     : fLabel(std::move(label)),
       fTotal(total),
-      fActive(!quiet && total > 0 && isatty(STDERR_FILENO) != 0),
-      fNext(Clock::now() + kDelay) {}
+      fUnit(unit),
+      fActive(!quiet && total > 0 && canDraw()),
+      fStart(Clock::now()),
+      fNext(fStart + kDelay) {}
 
 Progress::~Progress() {
   if (fDrawn) fmt::print(stderr, "\r\x1b[K");
 }
 
+std::string Progress::remarks(std::int64_t done, Clock::time_point now) const {
+  const double seconds = std::chrono::duration<double>(now - fStart).count();
+  const double rate = static_cast<double>(done) / seconds;
+  std::string text;
+  if (fUnit == Unit::Bytes) text += fmt::format(" {:.1f} MB/s", rate / 1e6);
+  if (rate > 0) {
+    const auto left = static_cast<std::int64_t>(static_cast<double>(fTotal - done) / rate);
+    text += fmt::format(" {}:{:02} left", left / 60, left % 60);
+  }
+  return text;
+}
+
 void Progress::update(std::int64_t done) {
-  if (!fActive || Clock::now() < fNext) return;
-  fNext = Clock::now() + kInterval;
+  const auto now = Clock::now();
+  if (!fActive || now < fNext) return;
+  fNext = now + kInterval;
   fDrawn = true;
-  const double part = std::clamp(static_cast<double>(done) / static_cast<double>(fTotal), 0.0, 1.0);
-  const auto filled = static_cast<std::size_t>(part * kWidth);
-  fmt::print(stderr, "\r{} [{:<{}}] {:3.0f}%", fLabel, std::string(filled, '#'), kWidth,
-             part * 100);
+  done = std::clamp(done, std::int64_t{0}, fTotal);
+  const double part = static_cast<double>(done) / static_cast<double>(fTotal);
+  const std::string percent = fmt::format("{:3.0f}%", part * 100);
+  const std::string rest = remarks(done, now);
+  // The line must not wrap: what has no room is left out, the bar first.
+  const std::size_t room = columns() - 1;
+  std::string line = fLabel + " " + percent;
+  if (line.size() + rest.size() <= room) line += rest;
+  const std::size_t width = std::min(kWidest, room > line.size() + 3 ? room - line.size() - 3 : 0);
+  if (width >= 5) {
+    const auto filled = static_cast<std::size_t>(part * static_cast<double>(width));
+    line.insert(fLabel.size() + 1, fmt::format("[{:<{}}] ", std::string(filled, '#'), width));
+  }
+  fmt::print(stderr, "\r\x1b[K{}", line.substr(0, room));
   std::fflush(stderr);
 }
 

@@ -1,0 +1,186 @@
+#include "PackageFile.h"
+
+#include <cerrno>
+#include <filesystem>
+#include <utility>
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <fmt/format.h>
+
+#include "common/RemoveOnSignal.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr std::size_t kRandomLetters = 6;
+
+std::string scratchPrefix(const std::string& path) {
+  return "." + fs::path(path).filename().string() + ".qcfpkg-";
+}
+
+std::string resolved(const std::string& path) {
+  std::error_code error;
+  const auto canonical = fs::weakly_canonical(path, error);
+  return error ? path : canonical.string();
+}
+
+mode_t defaultMode() {
+  const mode_t mask = umask(0);
+  umask(mask);
+  return 0666 & ~mask;
+}
+
+}  // namespace
+
+PackageFile::PackageFile(const std::string& path) : fPath(resolved(path)) {}
+
+PackageFile::PackageFile(PackageFile&& other) noexcept
+    : fPath(std::move(other.fPath)),
+      fScratch(std::exchange(other.fScratch, {})),
+      fFormerScratch(std::exchange(other.fFormerScratch, {})),
+      fLock(std::exchange(other.fLock, -1)),
+      fIsNew(other.fIsNew),
+      fOverwrite(other.fOverwrite) {}
+
+PackageFile::~PackageFile() {
+  dropFormerScratch();
+  if (!fScratch.empty()) unlink(fScratch.c_str());
+  if (fLock >= 0) close(fLock);
+  tools::removeOnSignal({});
+}
+
+void PackageFile::fail(const std::string& reason) const {
+  throw tools::Failure(
+      fmt::format("cannot {} {}: {}", fIsNew ? "create" : "change", tools::shown(fPath), reason));
+}
+
+PackageFile PackageFile::existing(const Tool& tool, const std::string& path) {
+  PackageFile file(path);
+  file.lock();
+  file.clearStale(tool);
+  return file;
+}
+
+PackageFile PackageFile::created(const Tool& tool, const std::string& path, bool overwrite) {
+  PackageFile file(path);
+  file.fIsNew = true;
+  file.fOverwrite = overwrite;
+  struct stat status {};
+  if (stat(file.fPath.c_str(), &status) == 0) {
+    if (!S_ISREG(status.st_mode)) file.fail("it exists and is not a regular file");
+    if (!overwrite) file.fail("it exists; --overwrite replaces it");
+    file.lock();
+    file.clearStale(tool);
+  }
+  return file;
+}
+
+// A run that waited for another one's rename would hold the lock of a file that has no name any
+// more: the file at the path must be the one that is locked.
+void PackageFile::lock() {
+  for (;;) {
+    fLock = open(fPath.c_str(), O_RDWR | O_CLOEXEC | O_NONBLOCK);
+    struct stat locked {};
+    if (fLock < 0 || fstat(fLock, &locked) != 0) fail(tools::systemReason());
+    if (!S_ISREG(locked.st_mode)) fail("it is not a regular file");
+    if (flock(fLock, LOCK_EX | LOCK_NB) != 0) {
+      fail(errno == EWOULDBLOCK ? "another run is changing it" : tools::systemReason());
+    }
+    struct stat named {};
+    const bool same = stat(fPath.c_str(), &named) == 0 && named.st_ino == locked.st_ino &&
+                      named.st_dev == locked.st_dev;
+    if (same) return;
+    close(fLock);
+    fLock = -1;
+  }
+}
+
+void PackageFile::clearStale(const Tool& tool) const {
+  const std::string prefix = scratchPrefix(fPath);
+  std::error_code error;
+  for (fs::directory_iterator item(fs::path(fPath).parent_path(), error), end;
+       !error && item != end; item.increment(error)) {
+    const std::string name = item->path().filename().string();
+    const bool ours = name.size() == prefix.size() + kRandomLetters &&
+                      name.compare(0, prefix.size(), prefix) == 0;
+    std::error_code ignored;
+    if (!ours || !item->is_regular_file(ignored) || item->is_symlink(ignored)) continue;
+    if (unlink(item->path().c_str()) == 0) {
+      tool.note(fmt::format("removed {}, which an interrupted run had left",
+                            tools::shown(item->path().string())));
+    } else {
+      tool.note(fmt::format("an interrupted run has left {}: {}",
+                            tools::shown(item->path().string()), tools::systemReason()));
+    }
+  }
+}
+
+std::string PackageFile::newScratch() {
+  dropFormerScratch();
+  std::string name =
+      (fs::path(fPath).parent_path() / (scratchPrefix(fPath) + std::string(kRandomLetters, 'X')))
+          .string();
+  const int descriptor = mkstemp(name.data());
+  if (descriptor < 0) fail(tools::systemReason());
+  close(descriptor);
+  fFormerScratch = std::exchange(fScratch, name);
+  tools::removeOnSignal(fScratch);
+  return fScratch;
+}
+
+void PackageFile::dropFormerScratch() {
+  if (!fFormerScratch.empty()) unlink(fFormerScratch.c_str());
+  fFormerScratch.clear();
+}
+
+void PackageFile::adoptStatus(int descriptor) const {
+  struct stat old {};
+  const bool exists = stat(fPath.c_str(), &old) == 0;
+  if (exists && fchown(descriptor, old.st_uid, old.st_gid) != 0) {
+    // Only root may give files away; the mode is kept all the same.
+  }
+  const mode_t mode = exists ? static_cast<mode_t>(old.st_mode & 07777) : defaultMode();
+  if (fchmod(descriptor, mode) != 0) fail(tools::systemReason());
+}
+
+void PackageFile::commit() {
+  const int descriptor = open(fScratch.c_str(), O_RDWR | O_CLOEXEC);
+  if (descriptor < 0) fail(tools::systemReason());
+  try {
+    adoptStatus(descriptor);
+    if (fsync(descriptor) != 0) fail(tools::systemReason());
+  } catch (...) {
+    close(descriptor);
+    throw;
+  }
+  close(descriptor);
+  // A link never takes another file's place: whoever made one of that name meanwhile keeps it.
+  const bool done = fOverwrite ? rename(fScratch.c_str(), fPath.c_str()) == 0
+                               : link(fScratch.c_str(), fPath.c_str()) == 0;
+  if (!done) fail(tools::systemReason());
+  if (!fOverwrite) unlink(fScratch.c_str());
+  fScratch.clear();
+  tools::removeOnSignal({});
+  syncFolder();
+}
+
+void PackageFile::syncFolder() const {
+  const int folder =
+      open(fs::path(fPath).parent_path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  if (folder < 0) return;  // a folder that cannot be read cannot be synced
+  const int result = fsync(folder);
+  const int code = errno;
+  close(folder);
+  errno = code;
+  // Some file systems know no such thing.
+  if (result != 0 && code != EINVAL) fail(tools::systemReason());
+}
+
+void PackageFile::syncInPlace() {
+  if (fsync(fLock) != 0) fail(tools::systemReason());
+}

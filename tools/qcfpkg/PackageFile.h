@@ -1,0 +1,49 @@
+#pragma once
+
+#include <string>
+
+#include "Tool.h"
+
+// The file that a package lives in, for as long as a run changes it. No two runs of this program
+// change a package at once, and a change appears complete or not at all: it is written to a scratch
+// file beside the package, made durable, and renamed over it.
+class PackageFile {
+public:
+  // For changing a package that exists; locks it. Clears what a killed run has left behind, with a
+  // note. Raises tools::Failure, also where another run is changing the package.
+  static PackageFile existing(const Tool& tool, const std::string& path);
+  // For a package that does not exist or, with `overwrite`, is to be replaced.
+  static PackageFile created(const Tool& tool, const std::string& path, bool overwrite);
+
+  PackageFile(PackageFile&& other) noexcept;
+  PackageFile& operator=(PackageFile&&) = delete;
+  ~PackageFile();
+
+  // Symbolic links resolved.
+  const std::string& path() const noexcept { return fPath; }
+
+  // A new, empty scratch file beside the package, in place of one made before. Its name.
+  std::string newScratch();
+  // Gives up the scratch file made before the current one, which was made from it.
+  void dropFormerScratch();
+  // The scratch file becomes the package, with the old one's mode and, where the system allows it,
+  // owner. Raises tools::Failure, with the package as it was.
+  void commit();
+  // Makes a change in place durable.
+  void syncInPlace();
+
+private:
+  explicit PackageFile(const std::string& path);
+  void lock();
+  void clearStale(const Tool& tool) const;
+  void adoptStatus(int descriptor) const;
+  void syncFolder() const;
+  [[noreturn]] void fail(const std::string& reason) const;
+
+  std::string fPath;
+  std::string fScratch;
+  std::string fFormerScratch;
+  int fLock = -1;
+  bool fIsNew = false;
+  bool fOverwrite = true;
+};

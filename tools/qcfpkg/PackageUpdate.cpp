@@ -1,0 +1,460 @@
+#include "PackageUpdate.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <memory>
+#include <set>
+
+#include <fcntl.h>
+#include <unistd.h>
+#include <zlib.h>
+
+#include <fmt/format.h>
+
+#include "package/QCFPackage.h"
+#include "package/expat/ExpatXMLParser.h"
+
+#include "EntryData.h"
+#include "Rebuild.h"
+#include "SpoolFileSystem.h"
+#include "Texts.h"
+#include "UpdateRules.h"
+#include "common/Progress.h"
+
+using ziplayout::Entry;
+using ziplayout::Layout;
+
+namespace {
+
+constexpr auto kNew = std::ios::in | std::ios::out | std::ios::trunc;
+using Package = boost::shared_ptr<pkg::IPackage<>>;
+
+// A person's words for a failure of the library.
+std::string reasonOf(pkg::PackageException<>& error) {
+  switch (error.getErrorCode()) {
+    case pkg::PkgLib_Err_Unknown:
+      return error.what();
+    case pkg::PkgLib_Err_WritingFile:
+      return "not everything could be written: is the disk full?";
+    case pkg::PkgLib_Err_CreatingTempFile:
+      return "no temporary file can be made";
+    case pkg::PkgLib_Err_NotAValidPackage:
+      return "it is not a package";
+    case pkg::PkgLib_Err_ReadECD:
+    case pkg::PkgLib_Err_FindECD:
+      return "it is not a package, or a damaged one";
+    default:
+      return fmt::format("it is damaged, or of a kind that cannot be changed (error {})",
+                         static_cast<int>(error.getErrorCode()));
+  }
+}
+
+// Runs `work`, whose failures come out as one line about the package.
+template <class Work>
+void telling(const std::string& verb, const std::string& path, const Work& work) {
+  const auto tell = [&](const std::string& reason) {
+    throw tools::Failure(fmt::format("cannot {} {}: {}", verb, tools::shown(path), reason));
+  };
+  try {
+    work();
+  } catch (pkg::PackageException<>& error) {
+    tell(reasonOf(error));
+  } catch (const std::ios::failure&) {
+    tell("not everything could be written: is the disk full?");
+  } catch (const std::bad_alloc&) {
+    tell("out of memory");
+  }
+}
+
+// An input that is open for reading.
+class Source {
+public:
+  explicit Source(const Input& input) : fInput(input) {
+    fDescriptor =
+        input.source == "-" ? dup(STDIN_FILENO) : open(input.source.c_str(), O_RDONLY | O_CLOEXEC);
+    if (fDescriptor < 0) fail();
+  }
+  ~Source() { close(fDescriptor); }
+  Source(const Source&) = delete;
+  Source& operator=(const Source&) = delete;
+
+  // 0 at the end.
+  std::size_t read(char* buffer, std::size_t size) {
+    for (;;) {
+      const ssize_t count = ::read(fDescriptor, buffer, size);
+      if (count >= 0) return static_cast<std::size_t>(count);
+      if (errno != EINTR) fail();
+    }
+  }
+
+private:
+  [[noreturn]] void fail() const {
+    throw tools::Failure(
+        fmt::format("cannot read {}: {}", tools::shown(fInput.source), tools::systemReason()));
+  }
+
+  const Input& fInput;
+  int fDescriptor;
+};
+
+Expected writeData(Source& source, pkg::IPkgStream<>& stream) {
+  std::vector<char> block(1 << 16);
+  uLong crc = 0;
+  Expected written;
+  while (const std::size_t size = source.read(block.data(), block.size())) {
+    stream.write(block.data(), static_cast<std::streamsize>(size));
+    crc = crc32_z(crc, reinterpret_cast<const Bytef*>(block.data()), size);
+    written.size += size;
+  }
+  written.crc = static_cast<std::uint32_t>(crc);
+  return written;
+}
+
+// Room in the local header is settled when an entry begins: what may pass 4 GiB is announced as
+// doing so.
+void announceSize(const Input& input, pkg::IPkgFile<>& file) {
+  constexpr std::uint64_t kMayGrowLarge = 0xFFF00000;  // what cannot be compressed grows a little
+  constexpr std::uint64_t kLarge = std::uint64_t{1} << 32;
+  const std::uint64_t size = input.size.value_or(kLarge);
+  if (size < kMayGrowLarge) return;
+  file.setExpectedSize(static_cast<long long>(std::max(size, kLarge)));
+}
+
+void writeInput(const Package& package, const Input& input, bool stored, Expectation& expected) {
+  if (input.isFolder()) {
+    if (package->entryExists(input.name) == pkg::PkgEntryNone) {
+      package->getDirectory(input.name, false)->create();
+    }
+    expected.insert({input.name, {}});
+    return;
+  }
+  Source source(input);
+  const auto file = package->getFile(input.name, false);
+  const DOSMoment moment = dosMoment(input.modified);
+  file->setCompressionMethod(stored ? pkg::CompressionStored : pkg::CompressionDeflated);
+  file->setProperty(pkg::QCFPropertyZipDate, hexWord(moment.date));
+  file->setProperty(pkg::QCFPropertyZipTime, hexWord(moment.time));
+  announceSize(input, *file);
+  const auto stream = file->open(std::ios::out, false);
+  stream->exceptions(std::ios::badbit);
+  expected[input.name] = writeData(source, *stream);
+  stream->close();
+}
+
+Expected expectedText(const std::string& text) {
+  Expected expected;
+  expected.size = text.size();
+  expected.crc = static_cast<std::uint32_t>(
+      crc32_z(0, reinterpret_cast<const Bytef*>(text.data()), text.size()));
+  return expected;
+}
+
+std::uint64_t inputSize(const std::vector<Input>& inputs) {
+  std::uint64_t sum = 0;
+  for (const Input& input : inputs)
+    sum += input.size.value_or(0);
+  return sum;
+}
+
+// Repairs what opening finds missing.
+class KeepConforming final : public pkg::IPkgPolicies {
+public:
+  std::int32_t getPolicy(Policies policy) const override {
+    return policy == PolicyConformance ? 1 : 0;
+  }
+};
+
+// One change of one package, from its plan to the rename.
+class Update {
+public:
+  Update(const Tool& tool, PackageFile& file, const Layout& old, const Change& change)
+      : fFile(file),
+        fOld(old),
+        fChange(change),
+        fProgress("writing", static_cast<std::int64_t>(old.file().size() + inputSize(change.added)),
+                  tool.quiet, tools::Progress::Unit::Bytes),
+        fFiles([this](int size) { fProgress.update(fDone += size); }),
+        fSource(file.path()) {
+    for (const std::string& name : change.removed)
+      fGone.insert(name);
+    for (const Input& input : change.added) {
+      if (!input.isFolder()) fGone.insert(input.name);
+    }
+    if (change.type) fGone.insert("mimetype");
+    fWritesProperties = std::any_of(change.properties.begin(), change.properties.end(),
+                                    [](const auto& set) { return keyOf(set.name) != nullptr; });
+    if (fWritesProperties) fGone.insert(kPropertiesName);
+  }
+
+  void run() {
+    requireChangeable(fOld, fChange);
+    expectOldEntries();
+    if (fChange.inPlace) return saveInPlace();
+    if (needsRebuild()) rebuild();
+    fChange.type ? saveWithType() : save(fSource, nullptr);
+    settleDirectorySize();
+    restoreHeaders(fOld, fSource);
+    verify(fSource);
+    fFile.commit();
+  }
+
+private:
+  void expectOldEntries();
+  bool needsRebuild() const;
+  void rebuild();
+  void save(const std::string& source, const pkg::IPkgPolicies* policies);
+  void saveWithType();
+  void saveInPlace();
+  void settleDirectorySize();
+  void verify(const std::string& path);
+  void removeOld(const Package& package);
+  void setZipProperties(const Package& package);
+  void loadProperties(const Package& package);
+  void setGenericProperties(const Package& package);
+  void verifyProperties(const Layout& written) const;
+
+  PackageFile& fFile;
+  const Layout& fOld;
+  const Change& fChange;
+  tools::Progress fProgress;
+  std::int64_t fDone = 0;
+  SpoolFileSystem fFiles;
+  std::string fSource;  // the file that holds the package as far as it has come
+  std::set<std::string> fGone;
+  bool fWritesProperties = false;
+  PropertyMap fProperties;  // as they are to be
+  Expectation fExpected;
+};
+
+void Update::expectOldEntries() {
+  for (const Entry& entry : fOld.entries()) {
+    const ziplayout::Header& header = entry.central;
+    if (fGone.count(header.name) != 0) continue;
+    Expected expected;
+    expected.size = header.size;
+    expected.crc = header.crc;
+    if (header.size != 0) expected.compressedSize = header.compressedSize;
+    fExpected[header.name] = expected;
+  }
+}
+
+bool Update::needsRebuild() const {
+  return std::any_of(fOld.entries().begin(), fOld.entries().end(), [&](const Entry& entry) {
+    return fGone.count(entry.central.name) == 0 && copyWouldDamage(entry);
+  });
+}
+
+void Update::rebuild() {
+  for (const Entry& entry : fOld.entries())
+    requireRewritable(fOld, entry);
+  const std::string scratch = fFile.newScratch();
+  rebuildPackage(fOld, scratch, fFiles);
+  fSource = scratch;
+}
+
+void Update::removeOld(const Package& package) {
+  if (fGone.empty()) return;
+  boost::shared_ptr<pkg::IPkgEntryIteratorImpl<>> walk;
+  std::vector<pkg::SPRefType<pkg::IPkgEntry<>>> gone;  // a removal ends the walk
+  for (package->initIterator(walk, {}, {}); walk->isValid(); walk->increment()) {
+    auto entry = walk->dereference();
+    if (fGone.count(entry->getName()) != 0) gone.push_back(entry);
+  }
+  walk.reset();
+  for (const auto& entry : gone)
+    entry->remove();
+}
+
+void Update::setZipProperties(const Package& package) {
+  for (const PropertySetting& set : fChange.properties) {
+    if (keyOf(set.name) == nullptr) {
+      package->getFile(set.entry, true)->setProperty(set.name, set.value);
+    }
+  }
+}
+
+// Reading one generic property has the library load the document, which keeps the others.
+void Update::loadProperties(const Package& package) {
+  if (!fWritesProperties) return;
+  package->getFile(fChange.properties.front().entry, true)->getProperty(pkg::QCFPropertyDateTime);
+  const Entry* const document = fOld.find(kPropertiesName);
+  if (document == nullptr) return;
+  fProperties = readProperties(readEntry(fOld, *document, std::uint64_t{1} << 26)).properties;
+}
+
+// The library writes values as they stand: what has a meaning in XML is handed over escaped, what
+// was in the document before as well.
+void Update::setGenericProperties(const Package& package) {
+  if (!fWritesProperties) return;
+  for (const PropertySetting& set : fChange.properties) {
+    if (const char* const key = keyOf(set.name)) fProperties[set.entry][key] = set.value;
+  }
+  for (const auto& [path, ofPath] : fProperties) {
+    for (const auto name :
+         {pkg::QCFPropertyDateTime, pkg::QCFPropertyMacType, pkg::QCFPropertyMacCreator}) {
+      const auto found = ofPath.find(keyOf(name));
+      if (found == ofPath.end()) continue;
+      package->getFile(path, false)->setProperty(name, escaped(found->second));
+    }
+  }
+}
+
+void Update::save(const std::string& source, const pkg::IPkgPolicies* policies) {
+  const std::string scratch = fFile.newScratch();
+  pkg::ExpatXMLParser parser;
+  pkg::QCFPackageFactory factory;
+  // Without a parser, a document that nobody changes is copied like any entry.
+  const Package package = factory.openPackage(source, std::ios::in, &fFiles, policies,
+                                              fWritesProperties ? &parser : nullptr);
+  loadProperties(package);
+  if (policies == nullptr) removeOld(package);
+  setZipProperties(package);
+  if (fChange.comment) package->setProperty(pkg::QCFPropertyPackageComment, *fChange.comment);
+  if (policies != nullptr) package->setMIMEType(*fChange.type);
+  package->beginUpdate(scratch, kNew);
+  for (const Input& input : fChange.added) {
+    writeInput(package, input, fChange.stored, fExpected);
+  }
+  setGenericProperties(package);
+  package->endUpdate();
+  package->close();
+  fSource = scratch;
+}
+
+// The type's entry must come first, and only a package that has none gets it there: so it is first
+// taken out, then put in.
+void Update::saveWithType() {
+  const bool hasOthers = fOld.entries().size() > fGone.size() || fOld.find("mimetype") == nullptr;
+  if (!hasOthers) {
+    const std::string scratch = fFile.newScratch();
+    pkg::QCFPackageFactory factory;
+    const Package package =
+        factory.createConformingPackage(scratch, *fChange.type, true, &fFiles, nullptr, nullptr);
+    if (!fOld.end().comment.empty()) {
+      package->setProperty(pkg::QCFPropertyPackageComment, fOld.end().comment);
+    }
+    package->endUpdate();
+    package->close();
+    fSource = scratch;
+  } else {
+    const KeepConforming conforming;
+    if (fOld.find("mimetype") != nullptr) save(fSource, nullptr);
+    save(fSource, &conforming);
+  }
+  fExpected["mimetype"] = expectedText(*fChange.type);
+}
+
+void Update::saveInPlace() {
+  pkg::QCFPackageFactory factory;
+  const Package package =
+      factory.openPackage(fSource, std::ios::in | std::ios::out, &fFiles, nullptr, nullptr);
+  removeOld(package);
+  if (fChange.comment) package->setProperty(pkg::QCFPropertyPackageComment, *fChange.comment);
+  for (const Input& input : fChange.added) {
+    writeInput(package, input, fChange.stored, fExpected);
+  }
+  package->doUNSAFEUpdateInPlace();
+  // An entry of 4 GiB gets its Zip64 block too late to be counted; the second time it counts.
+  const Layout written(fSource);
+  if (written.end().directorySize != written.directoryLength()) package->doUNSAFEUpdateInPlace();
+  package->close();
+  fFile.syncInPlace();
+  verify(fSource);
+}
+
+// Blocks that a record got while it was written are counted when it is copied.
+void Update::settleDirectorySize() {
+  const Layout written(fSource);
+  if (written.defect() || written.end().directorySize == written.directoryLength()) return;
+  const std::string scratch = fFile.newScratch();
+  pkg::QCFPackageFactory factory;
+  const Package package = factory.openPackage(fSource, std::ios::in, &fFiles, nullptr, nullptr);
+  package->saveAs(scratch, kNew);
+  package->close();
+  fSource = scratch;
+}
+
+void Update::verify(const std::string& path) {
+  if (fWritesProperties) {
+    const Layout written(path);
+    const Entry* const document = written.find(kPropertiesName);
+    if (document != nullptr) {
+      fExpected[kPropertiesName] = {document->central.size, document->central.crc, {}};
+    }
+    verifyProperties(written);
+  }
+  verifyPackage(path, fFile.path(), fExpected, fChange.comment.value_or(fOld.end().comment));
+}
+
+void Update::verifyProperties(const Layout& written) const {
+  const auto withoutEmpty = [](PropertyMap map) {
+    for (auto ofPath = map.begin(); ofPath != map.end();) {
+      auto& values = ofPath->second;
+      for (auto value = values.begin(); value != values.end();) {
+        value = value->second.empty() ? values.erase(value) : std::next(value);
+      }
+      ofPath = values.empty() ? map.erase(ofPath) : std::next(ofPath);
+    }
+    return map;
+  };
+  const Entry* const document = written.find(kPropertiesName);
+  const PropertiesText text =
+      document == nullptr ? PropertiesText()
+                          : readProperties(readEntry(written, *document, std::uint64_t{1} << 26));
+  if (!text.fault.empty() || withoutEmpty(text.properties) != withoutEmpty(fProperties)) {
+    throw tools::Failure(fmt::format("cannot write {}: its properties cannot be kept as they are",
+                                     tools::shown(fFile.path())));
+  }
+}
+
+}  // namespace
+
+void createPackage(const Tool& tool, const std::string& path, const std::string& type,
+                   const std::vector<Input>& inputs, bool stored, bool overwrite) {
+  PackageFile file = PackageFile::created(tool, path, overwrite);
+  const std::string scratch = file.newScratch();
+  tools::Progress progress("writing", static_cast<std::int64_t>(inputSize(inputs)), tool.quiet,
+                           tools::Progress::Unit::Bytes);
+  std::int64_t done = 0;
+  SpoolFileSystem files([&](int size) { progress.update(done += size); });
+  Expectation expected;
+  telling("create", path, [&] {
+    pkg::QCFPackageFactory factory;
+    const Package package =
+        factory.createConformingPackage(scratch, type, true, &files, nullptr, nullptr);
+    for (const Input& input : inputs)
+      writeInput(package, input, stored, expected);
+    package->endUpdate();
+    package->close();
+  });
+  expected["mimetype"] = expectedText(type);
+  verifyPackage(scratch, path, expected, "");
+  file.commit();
+}
+
+void changePackage(const Tool& tool, PackageFile& file, const Layout& old, const Change& change) {
+  telling("change", file.path(), [&] { Update(tool, file, old, change).run(); });
+}
+
+std::string typeFault(const std::string& type) {
+  const auto slash = type.find('/');
+  if (slash == std::string::npos || slash == 0 || slash + 1 == type.size()) {
+    return "a type is like application/x-notes";
+  }
+  if (type.size() > 255) return "a type has at most 255 characters";
+  const std::string allowed = "!#$&-^_.+";
+  for (std::size_t i = 0; i < type.size(); ++i) {
+    const char c = type[i];
+    const bool good = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') ||
+                      allowed.find(c) != std::string::npos || i == slash;
+    if (!good) return "a type is like application/x-notes, without spaces and parameters";
+  }
+  return {};
+}
+
+std::string commentFault(const std::string& comment) {
+  if (comment.size() > 65534) return "a comment has at most 65,534 bytes";
+  if (!isUTF8(comment)) return "a comment must be UTF-8";
+  if (comment.find("PK\5\6") != std::string::npos) return "this comment looks like an end record";
+  return {};
+}

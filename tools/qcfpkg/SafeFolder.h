@@ -1,0 +1,55 @@
+#pragma once
+
+#include <cstdint>
+#include <ctime>
+#include <memory>
+#include <string>
+#include <vector>
+
+// Why a name of an entry must not become a path; empty for a name that may: relative, without "..",
+// ".", empty or drive segments, backslashes and control characters.
+std::string unsafeReason(const std::string& name);
+
+// A folder out of which nothing written through it can lead: each step of a path is opened relative
+// to the one before it, and no symbolic link is followed below the folder itself.
+class SafeFolder {
+public:
+  // Makes the folder where it is missing. Raises tools::Failure.
+  explicit SafeFolder(const std::string& path);
+  ~SafeFolder();
+  SafeFolder(const SafeFolder&) = delete;
+  SafeFolder& operator=(const SafeFolder&) = delete;
+
+  // A new file in the folder, which gets its name at commit().
+  class File {
+  public:
+    ~File();
+    File(const File&) = delete;
+    File& operator=(const File&) = delete;
+    void write(const char* data, std::size_t size);
+    void commit(std::time_t modified);
+
+  private:
+    friend class SafeFolder;
+    File(int folder, const std::string& leaf, std::string shownPath, bool overwrite);
+    [[noreturn]] void fail() const;
+
+    int fFolder;
+    std::string fLeaf;
+    std::string fScratch;
+    std::string fShownPath;
+    int fDescriptor = -1;
+    bool fOverwrite;
+  };
+
+  // `path` is a name that unsafeReason allows. Makes the folders on the way. Raises tools::Failure,
+  // also where something is in the way.
+  std::unique_ptr<File> createFile(const std::string& path, bool overwrite) const;
+  void createFolder(const std::string& path) const;
+
+private:
+  int openFolder(const std::vector<std::string>& steps, const std::string& path) const;
+
+  std::string fPath;
+  int fDescriptor;
+};

@@ -1,0 +1,127 @@
+#include "Texts.h"
+
+#include <algorithm>
+#include <array>
+#include <utility>
+
+#include <fmt/format.h>
+
+std::string methodName(std::uint16_t method) {
+  constexpr std::array<std::pair<std::uint16_t, const char*>, 12> kNames{{{0, "stored"},
+                                                                          {1, "shrunk"},
+                                                                          {6, "imploded"},
+                                                                          {8, "deflate"},
+                                                                          {9, "deflate64"},
+                                                                          {12, "bzip2"},
+                                                                          {14, "lzma"},
+                                                                          {93, "zstd"},
+                                                                          {95, "xz"},
+                                                                          {97, "wavpack"},
+                                                                          {98, "ppmd"},
+                                                                          {99, "aes"}}};
+  for (const auto& [number, name] : kNames) {
+    if (number == method) return name;
+  }
+  return fmt::format("method {}", method);
+}
+
+std::string dateText(std::uint16_t date, std::uint16_t time) {
+  const int year = 1980 + (date >> 9);
+  const int month = date >> 5 & 15;
+  const int day = date & 31;
+  const int hour = time >> 11;
+  const int minute = time >> 5 & 63;
+  const int second = (time & 31) * 2;
+  constexpr std::array<int, 13> kDays{0, 31, 28, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
+  if (month < 1 || month > 12 || hour > 23 || minute > 59 || second > 59) return {};
+  const bool leap = year % 4 == 0 && year != 2100;
+  const int days = kDays[static_cast<std::size_t>(month)] + (month == 2 && leap ? 1 : 0);
+  if (day < 1 || day > days) return {};
+  return fmt::format("{:04}-{:02}-{:02} {:02}:{:02}:{:02}", year, month, day, hour, minute, second);
+}
+
+std::string flagsText(const ziplayout::Entry& entry) {
+  const auto extra = ziplayout::parseExtra(entry.central.extra);
+  std::string text;
+  const auto put = [&](bool set, char letter) {
+    if (set) text.push_back(letter);
+  };
+  put(entry.isEncrypted(), 'e');
+  put((entry.central.flags & ziplayout::kFlagDescriptor) != 0, 'd');
+  put((entry.central.flags & ziplayout::kFlagUTF8) != 0, 'u');
+  put(!entry.central.extra.empty(), 'x');
+  put(!entry.comment.empty(), 'c');
+  put(extra.find(ziplayout::kExtraZip64) != nullptr, 'z');
+  put(entry.isSymbolicLink(), 'l');
+  return text.empty() ? "-" : text;
+}
+
+std::string ratioText(std::uint64_t size, std::uint64_t compressed) {
+  if (size == 0) return {};
+  const double saved = 100.0 * (1.0 - static_cast<double>(compressed) / static_cast<double>(size));
+  return fmt::format("{:.0f}%", std::max(saved, 0.0) + 0.0);
+}
+
+std::string sizeText(std::uint64_t size) {
+  constexpr std::array<const char*, 5> kUnits{"bytes", "kB", "MB", "GB", "TB"};
+  if (size < 1000) return fmt::format("{} bytes", size);
+  auto value = static_cast<double>(size);
+  std::size_t unit = 0;
+  while (value >= 999.95 && unit + 1 < kUnits.size()) {
+    value /= 1000;
+    ++unit;
+  }
+  return fmt::format("{:.1f} {}", value, kUnits[unit]);
+}
+
+DOSMoment dosMoment(std::time_t moment) {
+  std::tm local{};
+  localtime_r(&moment, &local);
+  if (local.tm_year < 80) return {0x0021, 0};
+  if (local.tm_year > 207) return {0xFF9F, 0xBF7D};
+  const int date = (local.tm_year - 80) << 9 | (local.tm_mon + 1) << 5 | local.tm_mday;
+  const int time = local.tm_hour << 11 | local.tm_min << 5 | std::min(local.tm_sec, 59) / 2;
+  return {static_cast<std::uint16_t>(date), static_cast<std::uint16_t>(time)};
+}
+
+std::string hexWord(std::uint16_t word) {
+  return fmt::format("{:02X}{:02X}", word & 0xFF, word >> 8);
+}
+
+bool isUTF8(const std::string& text) {
+  for (std::size_t i = 0; i < text.size();) {
+    const auto lead = static_cast<unsigned char>(text[i]);
+    const std::size_t length = lead < 0x80   ? 1
+                               : lead < 0xC2 ? 0
+                               : lead < 0xE0 ? 2
+                               : lead < 0xF0 ? 3
+                               : lead < 0xF5 ? 4
+                                             : 0;
+    if (length == 0 || text.size() - i < length) return false;
+    std::uint32_t point = length == 1 ? lead : lead & (0x7Fu >> length);
+    for (std::size_t k = 1; k < length; ++k) {
+      const auto byte = static_cast<unsigned char>(text[i + k]);
+      if ((byte & 0xC0) != 0x80) return false;
+      point = point << 6 | (byte & 0x3Fu);
+    }
+    const bool overlong = (length == 3 && point < 0x800) || (length == 4 && point < 0x10000);
+    if (overlong || point > 0x10FFFF || (point >= 0xD800 && point < 0xE000)) return false;
+    i += length;
+  }
+  return true;
+}
+
+std::string jsonText(const std::string& text) {
+  if (isUTF8(text)) return text;
+  std::string out;
+  for (const char character : text) {
+    const auto byte = static_cast<unsigned char>(character);
+    if (byte < 0x80) {
+      out.push_back(character);
+    } else {
+      out.push_back(static_cast<char>(0xC0 | byte >> 6));
+      out.push_back(static_cast<char>(0x80 | (byte & 0x3F)));
+    }
+  }
+  return out;
+}

@@ -1,0 +1,34 @@
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <string>
+
+#include "PackageUpdate.h"
+#include "ZipLayout.h"
+
+// What the library would lose or damage in a package, told before anything is written.
+
+// Raises tools::Failure for a package that the library cannot read, or not change without loss.
+void requireChangeable(const ziplayout::Layout& layout, const Change& change);
+
+// Whether a raw copy by the library would come out damaged, so that the entry has to be written
+// anew.
+bool copyWouldDamage(const ziplayout::Entry& entry);
+
+// Raises tools::Failure for an entry that writing anew would rob of something.
+void requireRewritable(const ziplayout::Layout& layout, const ziplayout::Entry& entry);
+
+// What an entry must be like after a change.
+struct Expected {
+  std::uint64_t size = 0;
+  std::uint32_t crc = 0;
+  std::optional<std::uint64_t> compressedSize;  // of one that was copied
+};
+using Expectation = std::map<std::string, Expected>;
+
+// Raises tools::Failure unless the file holds the expected entries, each with headers that agree
+// and data inside the file, and a directory of the recorded size.
+void verifyPackage(const std::string& path, const std::string& shownPath,
+                   const Expectation& expected, const std::string& comment);

@@ -1,0 +1,64 @@
+#include <fmt/format.h>
+
+#include "PackageUpdate.h"
+#include "Tool.h"
+
+namespace {
+
+struct Options {
+  std::string package;
+  std::vector<std::string> inputs;
+  bool stored = false;
+  bool inPlace = false;
+};
+
+// One path cannot be a file and a folder.
+void refuseConflicts(const ziplayout::Layout& layout, const Options& options,
+                     const std::vector<Input>& inputs) {
+  const auto conflict = [](const std::string& one, const std::string& other) {
+    return one.back() != '/' && other.compare(0, one.size() + 1, one + "/") == 0;
+  };
+  for (const Input& input : inputs) {
+    for (const ziplayout::Entry& entry : layout.entries()) {
+      const std::string& name = entry.central.name;
+      if (name.empty() || (!conflict(input.name, name) && !conflict(name, input.name))) continue;
+      throw tools::Failure(fmt::format("cannot add {} to {}: {} is there, and one is a folder",
+                                       tools::shown(input.name), tools::shown(options.package),
+                                       tools::shown(name)));
+    }
+  }
+}
+
+void run(const Tool& tool, const Options& options) {
+  PackageFile file = PackageFile::existing(tool, options.package);
+  const ziplayout::Layout layout(file.path());
+  layout.requireWhole();
+  Change change;
+  change.added = collectInputs(options.inputs, options.package);
+  change.stored = options.stored;
+  change.inPlace = options.inPlace;
+  refuseConflicts(layout, options, change.added);
+  changePackage(tool, file, layout, change);
+}
+
+}  // namespace
+
+void addAdd(CLI::App& app, Tool& tool) {
+  auto* const command = app.add_subcommand("add", "Files into a package; replaces those of a name");
+  auto options = std::make_shared<Options>();
+  command->add_option("PACKAGE", options->package, "A package")->required();
+  command
+      ->add_option("[NAME=]FILE", options->inputs,
+                   "Files and folders; NAME is the entry's, - as FILE is standard input")
+      ->required();
+  command->add_flag("--store", options->stored, "Store the entries uncompressed");
+  command->add_flag("--in-place", options->inPlace,
+                    "Append to the file itself: quick for large packages, but a kill or power cut "
+                    "in the middle leaves a file without a directory, which is no package");
+  command->footer(
+      "Examples:\n"
+      "  qcfpkg add notes.pkg letter.txt\n"
+      "  qcfpkg add notes.pkg chapter/one.txt=draft.txt pictures/\n"
+      "  gzip -dc log.gz | qcfpkg add notes.pkg log=-");
+  command->callback([&tool, options] { run(tool, *options); });
+}

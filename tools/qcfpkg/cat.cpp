@@ -1,0 +1,53 @@
+#include <cstdio>
+
+#include <fmt/format.h>
+
+#include "EntryData.h"
+#include "Tool.h"
+#include "ZipLayout.h"
+
+namespace {
+
+struct Options {
+  std::string package;
+  std::vector<std::string> names;
+};
+
+void toStandardOutput(const char* data, std::size_t size) {
+  if (std::fwrite(data, 1, size, stdout) != size) {
+    throw tools::Failure("cannot write standard output: " + tools::systemReason());
+  }
+}
+
+void run(const Options& options) {
+  const ziplayout::Layout layout(options.package);
+  layout.requireWhole();
+  for (const std::string& name : options.names) {  // all or none
+    if (layout.find(name) == nullptr) {
+      throw tools::Failure(fmt::format("cannot read {} of {}: no such entry", tools::shown(name),
+                                       tools::shown(options.package)));
+    }
+  }
+  for (const std::string& name : options.names) {
+    try {
+      readEntry(layout, *layout.find(name), toStandardOutput);
+    } catch (const ziplayout::DataError& error) {
+      throw tools::Failure(fmt::format("cannot read {} of {}: {}", tools::shown(name),
+                                       tools::shown(options.package), error.what()));
+    }
+  }
+}
+
+}  // namespace
+
+void addCat(CLI::App& app, Tool&) {
+  auto* const command = app.add_subcommand("cat", "The content of entries, to standard output");
+  auto options = std::make_shared<Options>();
+  command->add_option("PACKAGE", options->package, "A package")->required();
+  command->add_option("NAME", options->names, "Names of entries")->required();
+  command->footer(
+      "Examples:\n"
+      "  qcfpkg cat notes.pkg letter.txt\n"
+      "  qcfpkg cat notes.pkg mimetype");
+  command->callback([options] { run(*options); });
+}

@@ -1,0 +1,118 @@
+#include <algorithm>
+
+#include <fmt/format.h>
+#include <nlohmann/json.hpp>
+
+#include "Findings.h"
+#include "Texts.h"
+#include "Tool.h"
+#include "common/Progress.h"
+
+namespace {
+
+struct Options {
+  std::vector<std::string> packages;
+  bool asJSON = false;
+  bool strict = false;
+  bool kinds = false;
+};
+
+Findings examine(const Tool& tool, const std::string& path) {
+  const ziplayout::Layout layout(path);
+  Findings findings;
+  checkContainer(layout, findings);
+  if (layout.defect() && layout.entries().empty()) return findings;
+  checkType(layout, findings);
+  checkEntries(layout, findings);
+  checkNames(layout, findings);
+  std::uint64_t total = 0;
+  for (const ziplayout::Entry& entry : layout.entries()) {
+    total += std::min(entry.central.compressedSize, layout.file().size());
+  }
+  tools::Progress progress("checking", static_cast<std::int64_t>(total), tool.quiet,
+                           tools::Progress::Unit::Bytes);
+  std::uint64_t done = 0;
+  for (const ziplayout::Entry& entry : layout.entries()) {
+    checkData(layout, entry, findings);
+    done += std::min(entry.central.compressedSize, layout.file().size());
+    progress.update(static_cast<std::int64_t>(done));
+  }
+  checkProperties(layout, findings);
+  return findings;
+}
+
+nlohmann::ordered_json describe(const Finding& finding) {
+  nlohmann::ordered_json json{{"id", finding.id}, {"severity", severityName(finding.severity)}};
+  json["entry"] = finding.entry.empty() ? nlohmann::ordered_json()
+                                        : nlohmann::ordered_json(jsonText(finding.entry));
+  json["offset"] =
+      finding.offset ? nlohmann::ordered_json(*finding.offset) : nlohmann::ordered_json();
+  json["text"] = jsonText(finding.text);
+  json["advice"] = finding.advice;
+  return json;
+}
+
+void print(const std::string& path, const Finding& finding) {
+  std::string place = tools::shown(path);
+  if (!finding.entry.empty()) place += ": " + tools::shown(finding.entry);
+  if (finding.offset) place += fmt::format(" at {}", *finding.offset);
+  fmt::print("{}: {} {}: {}; {}\n", place, severityName(finding.severity), finding.id, finding.text,
+             finding.advice);
+}
+
+bool fails(const Findings& findings, const Options& options) {
+  return findings.count(Severity::Error) + findings.count(Severity::Warning) != 0 ||
+         (options.strict && !findings.all().empty());
+}
+
+void listKinds() {
+  for (const FindingKind& kind : findingKinds()) {
+    fmt::print("{:<26} {:<8} {}\n", kind.id, severityName(kind.severity), kind.advice);
+  }
+}
+
+void run(Tool& tool, const Options& options) {
+  if (options.kinds) return listKinds();
+  if (options.packages.empty()) {
+    throw tools::Failure("PACKAGE is required; see qcfpkg check --help", tools::ExitUsage);
+  }
+  auto list = nlohmann::ordered_json::array();
+  bool anyFails = false;
+  for (const std::string& path : options.packages) {
+    try {
+      const Findings findings = examine(tool, path);
+      anyFails = anyFails || fails(findings, options);
+      auto described = nlohmann::ordered_json::array();
+      for (const Finding& finding : findings.all()) {
+        described.push_back(describe(finding));
+        if (!options.asJSON && !tool.quiet) print(path, finding);
+      }
+      list.push_back({{"file", jsonText(path)}, {"findings", described}});
+    } catch (const tools::Failure& failure) {  // the others are examined all the same
+      tool.report(failure);
+      list.push_back({{"file", jsonText(path)}, {"error", jsonText(failure.what())}});
+    }
+  }
+  if (options.asJSON) fmt::print("{}\n", list.dump(2));
+  if (anyFails && tool.code == tools::ExitDone) tool.code = tools::ExitFindings;
+}
+
+}  // namespace
+
+void addCheck(CLI::App& app, Tool& tool) {
+  auto* const command = app.add_subcommand("check", "What is wrong with packages, and what to do");
+  auto options = std::make_shared<Options>();
+  command->add_option("PACKAGE", options->packages, "Packages, or other files of the kind");
+  command->add_flag("--json", options->asJSON, "As JSON");
+  command->add_flag("--strict", options->strict, "Let notes count as findings, too");
+  command->add_flag("--kinds", options->kinds, "List every kind of finding, and examine nothing");
+  command->footer(
+      "Each finding is one line: file, entry, offset, severity, identifier, text, and what to do.\n"
+      "Exit status 1 tells of errors or warnings; with --quiet it is all that is told.\n"
+      "\n"
+      "Examples:\n"
+      "  qcfpkg check notes.pkg\n"
+      "  qcfpkg check --strict book.epub letter.odt\n"
+      "  qcfpkg check --json notes.pkg | jq '.[].findings[].id'");
+  command->callback([&tool, options] { run(tool, *options); });
+}

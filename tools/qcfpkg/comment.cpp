@@ -1,0 +1,55 @@
+#include <fmt/format.h>
+
+#include "PackageUpdate.h"
+#include "Tool.h"
+
+namespace {
+
+struct Options {
+  std::string package;
+  std::string comment;
+  bool inPlace = false;
+};
+
+void print(const Options& options) {
+  const ziplayout::Layout layout(options.package);
+  layout.requireWhole();
+  if (!layout.end().comment.empty()) fmt::print("{}\n", layout.end().comment);
+}
+
+void set(const Tool& tool, const Options& options) {
+  const std::string fault = commentFault(options.comment);
+  if (!fault.empty()) {
+    throw tools::Failure(
+        fmt::format("cannot change the comment of {}: {}", tools::shown(options.package), fault),
+        tools::ExitUsage);
+  }
+  PackageFile file = PackageFile::existing(tool, options.package);
+  const ziplayout::Layout layout(file.path());
+  layout.requireWhole();
+  if (layout.end().comment == options.comment) return;
+  Change change;
+  change.comment = options.comment;
+  change.inPlace = options.inPlace;
+  changePackage(tool, file, layout, change);
+}
+
+}  // namespace
+
+void addComment(CLI::App& app, Tool& tool) {
+  auto* const command = app.add_subcommand("comment", "The comment of a package: print or set it");
+  auto options = std::make_shared<Options>();
+  command->add_option("PACKAGE", options->package, "A package")->required();
+  command->add_option("COMMENT", options->comment, "The new comment; empty for none");
+  command->add_flag("--in-place", options->inPlace,
+                    "Write into the file itself: quick for large packages, but a kill or power cut "
+                    "in the middle leaves a file without a directory, which is no package");
+  command->footer(
+      "Examples:\n"
+      "  qcfpkg comment notes.pkg\n"
+      "  qcfpkg comment notes.pkg 'second edition'\n"
+      "  qcfpkg comment notes.pkg ''");
+  command->callback([&tool, options, command] {
+    command->count("COMMENT") == 0 ? print(*options) : set(tool, *options);
+  });
+}

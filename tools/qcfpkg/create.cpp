@@ -1,0 +1,47 @@
+#include <fmt/format.h>
+
+#include "PackageUpdate.h"
+#include "Tool.h"
+
+namespace {
+
+struct Options {
+  std::string type;
+  std::string package;
+  std::vector<std::string> inputs;
+  bool stored = false;
+  bool overwrite = false;
+};
+
+void run(const Tool& tool, const Options& options) {
+  const std::string fault = typeFault(options.type);
+  if (!fault.empty()) {
+    throw tools::Failure(
+        fmt::format("cannot create {} with type {}: {}", tools::shown(options.package),
+                    tools::shown(options.type), fault),
+        tools::ExitUsage);
+  }
+  const std::vector<Input> inputs = collectInputs(options.inputs, options.package);
+  createPackage(tool, options.package, options.type, inputs, options.stored, options.overwrite);
+}
+
+}  // namespace
+
+void addCreate(CLI::App& app, Tool& tool) {
+  auto* const command = app.add_subcommand("create", "A new package from files and folders");
+  auto options = std::make_shared<Options>();
+  command->add_option("--type", options->type, "The package's type, as application/x-notes")
+      ->required()
+      ->type_name("TYPE");
+  command->add_option("PACKAGE", options->package, "The package to make")->required();
+  command->add_option("[NAME=]FILE", options->inputs,
+                      "Files and folders; NAME is the entry's, - as FILE is standard input");
+  command->add_flag("--store", options->stored, "Store the entries uncompressed");
+  command->add_flag("--overwrite", options->overwrite, "Replace a file that exists");
+  command->footer(
+      "Examples:\n"
+      "  qcfpkg create --type application/x-notes notes.pkg letter.txt pictures/\n"
+      "  qcfpkg create --type application/x-notes notes.pkg text/one.txt=draft.txt\n"
+      "  date | qcfpkg create --type application/x-notes notes.pkg today=-");
+  command->callback([&tool, options] { run(tool, *options); });
+}

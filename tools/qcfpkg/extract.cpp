@@ -1,0 +1,167 @@
+#include <ctime>
+#include <limits>
+#include <set>
+
+#include <fmt/format.h>
+
+#include "EntryData.h"
+#include "SafeFolder.h"
+#include "Texts.h"
+#include "Tool.h"
+#include "ZipLayout.h"
+#include "common/Progress.h"
+
+namespace {
+
+struct Options {
+  std::string package;
+  std::vector<std::string> names;
+  std::string folder = ".";
+  bool listOnly = false;
+  bool overwrite = false;
+  std::uint64_t mostBytes = std::uint64_t{16} << 30;
+  std::uint64_t mostRatio = 1100;  // deflate cannot do better than 1032
+};
+
+using Chosen = std::vector<const ziplayout::Entry*>;
+
+[[noreturn]] void refuse(const Options& options, const std::string& name,
+                         const std::string& reason) {
+  throw tools::Failure(fmt::format("cannot extract {} of {}: {}", tools::shown(name),
+                                   tools::shown(options.package), reason));
+}
+
+bool matches(const std::string& name, const std::string& wanted) {
+  if (name == wanted || name == wanted + "/") return true;
+  const std::string folder = wanted.back() == '/' ? wanted : wanted + "/";
+  return name.compare(0, folder.size(), folder) == 0;
+}
+
+Chosen choose(const ziplayout::Layout& layout, const Options& options) {
+  Chosen chosen;
+  for (const ziplayout::Entry& entry : layout.entries()) {
+    bool wanted = options.names.empty();
+    for (const std::string& name : options.names) {
+      wanted = wanted || (!name.empty() && matches(entry.central.name, name));
+    }
+    if (wanted) chosen.push_back(&entry);
+  }
+  for (const std::string& name : options.names) {
+    bool found = false;
+    for (const ziplayout::Entry* const entry : chosen) {
+      found = found || (!name.empty() && matches(entry->central.name, name));
+    }
+    if (!found) refuse(options, name, "no such entry");
+  }
+  return chosen;
+}
+
+// Everything that can be known beforehand is refused before the first byte is written.
+std::uint64_t refuseUnsafe(const Chosen& chosen, const Options& options) {
+  std::uint64_t total = 0;
+  std::set<std::string> names;
+  for (const ziplayout::Entry* const entry : chosen) {
+    const ziplayout::Header& header = entry->central;
+    const std::string reason = unsafeReason(header.name);
+    if (!reason.empty()) refuse(options, header.name, reason);
+    if (entry->isSymbolicLink()) refuse(options, header.name, "it is a symbolic link");
+    if (entry->isEncrypted()) refuse(options, header.name, "it is encrypted");
+    if (!names.insert(header.name).second) refuse(options, header.name, "the name comes twice");
+    if (header.size / options.mostRatio > header.compressedSize) {
+      refuse(options, header.name,
+             fmt::format("it would grow more than {} times; --max-ratio allows more",
+                         options.mostRatio));
+    }
+    if (header.size > options.mostBytes - total) {
+      refuse(options, header.name,
+             fmt::format("all would have more than {} bytes; --max-size allows more",
+                         options.mostBytes));
+    }
+    total += header.size;
+  }
+  return total;
+}
+
+std::time_t modifiedTime(const ziplayout::Header& header) {
+  if (dateText(header.date, header.time).empty()) return 0;
+  std::tm local{};
+  local.tm_year = (header.date >> 9) + 80;
+  local.tm_mon = (header.date >> 5 & 15) - 1;
+  local.tm_mday = header.date & 31;
+  local.tm_hour = header.time >> 11;
+  local.tm_min = header.time >> 5 & 63;
+  local.tm_sec = (header.time & 31) * 2;
+  local.tm_isdst = -1;
+  const std::time_t moment = std::mktime(&local);
+  return moment < 0 ? 0 : moment;
+}
+
+void extractAll(const ziplayout::Layout& layout, const Chosen& chosen, const Options& options,
+                tools::Progress& progress) {
+  const SafeFolder folder(options.folder);
+  std::int64_t done = 0;
+  for (const ziplayout::Entry* const entry : chosen) {
+    const std::string& name = entry->central.name;
+    if (entry->isFolder()) {
+      folder.createFolder(name);
+      continue;
+    }
+    const auto file = folder.createFile(name, options.overwrite);
+    try {
+      readEntry(layout, *entry, [&](const char* data, std::size_t size) {
+        file->write(data, size);
+        done += static_cast<std::int64_t>(size);
+        progress.update(done);
+      });
+    } catch (const ziplayout::DataError& error) {
+      refuse(options, name, error.what());
+    }
+    file->commit(modifiedTime(entry->central));
+  }
+}
+
+void run(const Tool& tool, const Options& options) {
+  const ziplayout::Layout layout(options.package);
+  layout.requireWhole();
+  const Chosen chosen = choose(layout, options);
+  const std::uint64_t total = refuseUnsafe(chosen, options);
+  if (options.listOnly) {
+    for (const ziplayout::Entry* const entry : chosen) {
+      fmt::print("{}\n", tools::shown(entry->central.name));
+    }
+    return;
+  }
+  tools::Progress progress("extracting", static_cast<std::int64_t>(total), tool.quiet,
+                           tools::Progress::Unit::Bytes);
+  extractAll(layout, chosen, options, progress);
+}
+
+}  // namespace
+
+void addExtract(CLI::App& app, Tool& tool) {
+  auto* const command = app.add_subcommand("extract", "Entries as files, never outside the folder");
+  auto options = std::make_shared<Options>();
+  constexpr auto kMost = std::numeric_limits<std::int64_t>::max();
+  command->add_option("PACKAGE", options->package, "A package")->required();
+  command->add_option("NAME", options->names, "Entries or folders; all by default");
+  command->add_option("-C,--folder", options->folder, "Where to; made where missing")
+      ->type_name("FOLDER");
+  command->add_flag("--list-only", options->listOnly,
+                    "Check and print what would be extracted, write nothing");
+  command->add_flag("--overwrite", options->overwrite, "Replace files that exist");
+  command->add_option("--max-size", options->mostBytes, "Refuse more bytes altogether; 16 GiB")
+      ->check(CLI::Range(std::int64_t{0}, kMost).description(""))
+      ->type_name("BYTES");
+  command->add_option("--max-ratio", options->mostRatio, "Refuse what grows more than that; 1100")
+      ->check(CLI::Range(std::int64_t{1}, kMost).description(""))
+      ->type_name("TIMES");
+  command->footer(
+      "Names that lead out of the folder, and symbolic links, are refused before anything is\n"
+      "written. Links that are in the folder already are not followed.\n"
+      "\n"
+      "Examples:\n"
+      "  qcfpkg extract notes.pkg -C folder\n"
+      "  qcfpkg extract notes.pkg pictures --folder folder --overwrite\n"
+      "  qcfpkg extract --list-only notes.pkg");
+  command->callback([&tool, options] { run(tool, *options); });
+}

@@ -1,0 +1,59 @@
+#include <fmt/format.h>
+
+#include "Findings.h"
+#include "PackageUpdate.h"
+#include "Tool.h"
+
+namespace {
+
+struct Options {
+  std::string package;
+  std::string type;
+};
+
+void print(const Options& options) {
+  const ziplayout::Layout layout(options.package);
+  layout.requireWhole();
+  const std::string type = layout.mimeType();
+  if (type.empty()) {
+    throw tools::Failure(fmt::format("{} tells no type", tools::shown(options.package)));
+  }
+  fmt::print("{}\n", tools::shown(type));
+}
+
+void set(const Tool& tool, const Options& options) {
+  const std::string fault = typeFault(options.type);
+  if (!fault.empty()) {
+    throw tools::Failure(
+        fmt::format("cannot change {} to type {}: {}", tools::shown(options.package),
+                    tools::shown(options.type), fault),
+        tools::ExitUsage);
+  }
+  PackageFile file = PackageFile::existing(tool, options.package);
+  const ziplayout::Layout layout(file.path());
+  layout.requireWhole();
+  Findings faults;
+  checkType(layout, faults);
+  if (faults.all().empty() && layout.mimeType() == options.type) return;
+  Change change;
+  change.type = options.type;
+  changePackage(tool, file, layout, change);
+}
+
+}  // namespace
+
+void addType(CLI::App& app, Tool& tool) {
+  auto* const command = app.add_subcommand("type", "The type of a package: print or set it");
+  auto options = std::make_shared<Options>();
+  command->add_option("PACKAGE", options->package, "A package")->required();
+  command->add_option("TYPE", options->type, "The new type, as application/x-notes");
+  command->footer(
+      "Setting the type also puts a missing, misplaced or compressed type entry right.\n"
+      "\n"
+      "Examples:\n"
+      "  qcfpkg type notes.pkg\n"
+      "  qcfpkg type notes.pkg application/x-notes");
+  command->callback([&tool, options, command] {
+    command->count("TYPE") == 0 ? print(*options) : set(tool, *options);
+  });
+}
