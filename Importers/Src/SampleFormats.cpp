@@ -234,6 +234,7 @@ void copyChannel(const float* source, std::size_t stride, float* destination,
 
 void deinterleave(const float* source, std::size_t channels, std::size_t outputs,
                   float* const* buffers, std::size_t offset, std::size_t frames) noexcept {
+  if (frames == 0) return;
   if (channels == 1 && outputs == 1) {
     std::copy_n(source, frames, buffers[0] + offset);
   } else if (channels == 2 && outputs == 2) {
