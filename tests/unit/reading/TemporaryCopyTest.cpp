@@ -82,6 +82,51 @@ TEST(TemporaryCopy, ACopyThatCannotBeMadeRaisesWhatTheFilesRaise) {
   }
 }
 
+TEST(TemporaryCopy, ACopyThatStoppedHalfWayIsMadeAnewAndWholeByTheNextSeek) {
+  using support::Failure;
+  support::MemoryFileSystem memory;
+  support::FailingFileSystem files(memory, 3, {Failure::Write});  // two blocks are copied
+  memory.put("x", deflatedPackage(kData));
+  const Package package = pkg::QCFPackageFactory().openPackage("x", kIn, &files, nullptr, nullptr);
+  const File file = package->getFile("a", true);
+  const Stream stream = file->open(kIn, false);
+  stream->exceptions(ios_base::badbit);
+  EXPECT_RAISES(50, stream->seekg(100));
+  EXPECT_EQ(1, memory.temporaryFiles());
+  // Another stream makes the copy; the one that failed finds it.
+  const Stream other = file->open(kIn, false);
+  other->seekg(0, ios_base::end);
+  EXPECT_EQ(20000, other->tellg());
+  EXPECT_EQ(1, memory.temporaryFiles());
+  stream->clear();
+  stream->seekg(100);
+  EXPECT_EQ(kData.substr(100), readAll(*stream));
+  package->close();
+  EXPECT_EQ(0, memory.temporaryFiles());
+}
+
+TEST(TemporaryCopy, AChangeMadeAfterACopyStoppedHalfWayIsReadAndSaved) {
+  using support::Failure;
+  support::MemoryFileSystem memory;
+  support::FailingFileSystem files(memory, 3, {Failure::Write});
+  memory.put("x", deflatedPackage(kData));
+  const Package package =
+      pkg::QCFPackageFactory().openPackage("x", kIn | kOut, &files, nullptr, nullptr);
+  const File file = package->getFile("a", true);
+  const Stream reader = file->open(kIn, false);
+  reader->exceptions(ios_base::badbit);
+  EXPECT_RAISES(50, reader->seekg(100));
+  reader->close();
+  const Stream writer = file->open(kOut, false);
+  *writer << "a change";
+  writer->close();
+  EXPECT_EQ(1, memory.temporaryFiles());
+  EXPECT_EQ("a change", readAll(*file));
+  package->doUNSAFEUpdateInPlace();
+  EXPECT_EQ(0, memory.temporaryFiles());
+  EXPECT_EQ("a change", contents(MemoryPackage(memory.bytes("x")), "a"));
+}
+
 TEST(TemporaryCopy, EveryFailureOfTheFilesLeavesAPackageThatCloses) {
   const std::string bytes = deflatedPackage(kData);
   for (int n = 1;; ++n) {  // the n-th call into the file system fails
@@ -148,6 +193,9 @@ TEST(TemporaryCopy, AnyStreamThatClosesClosesTheCopysFileAndTheNextOpensItAgain)
   package.files.forget();
   idle->close();
   EXPECT_EQ(1, package.files.count(FileCall::Close));
+  // Its own file was that one: it fails in it, and nothing else happens.
+  EXPECT_EQ("", take(*first, 10));
+  EXPECT_TRUE(first->bad());
   first->close();
   EXPECT_EQ(1, package.files.count(FileCall::Close));
   const Stream next = package.stream("a");
