@@ -200,10 +200,12 @@ TEST_F(FileEntries, ACopyWhoseSourceFailsEndsEarlyAndSaysNothing) {
   EXPECT_EQ(package->getFile("b.txt", true)->getCompressedSize64(), 0);
 }
 
-TEST_F(FileEntries, AStreamKnowsItsFileUntilItIsClosed) {
+TEST_F(FileEntries, AStreamKnowsItsFileWhenItIsClosedToo) {
   const Package package = create();
   const File file = package->getFile("a.txt", false);
   const Stream stream = file->open(kOut, false);
+  EXPECT_EQ(stream->getFile(), file.get());
+  stream->close();
   EXPECT_EQ(stream->getFile(), file.get());
 }
 

@@ -126,7 +126,8 @@ TEST_F(Transactions, EndUpdateClosesTheDirectStreamForTheClient) {
   EXPECT_EQ(contents(open(written), "a.txt"), "alpha");
 }
 
-TEST_F(Transactions, EndUpdateDropsTheSpoolOfTheEntryThatWasBeingWritten) {
+// The entry waits in the queue all the same, and is written once more: of nothing.
+TEST_F(Transactions, EndUpdateDropsTheSpoolOfTheEntryThatWasBeingWrittenAndListsItEmpty) {
   const Package package = create();
   const Stream direct = openForWriting(package, "a.txt");
   *direct << "direct";
@@ -135,6 +136,10 @@ TEST_F(Transactions, EndUpdateDropsTheSpoolOfTheEntryThatWasBeingWritten) {
   EXPECT_EQ(fMemory.temporaryFiles(), 1);
   package->endUpdate();
   EXPECT_EQ(fMemory.temporaryFiles(), 0);
+  EXPECT_EQ(bytes().find("spooled"), Bytes::npos);
+  EXPECT_NE(bytes().find("direct"), Bytes::npos);  // which no record tells of
+  EXPECT_EQ(contents(open(bytes()), "a.txt"), "");
+  EXPECT_EQ(u16At(bytes(), bytes().size() - 12), 1u);
 }
 
 TEST_F(Transactions, CancelForgetsWhatTheUpdateMade) {
@@ -212,11 +217,28 @@ TEST_F(Transactions, CloseDuringAnUpdateClosesStreamsAndDeletesTemporaryFiles) {
   const Stream spool = openForWriting(package, "c.txt");
   *direct << "beta";
   *spool << "gamma";
+  // Closing the direct stream puts its numbers into its header; else the output stays as it is.
+  Bytes left = bytes("old.pkg");
+  left.replace(left.rfind("PK\x03\x04") + 14, 12,
+               zipbytes::u32(zipbytes::crc32("beta")) + zipbytes::u32(4) + zipbytes::u32(4));
   package->close();
+  EXPECT_TRUE(sameBytes(left, bytes("old.pkg")));
+  EXPECT_EQ(left.find("gamma"), Bytes::npos);
   EXPECT_EQ(fMemory.temporaryFiles(), 0);
   EXPECT_TRUE(direct->rdbuf() == nullptr);
   EXPECT_TRUE(spool->rdbuf() == nullptr);
   EXPECT_RAISED("24", package->endUpdate());
+}
+
+TEST_F(Transactions, CloseDuringASaveLeavesTheOutputAsItWas) {
+  const Package package = open(oneEntry());
+  package->beginUpdate("new.pkg", kIn | kOut | kTrunc);
+  write(package, "b.txt", "beta");
+  const Bytes left = bytes();
+  package->close();
+  EXPECT_TRUE(sameBytes(left, bytes()));
+  EXPECT_EQ(left.find("PK\x01\x02"), Bytes::npos);
+  EXPECT_EQ(bytes("old.pkg"), oneEntry());
 }
 
 TEST_F(Transactions, CloseDropsWhatIsNotSaved) {
@@ -263,13 +285,26 @@ TEST_F(Transactions, UnderTheConformancePolicyTheSecondWritingOfAChangedMimetype
   package->cancelUpdate();
 }
 
-TEST_F(Transactions, AReaderOfAnotherEntryLosesItsFileWithTheOldOne) {
-  const Package package = open(oneEntry());
+TEST_F(Transactions, AReaderThatIsOpenOverASaveGoesOnReadingTheOldFile) {
+  using support::FileCall;
+  const Bytes text = prose(1000);
+  zipbytes::File old;
+  old.add(storedEntry("a.txt", text), text);
+  support::RecordingFileSystem recording(fMemory);
+  fFiles = &recording;
+  const Package package = open(old.bytes());
   const Stream reader = package->getFile("a.txt", true)->open(kIn, false);
-  EXPECT_EQ(reader->get(), 'a');
-  reader->close();  // it must end before the update does
+  EXPECT_EQ(reader->get(), text[0]);
   package->saveAs("new.pkg", kIn | kOut | kTrunc);
-  EXPECT_EQ(contents(package, "a.txt"), "alpha");
+  recording.forget();
+  Bytes rest(2000, '\0');
+  reader->read(rest.data(), 2000);
+  EXPECT_EQ(rest.substr(0, static_cast<std::size_t>(reader->gcount())), text.substr(1));
+  EXPECT_GT(recording.count(FileCall::Read), 0);
+  for (const auto& call : recording.calls())
+    EXPECT_EQ(call.name, "old.pkg");
+  EXPECT_NO_THROW(reader->close());
+  EXPECT_EQ(contents(package, "a.txt"), text);
 }
 
 TEST_F(Transactions, AnEntryWrittenTwiceInAnUpdateIsListedOnceWithTheLaterContent) {

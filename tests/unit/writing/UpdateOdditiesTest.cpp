@@ -1,0 +1,183 @@
+#include "unit/writing/Writing.h"
+
+// What updates do with entries on roads that few clients take. None of it is what one would hope
+// for; all of it is what clients of these packages meet.
+
+namespace {
+
+using namespace writing;
+
+class UpdateOddities : public Writing {
+protected:
+  static Bytes twoEntries() {
+    zipbytes::File old;
+    old.add(storedEntry("a.txt", "alpha"), "alpha");
+    old.add(storedEntry("b.txt", "beta"), "beta");
+    return old.bytes();
+  }
+  // A saved package with one entry, that can be written and not be read.
+  Package createdWriteOnly() {
+    const Package package = create();
+    write(package, "a.txt", "alpha", CompressionStored);
+    package->endUpdate();
+    return package;
+  }
+  // A package whose type is compressed.
+  static Bytes deflatedType() {
+    zipbytes::File old;
+    old.add(deflatedEntry("mimetype", "text/plain"), deflated("text/plain"));
+    return old.bytes();
+  }
+};
+
+// Removing has marked it as changed without listing it, so writing lists it no more.
+TEST_F(UpdateOddities, RemovedAndRewrittenInAPackageThatCannotBeReadAnEntryIsGoneInPlace) {
+  const Package package = createdWriteOnly();
+  const File file = package->getFile("a.txt", true);
+  file->remove();
+  write(package, "a.txt", "again", CompressionStored);
+  EXPECT_FALSE(file->isDeleted());
+  EXPECT_EQ(contents(package, "a.txt"), "again");
+  package->doUNSAFEUpdateInPlace();
+  EXPECT_EQ(bytes(), zipbytes::File().raw(bytes().substr(0, 40)).bytes());
+  EXPECT_EQ(bytes().find("again"), Bytes::npos);
+  EXPECT_EQ(package->entryExists("a.txt"), pkg::PkgEntryFile);  // this package's object lives on
+}
+
+TEST_F(UpdateOddities, RemovedAndRewrittenInAPackageThatReadsAndWritesAnEntryIsKeptInPlace) {
+  const Package package = open(twoEntries());
+  package->getFile("a.txt", true)->remove();
+  write(package, "a.txt", "again", CompressionStored);
+  package->doUNSAFEUpdateInPlace();
+  EXPECT_EQ(contents(open(bytes("old.pkg")), "a.txt"), "again");
+}
+
+// Going direct takes it out of the queue but leaves the mark of one that waits there.
+TEST_F(UpdateOddities, AChangedEntryThatWaitedThenWentDirectDoesNotWaitAgain) {
+  const Package package = open(twoEntries());
+  write(package, "c.txt", "changed before");
+  package->beginUpdate("new.pkg", kIn | kOut | kTrunc);
+  Stream blocker = openForWriting(package, "blocker.txt");
+  write(package, "c.txt", "waits", CompressionStored);
+  blocker->close();
+  write(package, "c.txt", "direct", CompressionStored);
+  blocker = openForWriting(package, "blocker.txt");
+  write(package, "c.txt", "last", CompressionStored);
+  blocker->close();
+  package->endUpdate();
+  EXPECT_EQ(contents(open(bytes(), kIn, "copy.pkg"), "c.txt"), "direct");
+  EXPECT_EQ(bytes().find("last"), Bytes::npos);
+}
+
+TEST_F(UpdateOddities, AnEntryThatWasNotChangedBeforeWaitsAgain) {
+  const Package package = open(twoEntries());
+  package->beginUpdate("new.pkg", kIn | kOut | kTrunc);
+  Stream blocker = openForWriting(package, "blocker.txt");
+  write(package, "c.txt", "waits", CompressionStored);
+  blocker->close();
+  write(package, "c.txt", "direct", CompressionStored);
+  blocker = openForWriting(package, "blocker.txt");
+  write(package, "c.txt", "last", CompressionStored);
+  blocker->close();
+  package->endUpdate();
+  EXPECT_EQ(contents(open(bytes(), kIn, "copy.pkg"), "c.txt"), "last");
+}
+
+// Its data has been copied by then, and its local header stays right.
+TEST_F(UpdateOddities, RemovedInsideAnUpdateOfAPackageThatOnlyReadsAnEntryIsListedAsEmpty) {
+  const Package package = open(twoEntries(), kIn);
+  package->beginUpdate("new.pkg", kIn | kOut | kTrunc);
+  package->getFile("a.txt", true)->remove();
+  package->endUpdate();
+
+  const Entry whole = storedEntry("a.txt", "alpha");
+  Entry listed = whole;
+  listed.crc = listed.size = 0;
+  zipbytes::File expected;
+  expected.addAs(whole, listed, "alpha");
+  expected.add(storedEntry("b.txt", "beta"), "beta");
+  EXPECT_TRUE(sameBytes(expected.bytes(), bytes()));
+  EXPECT_EQ(package->entryExists("a.txt"), pkg::PkgEntryFile);  // by its record
+}
+
+// The records of the running update go, and with the old directory is cut off what it had written.
+TEST_F(UpdateOddities, InPlaceOverARunningUpdateOnlyTheOldEntriesAndTheQueueStay) {
+  const Package package = open(twoEntries());
+  package->beginUpdate();
+  write(package, "written.txt", "written");
+  const Stream direct = openForWriting(package, "direct.txt");
+  *direct << "direct";
+  write(package, "queued.txt", "queued");
+  package->doUNSAFEUpdateInPlace();
+
+  const File written = package->getFile("written.txt", true);
+  EXPECT_EQ(package->entryExists("direct.txt"), pkg::PkgEntryFile);
+  EXPECT_RAISED("21", written->open(kIn, false));
+  EXPECT_RAISED("24", *direct << "more");
+  EXPECT_NO_THROW(direct->close());
+
+  zipbytes::File expected;
+  expected.add(storedEntry("a.txt", "alpha"), "alpha");
+  expected.add(storedEntry("b.txt", "beta"), "beta");
+  expected.add(deflatedEntry("queued.txt", "queued"), deflated("queued"));
+  EXPECT_TRUE(sameBytes(expected.bytes(), bytes("old.pkg")));
+  EXPECT_RAISED("37", package->endUpdate());
+}
+
+TEST_F(UpdateOddities, InPlaceOverASaveIntoAnotherFileLeavesThatWithoutADirectory) {
+  const Package package = open(twoEntries());
+  package->beginUpdate("new.pkg", kIn | kOut | kTrunc);
+  write(package, "written.txt", "written");
+  const Bytes left = bytes();
+  package->doUNSAFEUpdateInPlace();
+  EXPECT_EQ(bytes(), left);
+  EXPECT_EQ(left.find("PK\x01\x02"), Bytes::npos);
+  EXPECT_EQ(bytes("old.pkg"), twoEntries());
+  EXPECT_EQ(package->getFSFile()->getName()->getName(), "old.pkg");
+  EXPECT_EQ(contents(package, "a.txt"), "alpha");
+}
+
+// The type has to lead the changes, and a directory is never told so.
+TEST_F(UpdateOddities, ADirectoryCreatedBeforeTheMissingTypeMakesEverySaveRaise47) {
+  fPolicies.conformance = 1;
+  const Package package = open(twoEntries());
+  EXPECT_EQ(package->checkConformance(), 47);
+  package->getDirectory("d", false)->create();
+  package->setMIMEType("text/plain");
+  for (int time = 0; time < 2; ++time) {
+    EXPECT_RAISED("47", package->saveAs("new.pkg", kIn | kOut | kTrunc));
+    EXPECT_EQ(bytes(), "");
+    package->cancelUpdate();
+  }
+}
+
+TEST_F(UpdateOddities, ADirectoryCreatedInAPackageWhoseTypeWasRepairedComesBehindIt) {
+  fPolicies.conformance = 1;
+  const Package package = open(deflatedType());
+  package->getDirectory("d", false)->create();
+  package->saveAs("new.pkg", kIn | kOut | kTrunc);
+  EXPECT_EQ(bytes().substr(30, 18), "mimetypetext/plain");
+}
+
+TEST_F(UpdateOddities, TheTypeThatARepairHasWrittenCannotBeChanged) {
+  fPolicies.conformance = 1;
+  const Package package = open(deflatedType());
+  EXPECT_EQ(package->checkConformance(), 46);
+  EXPECT_RAISED("45", package->setMIMEType("text/html"));
+  EXPECT_EQ(package->getMIMEType(), "text/plain");
+}
+
+TEST_F(UpdateOddities, WhereEveryEntryIsDeletedTheTypeMustComeFirstAgain) {
+  for (const auto mode : {kIn, kIn | kOut}) {
+    fPolicies.conformance = 1;
+    const Package package = open(twoEntries(), mode);
+    package->getFile("mimetype", false);  // asked for first, as it must be
+    for (const char* const name : {"a.txt", "b.txt"})
+      package->getFile(name, true)->remove();
+    EXPECT_RAISED("45", package->getFile("c.txt", false));
+    EXPECT_RAISED("45", package->getFile("a.txt", true));
+    EXPECT_RAISED("", package->getFile("mimetype", false));
+  }
+}
+
+}  // namespace
