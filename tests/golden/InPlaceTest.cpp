@@ -143,6 +143,51 @@ TEST_F(InPlace, BeginUpdateDropsEveryOldEntryThatIsNotWritten) {
   EXPECT_EQ(open(bytes("old.pkg"))->entryExists("a.txt"), pkg::PkgEntryNone);
 }
 
+// Reading moves the file that is also being written.
+TEST_F(InPlace, ReadingAnotherEntryBeforeTheCloseLeavesTheDescriptorRightBehindTheData) {
+  fPolicies.descriptor = 2;
+  const Package package = open(fOld.bytes());
+  package->beginUpdate();
+  const auto file = package->getFile("d.txt", false);
+  file->setCompressionMethod(CompressionStored);
+  const Stream out = file->open(kOut, false);
+  *out << "delta";
+  Bytes text;
+  *package->getFile("a.txt", true)->open(kIn, false) >> text;
+  EXPECT_EQ(text, "alpha");
+  out->close();
+
+  const Entry d = described(storedEntry("d.txt", "delta"));
+  zipbytes::File expected;
+  expected.raw(fOld.bytes());
+  expected.addAs(withoutNumbers(d), d, "delta", descriptorOf(d));
+  EXPECT_TRUE(sameBytes(expected.bytes().substr(0, expected.offset()), bytes("old.pkg")));
+  package->endUpdate();
+  EXPECT_TRUE(sameBytes(expected.bytes(), bytes("old.pkg")));
+}
+
+// The stream stands at its third byte when it closes, and its data ends at the tenth.
+TEST_F(InPlace, ADescriptorFollowsTheDataOfAStreamThatWentBack) {
+  fPolicies.descriptor = 2;
+  const Package package = open(fOld.bytes());
+  package->beginUpdate();
+  const auto file = package->getFile("d.txt", false);
+  file->setCompressionMethod(CompressionStored);
+  const Stream out = file->open(kOut, false);
+  *out << "0123456789";
+  out->seekp(1);
+  *out << "ab";
+  out->close();
+  package->endUpdate();
+
+  Entry d = described(storedEntry("d.txt", "0ab3456789"));
+  d.crc = zipbytes::crc32("0123456789ab");  // of everything that was written
+  zipbytes::File expected;
+  expected.raw(fOld.bytes());
+  expected.addAs(withoutNumbers(d), d, "0ab3456789", descriptorOf(d));
+  EXPECT_TRUE(sameBytes(expected.bytes(), bytes("old.pkg")));
+}
+
 TEST_F(InPlace, BeginAndEndWithNothingToWriteLeaveTheFileAlone) {
   const Package package = open(fOld.bytes());
   package->beginUpdate();
