@@ -1,3 +1,5 @@
+#include <boost/make_shared.hpp>
+
 #include "unit/writing/Writing.h"
 
 // Entries as objects: how they are made, written, removed and brought back.
@@ -49,6 +51,19 @@ TEST_F(EntryObjects, ANameOf65535BytesIsWrittenAndOneMoreRaises22) {
   EXPECT_RAISED("22", tooLong->open(kOut, false));
   package->endUpdate();
   EXPECT_EQ(contents(open(bytes()), longest), "x");
+}
+
+TEST_F(EntryObjects, AnEntryWithoutAPackageRaises22) {
+  using pkg::zip::ZipPkgDirectory;
+  using pkg::zip::ZipPkgFile;
+  const auto record = boost::make_shared<pkg::zip::ZpCentralDirEntry<>>();
+  record->setName("a.txt");
+  for (const bool mustExist : {false, true}) {
+    EXPECT_RAISED("22", ZipPkgFile<>("a.txt", mustExist, nullptr));
+    EXPECT_RAISED("22", ZipPkgDirectory<>("d/", mustExist, nullptr));
+  }
+  EXPECT_RAISED("22", ZipPkgFile<>(record, nullptr));
+  EXPECT_RAISED("22", ZipPkgDirectory<>(record, nullptr));
 }
 
 TEST_F(EntryObjects, ADirectoryIsNoFileAndAFileNoDirectory) {

@@ -161,6 +161,29 @@ TEST_F(Transaction, AFailedInPlaceUpdateLeavesAFileWithoutADirectoryAndThePackag
   EXPECT_EQ(contents(package, "a.txt"), "alpha");
 }
 
+// What is left of a directory is the old one, in the middle of the file: a search without a limit
+// comes upon it, and knows nothing of the update.
+TEST_F(Transaction, AFailedDirectoryOfAnUpdateOfTheFileItselfLeavesAFileWithoutAValidDirectory) {
+  for (const int n : {4, 5}) {  // after header, data and patch: a record, the end record
+    FailingFileSystem failing(fMemory, n, {Failure::Write});
+    fFiles = &failing;
+    const Package package = open(fOld);
+    package->beginUpdate();
+    write(package, "b.txt", Bytes(70000, 'b'), CompressionStored);
+    EXPECT_RAISED("IO 50", package->endUpdate());
+    EXPECT_RAISED("37", package->cancelUpdate());
+    EXPECT_EQ(contents(package, "a.txt"), "alpha");
+    const Bytes left = bytes("old.pkg");
+    EXPECT_EQ(left.substr(0, fOld.size()), fOld);
+    EXPECT_EQ(left.rfind("PK\x05\x06"), fOld.rfind("PK\x05\x06")) << n;
+    EXPECT_EQ(left.rfind("PK\x01\x02") > fOld.size(), n == 5);
+    fFiles = &fMemory;
+    const Package again = open(left, kIn, "copy.pkg");
+    EXPECT_EQ(contents(again, "a.txt"), "alpha");
+    EXPECT_EQ(again->entryExists("b.txt"), pkg::PkgEntryNone);
+  }
+}
+
 TEST_F(Transaction, AFailureInTheQueueLeavesTheUpdateRunning) {
   FailingFileSystem failing(fMemory, 6, {Failure::Write});
   fFiles = &failing;

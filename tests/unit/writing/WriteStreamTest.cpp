@@ -1,3 +1,5 @@
+#include "package/detail/ZipPkgStream.h"
+
 #include "unit/writing/Writing.h"
 
 // Streams that write: what they put where, and when.
@@ -40,6 +42,36 @@ TEST_F(WriteStream, OverflowWithEndOfFileDoesNothingAndReturnsZero) {
   EXPECT_EQ((stream->rdbuf()->*Overflow::kOf)(std::char_traits<char>::eof()), 0);
   EXPECT_EQ(bytes(), "");
   EXPECT_EQ(stream->tellp(), std::streampos(0));
+}
+
+TEST_F(WriteStream, ASingleByteThroughOverflowIsDeflatedCountedAndReturned) {
+  const Package package = create();
+  const Stream stream = openForWriting(package, "a.txt", CompressionDeflated);
+  EXPECT_EQ((stream->rdbuf()->*Overflow::kOf)(0xFF), 0xFF);
+  EXPECT_EQ(bytes().size(), 35u);  // the local header
+  EXPECT_EQ(stream->tellp(), std::streampos(1));
+  stream->close();
+  package->endUpdate();
+  zipbytes::File expected;
+  expected.add(deflatedEntry("a.txt", "\xFF"), deflated("\xFF"));
+  EXPECT_TRUE(sameBytes(expected.bytes(), bytes()));
+}
+
+// Entries refuse such a mode before they make a stream; the stream does so itself.
+TEST_F(WriteStream, AStreamMadeToReadAndWriteRaises19DirectAndSpooled) {
+  using pkg::zip::ZipPkgStream;
+  const Package package = create();
+  write(package, "a.txt", "alpha");
+  const Bytes written = bytes();
+  const auto entry = [&](const char* name) {
+    return dynamic_cast<pkg::zip::ZipPkgFile<>*>(package->getFile(name, false).get());
+  };
+  EXPECT_RAISED("19", ZipPkgStream<>(entry("a.txt"), kIn | kOut, false));
+  EXPECT_EQ(bytes(), written);
+  const Stream direct = openForWriting(package, "b.txt");
+  write(package, "c.txt", "spooled");
+  EXPECT_RAISED("19", ZipPkgStream<>(entry("c.txt"), kIn | kOut, false));
+  EXPECT_EQ(contents(package, "c.txt"), "spooled");
 }
 
 TEST_F(WriteStream, DataThatDeflateKeepsReachesTheFileOnlyAtClose) {
@@ -237,6 +269,22 @@ TEST_F(WriteStream, AFailureAtCloseComesOutOfCloseOnceAndOutOfTheDestructorNever
     EXPECT_EQ(raised([&] { stream->close(); }), "");
     EXPECT_NO_THROW(stream.reset());
   }
+}
+
+// Its local header was made for a size of 32 bits. A stream that stayed on the entry's list would
+// be closed once more with the package, long after it is gone.
+TEST_F(WriteStream, AStreamWhoseSizeGrewTooBigRaises7AndLeavesItsEntry) {
+  const Package package = create();
+  Stream stream = openForWriting(package, "a.txt", CompressionDeflated, true);
+  *stream << "raw";
+  package->getFile("a.txt", true)->setExpectedSize(0x100000000);
+  EXPECT_RAISED("7", stream->close());
+  EXPECT_NO_THROW(stream->close());
+  EXPECT_EQ(stream->rdbuf(), nullptr);
+  stream.reset();
+  write(package, "b.txt", "beta", CompressionStored);
+  EXPECT_NE(bytes().find("beta"), Bytes::npos);
+  EXPECT_NO_THROW(package->close());
 }
 
 // Whatever went wrong, the next entry can go direct.
