@@ -9,72 +9,14 @@
 
 #include "package/source/PackageException.h"
 
+#include "unit/errors/ErrorTable.h"
+
 namespace {
 
 using namespace pkg;
 
-struct Row {
-  PkgLib_Package_Error code;
-  int number;
-  const char* tail;
-};
-
-#define ROW(enumerator, number, tail) \
-  { PkgLib_Err_##enumerator, number, tail }
-
-const Row kRows[] = {
-    ROW(None, 0, "NONE"),
-    ROW(OutOfMemory, 1, "Out of Memory"),
-    ROW(ReadCDHBytes, 2, "Couldn't read all bytes of CDH"),
-    ROW(BadCDHSignature, 3, "Bad CDH signature"),
-    ROW(ReadFileName, 4, "Could not read file name"),
-    ROW(ReadExtraField, 5, "Could not read extra field"),
-    ROW(ReadFileComment, 6, "Could not read file comment"),
-    ROW(FileSizeTooBig, 7, "file size too big"),
-    ROW(BadLFHSignature, 8, "Bad LFH signature"),
-    ROW(TooManyCDEntries, 9, "Too many CD entries"),
-    ROW(ReadECD, 10, "Could not read ECD"),
-    ROW(FindECD, 11, "Could not find ECD"),
-    ROW(ReadZip64ECDL, 12, "Could not read Zip64 ECDL"),
-    ROW(BadZip64ECDLSignature, 13, "Bad Zip64 ECDL signature"),
-    ROW(ReadZip64ECD, 14, "Could not read Zip64 ECD"),
-    ROW(BadZip64ECDSignature, 15, "Bad Zip64 ECD signature"),
-    ROW(SplitZip, 16, "Detected a Split Zip file"),
-    ROW(BadLFHSizeValue, 17, "Package already open"),
-    ROW(PackageAlreadyOpen, 18, "Bad LFH size value"),
-    ROW(NotImplemented, 19, "NOT Implemented"),
-    ROW(NotAValidPackage, 20, "Not a Valid Package file"),
-    ROW(EntryNotFound, 21, "Package Entry not found"),
-    ROW(BadArgument, 22, "Client Error Bad Argument"),
-    ROW(UnsupportedOperation, 23, "Client Error Unsupported Operation"),
-    ROW(IllegalState, 24, "Package in Illegal State"),
-    ROW(DirectoryExists, 25, "Directory Already Exists"),
-    ROW(PackageWriteOnly, 26, "Package Open Write-Only"),
-    ROW(WriteDeflateFailed, 27, "Write DEFLATE Operation FAILED"),
-    ROW(NotInUpdate, 28, "Package not in update"),
-    ROW(WritingFile, 29, "Error Writing File"),
-    ROW(ClosingPackageFile, 30, "Error Closing Package File"),
-    ROW(Decompressing, 31, "Error Decompressing File"),
-    ROW(Compressing, 32, "Error Compressing File"),
-    ROW(OpenModeInputOnly, 33, "Open mode is input only"),
-    ROW(OpenModeInvalid, 34, "Open mode is invalid"),
-    ROW(UpdateInProgress, 35, "Update already in progress"),
-    ROW(UpdateRequiresWrite, 36, "Update requires write"),
-    ROW(UpdateNotInProgress, 37, "Update not in progress"),
-    ROW(OpeningFile, 38, "Error Opening File"),
-    ROW(OpeningTempFile, 39, "Error Opening Temp File"),
-    ROW(ReadingFile, 40, "Error Reading File"),
-    ROW(Seeking, 41, "Error Seeking"),
-    ROW(Telling, 42, "Error Telling"),
-    ROW(Flushing, 43, "Error Flushing"),
-    ROW(Truncating, 44, "Error Truncating"),
-    ROW(ConformanceViolation, 45, "Conformance Violation"),
-    ROW(InvalidMimetype, 46, "Invalid mimetype file"),
-    ROW(MissingMimetype, 47, "Missing mimetype file"),
-    ROW(CreatingTempFile, 48, "Error Creating Temp File"),
-    ROW(DeletingTempFile, 49, "Error Deleting Temp File"),
-    ROW(Unknown, 50, "UNKNOWN Error Code"),
-};
+using errors::kRows;
+using errors::Row;
 
 static_assert(sizeof(PkgLib_Package_Error) == 4);
 static_assert(std::is_signed_v<std::underlying_type_t<PkgLib_Package_Error>>);
