@@ -1,3 +1,5 @@
+#include <ostream>
+
 #include "unit/writing/Writing.h"
 
 // Entries that an update has dropped, in the hands of a client who kept them.
@@ -11,6 +13,8 @@ struct Road {
   const char* name;
   Package (*open)(pkg::QCFPackageFactory& factory, support::MemoryFileSystem& files);
   void (*drop)(const Package& package);
+
+  friend std::ostream& operator<<(std::ostream& out, const Road& road) { return out << road.name; }
 };
 
 Bytes twoEntries() {
