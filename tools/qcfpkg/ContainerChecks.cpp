@@ -4,8 +4,8 @@
 
 #include "EntryData.h"
 #include "Findings.h"
-#include "PackageUpdate.h"
 #include "Properties.h"
+#include "Texts.h"
 
 using ziplayout::Entry;
 using ziplayout::Layout;

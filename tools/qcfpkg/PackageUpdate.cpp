@@ -1,12 +1,9 @@
 #include "PackageUpdate.h"
 
 #include <algorithm>
-#include <cerrno>
 #include <memory>
 #include <set>
 
-#include <fcntl.h>
-#include <unistd.h>
 #include <zlib.h>
 
 #include <fmt/format.h>
@@ -15,6 +12,7 @@
 #include "package/expat/ExpatXMLParser.h"
 
 #include "EntryData.h"
+#include "InputWriter.h"
 #include "Rebuild.h"
 #include "SpoolFileSystem.h"
 #include "Texts.h"
@@ -64,81 +62,6 @@ void telling(const std::string& verb, const std::string& path, const Work& work)
   } catch (const std::bad_alloc&) {
     tell("out of memory");
   }
-}
-
-// An input that is open for reading.
-class Source {
-public:
-  explicit Source(const Input& input) : fInput(input) {
-    fDescriptor =
-        input.source == "-" ? dup(STDIN_FILENO) : open(input.source.c_str(), O_RDONLY | O_CLOEXEC);
-    if (fDescriptor < 0) fail();
-  }
-  ~Source() { close(fDescriptor); }
-  Source(const Source&) = delete;
-  Source& operator=(const Source&) = delete;
-
-  // 0 at the end.
-  std::size_t read(char* buffer, std::size_t size) {
-    for (;;) {
-      const ssize_t count = ::read(fDescriptor, buffer, size);
-      if (count >= 0) return static_cast<std::size_t>(count);
-      if (errno != EINTR) fail();
-    }
-  }
-
-private:
-  [[noreturn]] void fail() const {
-    throw tools::Failure(
-        fmt::format("cannot read {}: {}", tools::shown(fInput.source), tools::systemReason()));
-  }
-
-  const Input& fInput;
-  int fDescriptor;
-};
-
-Expected writeData(Source& source, pkg::IPkgStream<>& stream) {
-  std::vector<char> block(1 << 16);
-  uLong crc = 0;
-  Expected written;
-  while (const std::size_t size = source.read(block.data(), block.size())) {
-    stream.write(block.data(), static_cast<std::streamsize>(size));
-    crc = crc32_z(crc, reinterpret_cast<const Bytef*>(block.data()), size);
-    written.size += size;
-  }
-  written.crc = static_cast<std::uint32_t>(crc);
-  return written;
-}
-
-// Room in the local header is settled when an entry begins: what may pass 4 GiB is announced as
-// doing so.
-void announceSize(const Input& input, pkg::IPkgFile<>& file) {
-  constexpr std::uint64_t kMayGrowLarge = 0xFFF00000;  // what cannot be compressed grows a little
-  constexpr std::uint64_t kLarge = std::uint64_t{1} << 32;
-  const std::uint64_t size = input.size.value_or(kLarge);
-  if (size < kMayGrowLarge) return;
-  file.setExpectedSize(static_cast<long long>(std::max(size, kLarge)));
-}
-
-void writeInput(const Package& package, const Input& input, bool stored, Expectation& expected) {
-  if (input.isFolder()) {
-    if (package->entryExists(input.name) == pkg::PkgEntryNone) {
-      package->getDirectory(input.name, false)->create();
-    }
-    expected.insert({input.name, {}});
-    return;
-  }
-  Source source(input);
-  const auto file = package->getFile(input.name, false);
-  const DOSMoment moment = dosMoment(input.modified);
-  file->setCompressionMethod(stored ? pkg::CompressionStored : pkg::CompressionDeflated);
-  file->setProperty(pkg::QCFPropertyZipDate, hexWord(moment.date));
-  file->setProperty(pkg::QCFPropertyZipTime, hexWord(moment.time));
-  announceSize(input, *file);
-  const auto stream = file->open(std::ios::out, false);
-  stream->exceptions(std::ios::badbit);
-  expected[input.name] = writeData(source, *stream);
-  stream->close();
 }
 
 Expected expectedText(const std::string& text) {
@@ -313,7 +236,7 @@ void Update::save(const std::string& source, const pkg::IPkgPolicies* policies) 
   if (policies != nullptr) package->setMIMEType(*fChange.type);
   package->beginUpdate(scratch, kNew);
   for (const Input& input : fChange.added) {
-    writeInput(package, input, fChange.stored, fExpected);
+    writeInput(*package, input, fChange.stored, fExpected);
   }
   setGenericProperties(package);
   package->endUpdate();
@@ -351,7 +274,7 @@ void Update::saveInPlace() {
   removeOld(package);
   if (fChange.comment) package->setProperty(pkg::QCFPropertyPackageComment, *fChange.comment);
   for (const Input& input : fChange.added) {
-    writeInput(package, input, fChange.stored, fExpected);
+    writeInput(*package, input, fChange.stored, fExpected);
   }
   package->doUNSAFEUpdateInPlace();
   // An entry of 4 GiB gets its Zip64 block too late to be counted; the second time it counts.
@@ -423,7 +346,7 @@ void createPackage(const Tool& tool, const std::string& path, const std::string&
     const Package package =
         factory.createConformingPackage(scratch, type, true, &files, nullptr, nullptr);
     for (const Input& input : inputs)
-      writeInput(package, input, stored, expected);
+      writeInput(*package, input, stored, expected);
     package->endUpdate();
     package->close();
   });
@@ -434,27 +357,4 @@ void createPackage(const Tool& tool, const std::string& path, const std::string&
 
 void changePackage(const Tool& tool, PackageFile& file, const Layout& old, const Change& change) {
   telling("change", file.path(), [&] { Update(tool, file, old, change).run(); });
-}
-
-std::string typeFault(const std::string& type) {
-  const auto slash = type.find('/');
-  if (slash == std::string::npos || slash == 0 || slash + 1 == type.size()) {
-    return "a type is like application/x-notes";
-  }
-  if (type.size() > 255) return "a type has at most 255 characters";
-  const std::string allowed = "!#$&-^_.+";
-  for (std::size_t i = 0; i < type.size(); ++i) {
-    const char c = type[i];
-    const bool good = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') ||
-                      allowed.find(c) != std::string::npos || i == slash;
-    if (!good) return "a type is like application/x-notes, without spaces and parameters";
-  }
-  return {};
-}
-
-std::string commentFault(const std::string& comment) {
-  if (comment.size() > 65534) return "a comment has at most 65,534 bytes";
-  if (!isUTF8(comment)) return "a comment must be UTF-8";
-  if (comment.find("PK\5\6") != std::string::npos) return "this comment looks like an end record";
-  return {};
 }

@@ -29,8 +29,3 @@ void createPackage(const Tool& tool, const std::string& path, const std::string&
 // the package as it was unless the change is in place.
 void changePackage(const Tool& tool, PackageFile& file, const ziplayout::Layout& old,
                    const Change& change);
-
-// What a type must look like; empty for a good one, else what is wrong.
-std::string typeFault(const std::string& type);
-// The same for a package's comment.
-std::string commentFault(const std::string& comment);

@@ -87,6 +87,16 @@ private:
   int fDescriptor;
 };
 
+// The library takes the stored bytes of an encrypted entry for its content, and counts them.
+void restoreSize(const Entry& was, const Entry& is, Patch& patch) {
+  constexpr std::size_t kSize = 24, kLocalSize = 22, kDescriptorSize = 12;
+  patch.put(is.recordOffset + kSize, was.central.size, 4);
+  patch.put(is.offset + kLocalSize, was.central.size, 4);
+  if ((is.local->flags & ziplayout::kFlagDescriptor) != 0) {
+    patch.put(is.dataOffset + is.central.compressedSize + kDescriptorSize, was.central.size, 4);
+  }
+}
+
 void restoreEntry(const Entry& was, const Entry& is, Patch& patch) {
   constexpr std::size_t kMadeBy = 4, kNeeded = 6, kFlags = 8, kExternal = 38;
   constexpr std::size_t kLocalFlags = 6;
@@ -146,8 +156,13 @@ void restoreHeaders(const ziplayout::Layout& old, const std::string& path) {
   for (const Entry& entry : written.entries()) {
     const auto found = before.find(entry.central.name);
     if (found == before.end() || !entry.local) continue;
-    const bool sameData = found->second->central.crc == entry.central.crc &&
-                          found->second->central.size == entry.central.size;
-    if (sameData) restoreEntry(*found->second, entry, patch);
+    const Entry& was = *found->second;
+    if (was.central.crc != entry.central.crc) continue;
+    if (was.isEncrypted() && was.central.size != entry.central.size) {
+      restoreSize(was, entry, patch);
+    } else if (was.central.size != entry.central.size) {
+      continue;
+    }
+    restoreEntry(was, entry, patch);
   }
 }

@@ -11,5 +11,6 @@
 void rebuildPackage(const ziplayout::Layout& old, const std::string& path, SpoolFileSystem& files);
 
 // Puts right what the library sets to its own in each record that it copies: the system that the
-// attributes are for, the version needed, the attributes, and that a name is not UTF-8.
+// attributes are for, the version needed, the attributes, that a
+// name is not UTF-8, and the size of encrypted data.
 void restoreHeaders(const ziplayout::Layout& old, const std::string& path);

@@ -32,3 +32,8 @@ std::string hexWord(std::uint16_t word);
 bool isUTF8(const std::string& text);
 // A name as JSON can hold it: bytes that are no UTF-8 as those of ISO-8859-1.
 std::string jsonText(const std::string& text);
+
+// What a type must look like; empty for a good one, else what is wrong.
+std::string typeFault(const std::string& type);
+// The same for a package's comment.
+std::string commentFault(const std::string& comment);

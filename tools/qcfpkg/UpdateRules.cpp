@@ -108,8 +108,10 @@ bool copyWouldDamage(const Entry& entry) {
   const bool hasZip64 = extra.find(ziplayout::kExtraZip64) != nullptr;
   const bool isEmptyButStoredOtherwise =
       entry.central.size == 0 && (entry.central.compressedSize != 0 || entry.central.method != 0);
-  return !extra.whole || (hasZip64 && !isLarge(entry)) || hasOddTypeBlock(extra) ||
-         isEmptyButStoredOtherwise || (isLarge(entry) && extra.blocks.size() > 1);
+  const bool isLargeAndEncrypted = isLarge(entry) && entry.isEncrypted();
+  return !extra.whole || isLargeAndEncrypted || (hasZip64 && !isLarge(entry)) ||
+         hasOddTypeBlock(extra) || isEmptyButStoredOtherwise ||
+         (isLarge(entry) && extra.blocks.size() > 1);
 }
 
 void requireRewritable(const Layout& layout, const Entry& entry) {

@@ -260,7 +260,7 @@ void Layout::readDirectory() {
   while (fEntries.size() < fEnd.entries || hasSignature(fFile->read(at, 4), kCentralSignature)) {
     Entry entry;
     if (!readRecord(at, limit, entry)) {
-      fail("directory-damaged", at,
+      fail(fEnd.zip64Wanted ? "zip64-end-missing" : "directory-damaged", at,
            fmt::format("record {} of {} of the directory is damaged or missing",
                        fEntries.size() + 1, fEnd.entries));
       break;

@@ -1,6 +1,7 @@
 #include <fmt/format.h>
 
 #include "PackageUpdate.h"
+#include "Texts.h"
 #include "Tool.h"
 
 namespace {

@@ -2,6 +2,7 @@
 
 #include "Findings.h"
 #include "PackageUpdate.h"
+#include "Texts.h"
 #include "Tool.h"
 
 namespace {

@@ -1,0 +1,213 @@
+#include <sys/stat.h>
+
+#include "Program.h"
+
+namespace {
+
+using Change = Qcfpkg;
+
+TEST_F(Change, AddKeepsTheOthersAndAddsOne) {
+  auto expected = makePackage("a.pkg");
+  folder.write("three", "333");
+  must({"add", "a.pkg", "sub/three.txt=three"});
+  expected["sub/three.txt"] = "333";
+  EXPECT_EQ(contents("a.pkg"), expected);
+  expectSound("a.pkg");
+  expectNoFinding("a.pkg");
+}
+
+TEST_F(Change, AddReplacesAnEntryOfTheName) {
+  auto expected = makePackage("a.pkg");
+  folder.write("one.txt", "another one");
+  must({"add", "a.pkg", "one.txt"});
+  expected["one.txt"] = "another one";
+  EXPECT_EQ(contents("a.pkg"), expected);
+  EXPECT_EQ(read("a.pkg").size(), 3u);
+  expectSound("a.pkg");
+  expectNoFinding("a.pkg");
+}
+
+TEST_F(Change, AddTakesStandardInputAndFolders) {
+  auto expected = makePackage("a.pkg");
+  std::filesystem::create_directories(folder / "d/e");
+  folder.write("d/e/f", "f");
+  must({"add", "a.pkg", "d", "in=-"}, "input");
+  expected["d/"] = expected["d/e/"] = "";
+  expected["d/e/f"] = "f";
+  expected["in"] = "input";
+  EXPECT_EQ(contents("a.pkg"), expected);
+  must({"add", "a.pkg", "d"});  // folders that are there already
+  EXPECT_EQ(contents("a.pkg"), expected);
+  expectSound("a.pkg");
+  expectNoFinding("a.pkg");
+}
+
+TEST_F(Change, AddInPlaceAppends) {
+  auto expected = makePackage("a.pkg");
+  const std::string before = folder.read("a.pkg");
+  folder.write("one.txt", std::string(100000, 'n'));
+  must({"add", "--in-place", "a.pkg", "one.txt", "new=one.txt"});
+  expected["one.txt"] = expected["new"] = std::string(100000, 'n');
+  EXPECT_EQ(contents("a.pkg"), expected);
+  EXPECT_EQ(folder.read("a.pkg").substr(0, 100), before.substr(0, 100));
+  expectSound("a.pkg");
+  EXPECT_EQ(run({"check", "a.pkg"}).status, 0);
+  EXPECT_GT(nlohmann::json::parse(must({"info", "--json", "a.pkg"}))["deadBytes"], 0);
+}
+
+TEST_F(Change, AddRefusesAFileWhereAFolderIs) {
+  makePackage("a.pkg");
+  folder.write("x", "x");
+  expectFailure({"add", "a.pkg", "sub=x"}, 3, "sub/two.txt is there, and one is a folder");
+  expectFailure({"add", "a.pkg", "one.txt/x=x"}, 3, "one.txt is there, and one is a folder");
+}
+
+TEST_F(Change, RemoveTakesEntriesAndFolders) {
+  auto expected = makePackage("a.pkg");
+  must({"remove", "a.pkg", "sub/"});
+  expected.erase("sub/two.txt");
+  EXPECT_EQ(contents("a.pkg"), expected);
+  expectSound("a.pkg");
+  expectNoFinding("a.pkg");
+  must({"remove", "a.pkg", "one.txt"});
+  expected.erase("one.txt");
+  EXPECT_EQ(contents("a.pkg"), expected);
+  expectNoFinding("a.pkg");
+}
+
+TEST_F(Change, RemoveInPlaceLeavesTheDataAndCompactFreesIt) {
+  auto expected = makePackage("a.pkg");
+  must({"remove", "--in-place", "a.pkg", "one.txt"});
+  expected.erase("one.txt");
+  EXPECT_EQ(contents("a.pkg"), expected);
+  expectSound("a.pkg");
+  const auto size = folder.read("a.pkg").size();
+  const auto finished = run({"compact", "a.pkg"});
+  EXPECT_EQ(finished.status, 0);
+  EXPECT_NE(finished.err.find("a.pkg went from"), std::string::npos);
+  EXPECT_LT(folder.read("a.pkg").size(), size);
+  EXPECT_EQ(contents("a.pkg"), expected);
+  expectNoFinding("a.pkg");
+  expectSound("a.pkg");
+}
+
+TEST_F(Change, CompactLeavesATidyPackageAsItIs) {
+  makePackage("a.pkg");
+  const std::string before = folder.read("a.pkg");
+  EXPECT_EQ(run({"compact", "a.pkg"}).err, "qcfpkg: a.pkg has no dead bytes\n");
+  EXPECT_EQ(must({"--quiet", "compact", "a.pkg"}), "");
+  EXPECT_EQ(folder.read("a.pkg"), before);
+}
+
+TEST_F(Change, RemoveRefusesWhatIsNotThereAndWhatMustStay) {
+  makePackage("a.pkg");
+  const std::string before = folder.read("a.pkg");
+  expectFailure({"remove", "a.pkg", "one.txt", "absent"}, 3,
+                "cannot remove absent from a.pkg: no such entry");
+  expectFailure({"remove", "a.pkg", "mimetype"}, 3, "it is the package's type");
+  expectFailure({"remove", "absent.pkg", "x"}, 3, "No such file or directory");
+  EXPECT_EQ(folder.read("a.pkg"), before);
+  python("import zipfile; zipfile.ZipFile('b.zip', 'w').writestr('x', 'x')");
+  expectFailure({"remove", "b.zip", "x"}, 3, "nothing would be left");
+}
+
+TEST_F(Change, TypeIsPrintedAndSet) {
+  auto expected = makePackage("a.pkg");
+  EXPECT_EQ(must({"type", "a.pkg"}), "application/x-test\n");
+  must({"type", "a.pkg", "application/x-other+zip"});
+  expected["mimetype"] = "application/x-other+zip";
+  EXPECT_EQ(contents("a.pkg"), expected);
+  EXPECT_EQ(read("a.pkg")[0]["name"], "mimetype");
+  expectSound("a.pkg");
+  expectNoFinding("a.pkg");
+}
+
+TEST_F(Change, TypePutsAMissingMisplacedOrCompressedEntryRight) {
+  python(
+      "import zipfile\n"
+      "z = zipfile.ZipFile('missing.zip', 'w'); z.writestr('x', 'x'); z.close()\n"
+      "z = zipfile.ZipFile('late.zip', 'w'); z.writestr('x', 'x')\n"
+      "z.writestr('mimetype', 'application/x-late'); z.close()\n"
+      "z = zipfile.ZipFile('packed.zip', 'w', zipfile.ZIP_DEFLATED)\n"
+      "z.writestr('mimetype', 'application/x-packed'); z.writestr('x', 'x'); z.close()\n");
+  for (const char* const name : {"missing.zip", "late.zip", "packed.zip"}) {
+    must({"type", name, "application/x-late"});
+    EXPECT_EQ(contents(name), (Contents{{"mimetype", "application/x-late"}, {"x", "x"}}));
+    EXPECT_EQ(folder.read(name).substr(30, 26), "mimetypeapplication/x-late") << name;
+    expectSound(name);
+    expectNoFinding(name);
+  }
+}
+
+TEST_F(Change, TypeOfAPackageWithNothingElseCanBeSetToo) {
+  must({"create", "--type", "application/x-test", "a.pkg"});
+  must({"comment", "a.pkg", "kept"});
+  must({"type", "a.pkg", "application/x-new"});
+  EXPECT_EQ(contents("a.pkg"), (Contents{{"mimetype", "application/x-new"}}));
+  EXPECT_EQ(must({"comment", "a.pkg"}), "kept\n");
+  expectNoFinding("a.pkg");
+}
+
+TEST_F(Change, TypeRefusesNonsenseAndTellsOfNone) {
+  makePackage("a.pkg");
+  const std::string before = folder.read("a.pkg");
+  expectFailure({"type", "a.pkg", "nonsense"}, 2, "a type is like application/x-notes");
+  expectFailure({"type", "absent.pkg", "a/b"}, 3, "No such file or directory");
+  python("import zipfile; zipfile.ZipFile('b.zip', 'w').writestr('x', 'x')");
+  expectFailure({"type", "b.zip"}, 3, "b.zip tells no type");
+  EXPECT_EQ(folder.read("a.pkg"), before);
+}
+
+TEST_F(Change, CommentIsPrintedSetAndTakenAway) {
+  const auto expected = makePackage("a.pkg");
+  EXPECT_EQ(must({"comment", "a.pkg"}), "");
+  must({"comment", "a.pkg", "gr\xc3\xbc\xc3\x9f dich"});
+  EXPECT_EQ(must({"comment", "a.pkg"}), "gr\xc3\xbc\xc3\x9f dich\n");
+  EXPECT_EQ(contents("a.pkg"), expected);
+  expectNoFinding("a.pkg");
+  must({"comment", "--in-place", "a.pkg", "in place"});
+  EXPECT_EQ(must({"comment", "a.pkg"}), "in place\n");
+  must({"comment", "a.pkg", ""});
+  EXPECT_EQ(must({"comment", "a.pkg"}), "");
+  EXPECT_EQ(contents("a.pkg"), expected);
+  expectSound("a.pkg");
+  expectNoFinding("a.pkg");
+}
+
+TEST_F(Change, CommentThatNobodyCouldReadBackIsRefused) {
+  makePackage("a.pkg");
+  const std::string before = folder.read("a.pkg");
+  expectFailure({"comment", "a.pkg", std::string(65535, 'c')}, 2, "at most 65,534 bytes");
+  expectFailure({"comment", "a.pkg", "PK\5\6"}, 2, "looks like an end record");
+  expectFailure({"comment", "a.pkg", "\xff"}, 2, "must be UTF-8");
+  EXPECT_EQ(folder.read("a.pkg"), before);
+}
+
+TEST_F(Change, AChangeKeepsModeAndFollowsSymbolicLinks) {
+  auto expected = makePackage("a.pkg");
+  chmod((folder / "a.pkg").c_str(), 0604);
+  std::filesystem::create_symlink("a.pkg", folder / "link.pkg");
+  folder.write("x", "x");
+  must({"add", "link.pkg", "x"});
+  expected["x"] = "x";
+  EXPECT_TRUE(std::filesystem::is_symlink(folder / "link.pkg"));
+  EXPECT_EQ(contents("a.pkg"), expected);
+  struct stat status {};
+  stat((folder / "a.pkg").c_str(), &status);
+  EXPECT_EQ(status.st_mode & 0777, 0604u);
+  EXPECT_EQ(files(), (std::vector<std::string>{"a.pkg", "link.pkg", "x"}));
+}
+
+TEST_F(Change, DatesOfUnchangedEntriesStay) {
+  folder.write("x", "x");
+  ASSERT_EQ(shell("touch -d '2001-02-03 04:05:06' x").status, 0);
+  must({"create", "--type", "application/x-test", "a.pkg", "x"});
+  const auto before = read("a.pkg");
+  must({"add", "a.pkg", "y=x"});
+  must({"comment", "a.pkg", "c"});
+  must({"type", "a.pkg", "application/x-new"});
+  const auto after = read("a.pkg");
+  EXPECT_EQ(after[1], before[1]);
+}
+
+}  // namespace

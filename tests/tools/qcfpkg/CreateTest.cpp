@@ -1,0 +1,117 @@
+#include <sys/stat.h>
+
+#include "Program.h"
+
+namespace {
+
+using Create = Qcfpkg;
+
+TEST_F(Create, TheTypeComesFirstStoredAtByte38) {
+  const auto expected = makePackage("a.pkg");
+  EXPECT_EQ(contents("a.pkg"), expected);
+  EXPECT_EQ(folder.read("a.pkg").substr(30, 26), "mimetypeapplication/x-test");
+  const auto entries = read("a.pkg");
+  EXPECT_EQ(entries[0]["name"], "mimetype");
+  EXPECT_EQ(entries[0]["method"], 0);
+  EXPECT_EQ(entries[2]["method"], 8);
+  expectSound("a.pkg");
+  expectNoFinding("a.pkg");
+}
+
+TEST_F(Create, FoldersAreTakenWithAllInThemInOrder) {
+  std::filesystem::create_directories(folder / "tree/inner/empty");
+  folder.write("tree/b", "b");
+  folder.write("tree/a", "a");
+  folder.write("tree/inner/c", "");
+  must({"create", "--type", "application/x-test", "a.pkg", "tree", "alias=tree/inner"});
+  std::vector<std::string> names;
+  for (const auto& entry : read("a.pkg"))
+    names.push_back(entry["name"]);
+  EXPECT_EQ(names, (std::vector<std::string>{"mimetype", "tree/", "tree/a", "tree/b", "tree/inner/",
+                                             "tree/inner/c", "tree/inner/empty/", "alias/",
+                                             "alias/c", "alias/empty/"}));
+  expectSound("a.pkg");
+  expectNoFinding("a.pkg");
+}
+
+TEST_F(Create, TheDatesAreThoseOfTheFiles) {
+  folder.write("x", "x");
+  ASSERT_EQ(shell("TZ=UTC touch -d '2020-02-03 04:05:06' x").status, 0);
+  environment = {{"TZ", "UTC"}};
+  must({"create", "--type", "application/x-test", "a.pkg", "x"});
+  EXPECT_EQ(read("a.pkg")[1]["date"], nlohmann::json({2020, 2, 3, 4, 5, 6}));
+}
+
+TEST_F(Create, StandardInputBecomesAnEntry) {
+  must({"create", "--type", "application/x-test", "a.pkg", "in=-"}, "from a pipe");
+  EXPECT_EQ(contents("a.pkg")["in"], "from a pipe");
+  expectSound("a.pkg");
+  expectNoFinding("a.pkg");
+}
+
+TEST_F(Create, StoredEntriesAreStored) {
+  folder.write("x", std::string(1000, 'x'));
+  must({"create", "--store", "--type", "application/x-test", "a.pkg", "x"});
+  EXPECT_EQ(read("a.pkg")[1]["method"], 0);
+}
+
+TEST_F(Create, APathNeverLeadsOutOfThePackage) {
+  std::filesystem::create_directories(folder / "in");
+  folder.write("x", "x");
+  must({"create", "--type", "application/x-test", "a.pkg", "in/../x", "y=x"});
+  EXPECT_EQ(contents("a.pkg").count("x"), 1u);
+  expectFailure({"create", "--type", "application/x-test", "b.pkg", "../x=x"}, 3,
+                "the name leads out of the folder");
+  expectFailure({"create", "--type", "application/x-test", "b.pkg", "/x=x"}, 3,
+                "the name is absolute");
+}
+
+TEST_F(Create, ThePackageIsNotPackedIntoItself) {
+  std::filesystem::create_directories(folder / "d");
+  folder.write("d/x", "x");
+  must({"create", "--type", "application/x-test", "d/a.pkg", "d"});
+  must({"create", "--overwrite", "--type", "application/x-test", "d/a.pkg", "d"});
+  EXPECT_EQ(contents("d/a.pkg").count("d/a.pkg"), 0u);
+}
+
+TEST_F(Create, AnOldFileIsReplacedOnRequestOnlyAndKeepsItsMode) {
+  folder.write("x", "x");
+  folder.write("a.pkg", "old");
+  chmod((folder / "a.pkg").c_str(), 0640);
+  expectFailure({"create", "--type", "application/x-test", "a.pkg", "x"}, 3,
+                "it exists; --overwrite replaces it");
+  EXPECT_EQ(folder.read("a.pkg"), "old");
+  must({"create", "--overwrite", "--type", "application/x-test", "a.pkg", "x"});
+  struct stat status {};
+  stat((folder / "a.pkg").c_str(), &status);
+  EXPECT_EQ(status.st_mode & 0777, 0640u);
+  EXPECT_EQ(contents("a.pkg").at("x"), "x");
+}
+
+TEST_F(Create, AFailureLeavesNothing) {
+  folder.write("x", "x");
+  expectFailure({"create", "--type", "application/x-test", "a.pkg", "x", "absent"}, 3,
+                "cannot add absent: No such file or directory");
+  expectFailure({"create", "--type", "application/x-test", "no/a.pkg", "x"}, 3,
+                "No such file or directory");
+  expectFailure({"create", "--type", "application/x-test", "a.pkg", "x", "x"}, 3,
+                "two inputs have this name");
+  expectFailure({"create", "--type", "application/x-test", "a.pkg", "mimetype=x"}, 3,
+                "mimetype is the package's type");
+  EXPECT_EQ(files(), std::vector<std::string>{"x"});
+}
+
+TEST_F(Create, ATypeIsOneWordWithASlash) {
+  for (const char* const type : {"", "text", "/x", "x/", "a/b/c", "a b/c", "a/b;c", "a/b\n"}) {
+    expectFailure({"create", "--type", type, "a.pkg"}, 2, "a type is like application/x-notes");
+  }
+  EXPECT_EQ(files(), std::vector<std::string>{});
+}
+
+TEST_F(Create, APackageOfNothingButItsTypeIsOne) {
+  must({"create", "--type", "application/x-test", "a.pkg"});
+  EXPECT_EQ(contents("a.pkg"), (Contents{{"mimetype", "application/x-test"}}));
+  expectNoFinding("a.pkg");
+}
+
+}  // namespace

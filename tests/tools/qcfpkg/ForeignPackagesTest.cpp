@@ -1,0 +1,181 @@
+#include "Program.h"
+#include "support/Fixtures.h"
+
+// Packages of other programs are changed without loss, or not at all.
+
+namespace {
+
+class ForeignPackages : public Qcfpkg {
+protected:
+  // Adds an entry and compares what was there before and after.
+  void expectKept(const std::string& package) const {
+    const auto before = read(package);
+    folder.write("new", "new");
+    must({"add", package, "zz-new=new"});
+    auto after = read(package);
+    EXPECT_EQ(after.back()["name"], "zz-new");
+    after.erase(after.size() - 1);
+    ASSERT_EQ(after.size(), before.size()) << package;
+    for (std::size_t i = 0; i < after.size(); ++i) {
+      for (const char* const key : {"name", "data", "date", "system", "attributes", "comment"}) {
+        EXPECT_EQ(after[i][key], before[i][key]) << package << " " << key;
+      }
+    }
+    expectSound(package);
+  }
+};
+
+TEST_F(ForeignPackages, UnixAttributesAndCommentsStay) {
+  python(
+      "import zipfile\n"
+      "z = zipfile.ZipFile('a.zip', 'w', zipfile.ZIP_DEFLATED)\n"
+      "i = zipfile.ZipInfo('script', (2001, 2, 3, 4, 5, 6)); i.external_attr = 0o100755 << 16\n"
+      "i.comment = b'a remark'; i.extra = b'\\x55\\x54\\x05\\x00\\x01abcd'\n"
+      "z.writestr(i, 'data' * 100)\n"
+      "l = zipfile.ZipInfo('link'); l.external_attr = 0o120777 << 16; z.writestr(l, 'script')\n"
+      "z.close()\n");
+  expectKept("a.zip");
+  EXPECT_EQ(read("a.zip")[0]["extra"],
+            "5554050001"
+            "61626364");
+  EXPECT_NE(support::run({{"zipinfo", "a.zip"}, {}, folder.path(), {}}).out.find("-rwxr-xr-x"),
+            std::string::npos);
+}
+
+TEST_F(ForeignPackages, NamesThatAreNoUTF8Stay) {
+  zipbytes::File file;
+  file.add(zipbytes::storedEntry("caf\x82", "x"), "x");  // in the code page of old
+  folder.write("a.zip", file.bytes());
+  expectKept("a.zip");
+  EXPECT_EQ(read("a.zip")[0]["name"], "caf\xc3\xa9");
+}
+
+TEST_F(ForeignPackages, Zip64BlocksBesideSmallNumbersAreNoHindrance) {
+  zipbytes::File file;
+  file.add(zipbytes::storedEntry("mimetype", "a/b"), "a/b");
+  auto entry = zipbytes::storedEntry("e", "12345");
+  entry.centralExtra = zipbytes::zip64Block({5, 5});
+  entry.localExtra = zipbytes::zip64Block({5, 5});
+  entry.versionMadeBy = 0x031e;
+  entry.externalAttributes = 0100640u << 16;
+  file.add(entry, "12345");
+  folder.write("a.zip", file.bytes());
+  expectKept("a.zip");
+  expectNoFinding("a.zip");
+}
+
+TEST_F(ForeignPackages, Zip64OfOtherProgramsIsNoHindrance) {
+  for (const char* const name :
+       {"yauzl__test_success_zip64.zip", "libzip__regress_data_zip64.zip",
+        "ZIPFoundation__Tests_ZIPFoundationTests_Resources_testRemoveEntryWithZIP64Extended"
+        "Information.zip"}) {
+    QCF_REQUIRE_FIXTURE(std::string("zip/") + name);
+    std::filesystem::copy_file(support::fixture(std::string("zip/") + name), folder / name);
+    expectKept(name);
+  }
+}
+
+TEST_F(ForeignPackages, EmptyEntriesThatWereDeflatedLeaveNoDeadBytes) {
+  zipbytes::File file;
+  file.add(zipbytes::storedEntry("mimetype", "a/b"), "a/b");
+  file.add(zipbytes::deflatedEntry("empty", "", "\3" + std::string(1, '\0')),
+           "\3" + std::string(1, '\0'));
+  folder.write("a.zip", file.bytes());
+  expectKept("a.zip");
+  expectNoFinding("a.zip");
+}
+
+TEST_F(ForeignPackages, StreamedEntriesKeepTheirData) {
+  ASSERT_EQ(
+      shell("printf abc | zip -q a.zip - && printf '@ -\\n@=piped\\n' | zipnote -w a.zip").status,
+      0);
+  expectKept("a.zip");
+}
+
+TEST_F(ForeignPackages, EncryptedAndStrangelyPackedEntriesAreCarriedAlong) {
+  python(
+      "import zipfile\n"
+      "z = zipfile.ZipFile('a.zip', 'w')\n"
+      "z.writestr('b', 'data' * 1000, zipfile.ZIP_BZIP2)\n"
+      "z.close()\n");
+  expectKept("a.zip");
+  folder.write("s", "secret");
+  ASSERT_EQ(shell("zip -q -P key e.zip s").status, 0);
+  must({"comment", "e.zip", "c"});
+  const auto unzip = support::run({{"unzip", "-pP", "key", "e.zip"}, {}, folder.path(), {}});
+  EXPECT_EQ(unzip.out, "secret") << unzip.err;
+}
+
+TEST_F(ForeignPackages, WhatCannotBeKeptIsRefusedAndLeftAsItIs) {
+  const auto entry = [](const std::string& name) { return zipbytes::storedEntry(name, "x"); };
+  std::map<std::string, std::string> refused;
+  refused["two entries are named e"] =
+      zipbytes::File().add(entry("e"), "x").add(entry("e"), "x").bytes();
+  refused["bytes stand in front"] = "#!" + zipbytes::File().add(entry("e"), "x").bytes();
+  auto commented = entry("e");
+  commented.centralExtra = zipbytes::zip64Block({1});
+  commented.comment = "remark";
+  refused["e would lose its comment"] = zipbytes::File().add(commented, "x").bytes();
+  auto odd = entry("e");
+  odd.centralExtra = "odd";
+  refused["e would lose its extra field"] = zipbytes::File().add(odd, "x").bytes();
+  auto cut = entry("e");
+  cut.size = cut.compressedSize = 1000;
+  refused["the data of e is cut off"] = zipbytes::File().add(cut, "x").bytes();
+  refused["the folder f/ holds data"] = zipbytes::File().add(entry("f/"), "x").bytes();
+  auto far = entry("far");
+  far.offset = 7;
+  refused["the local header of far is missing"] =
+      zipbytes::File().add(entry("e"), "x").list(far).bytes();
+  zipbytes::File file;
+  file.add(entry("e"), "x");
+  refused["its comment cannot be kept"] = file.bytes(file.end("PK\5\6" + std::string(30, 'x')));
+  for (const auto& [words, bytes] : refused) {
+    folder.write("a.zip", bytes);
+    folder.write("new", "new");
+    expectFailure({"add", "a.zip", "new"}, 3, words);
+    EXPECT_EQ(folder.read("a.zip"), bytes) << words;
+  }
+  EXPECT_EQ(files(), (std::vector<std::string>{"a.zip", "new"}));
+}
+
+TEST_F(ForeignPackages, FixturesAreChangedWithoutLossOrLeftAsTheyAre) {
+  QCF_REQUIRE_FIXTURE("zip");
+  int changed = 0;
+  for (const auto& item : std::filesystem::directory_iterator(support::fixture("zip"))) {
+    if (item.path().extension() == ".tsv") continue;
+    std::filesystem::copy_file(item.path(), folder / "a.zip",
+                               std::filesystem::copy_options::overwrite_existing);
+    const std::string before = folder.read("a.zip");
+    folder.write("new", "new");
+    const auto finished = run({"add", "a.zip", "zz-new=new"});
+    if (finished.status != 0) {
+      EXPECT_EQ(finished.status, 3) << item.path();
+      EXPECT_EQ(std::count(finished.err.begin(), finished.err.end(), '\n'), 1) << finished.err;
+      EXPECT_EQ(folder.read("a.zip"), before) << item.path();
+      continue;
+    }
+    ++changed;
+    // By stored bytes, so that encrypted and damaged data is compared as well.
+    static const char* const kRaw = R"(
+import sys, zipfile, struct
+def raw(path):
+    out = []
+    data = open(path, 'rb').read()
+    for i in zipfile.ZipFile(path).infolist():
+        n, m = struct.unpack('<HH', data[i.header_offset + 26:i.header_offset + 30])
+        start = i.header_offset + 30 + n + m
+        stored = data[start:start + i.compress_size] if i.file_size else b''
+        out.append((i.filename, stored, i.CRC, i.file_size, i.comment))
+    return out
+before, after = raw(sys.argv[1]), raw(sys.argv[2])
+sys.exit(before != [e for e in after if e[0] != 'zz-new'])
+)";
+    const auto compared = support::run(
+        {{"python3", "-c", kRaw, item.path().string(), "a.zip"}, {}, folder.path(), {}});
+    EXPECT_EQ(compared.status, 0) << item.path() << compared.err;
+  }
+  EXPECT_GE(changed, 18);
+}
+
+}  // namespace

@@ -1,0 +1,121 @@
+#include "Program.h"
+
+namespace {
+
+using Prop = Qcfpkg;
+
+TEST_F(Prop, GenericPropertiesAreKeptInTheirDocument) {
+  auto expected = makePackage("a.pkg");
+  must({"prop", "set", "a.pkg", "one.txt", "mac-type", "TEXT"});
+  must({"prop", "set", "a.pkg", "sub/two.txt", "datetime", "2026-01-02"});
+  EXPECT_EQ(must({"prop", "get", "a.pkg", "one.txt", "mac-type"}), "TEXT\n");
+  EXPECT_EQ(must({"prop", "get", "a.pkg", "sub/two.txt", "datetime"}), "2026-01-02\n");
+  auto after = contents("a.pkg");
+  const std::string document = after["META-INF/pkgproperties.xml"];
+  EXPECT_NE(document.find("<entry path=\"one.txt\">\n<prop key=\"mac_type\">TEXT</prop>"),
+            std::string::npos);
+  after.erase("META-INF/pkgproperties.xml");
+  EXPECT_EQ(after, expected);
+  expectSound("a.pkg");
+  expectNoFinding("a.pkg");
+}
+
+TEST_F(Prop, ValuesMayHoldWhatMeansSomethingInXML) {
+  makePackage("a.pkg");
+  const std::string value = "<a & \"b\"> ]]> 'c'";
+  must({"prop", "set", "a.pkg", "one.txt", "mac-type", value});
+  must({"prop", "set", "a.pkg", "sub/two.txt", "mac-type", "other"});
+  EXPECT_EQ(must({"prop", "get", "a.pkg", "one.txt", "mac-type"}), value + "\n");
+  EXPECT_EQ(support::python("import sys, zipfile, xml.etree.ElementTree as t\n"
+                            "print(t.fromstring(zipfile.ZipFile('a.pkg').read("
+                            "'META-INF/pkgproperties.xml'))[1][0][0].text)",
+                            {}, folder.path()),
+            value + "\n");
+}
+
+TEST_F(Prop, TheDocumentSurvivesEveryOtherChange) {
+  makePackage("a.pkg");
+  must({"prop", "set", "a.pkg", "one.txt", "mac-type", "TEXT"});
+  folder.write("x", "x");
+  must({"add", "a.pkg", "x"});
+  must({"add", "--in-place", "a.pkg", "y=x"});
+  must({"remove", "a.pkg", "sub/two.txt"});
+  must({"comment", "a.pkg", "c"});
+  must({"type", "a.pkg", "application/x-new"});
+  must({"--quiet", "compact", "a.pkg"});
+  EXPECT_EQ(must({"prop", "get", "a.pkg", "one.txt", "mac-type"}), "TEXT\n");
+  expectNoFinding("a.pkg");
+}
+
+TEST_F(Prop, TypeAndCreatorGoIntoBothHeadersAndTheDirectoryIsCounted) {
+  auto expected = makePackage("a.pkg");
+  must({"prop", "set", "a.pkg", "one.txt", "type-creator", "5445585474747874"});
+  EXPECT_EQ(must({"prop", "get", "a.pkg", "one.txt", "type-creator"}), "5445585474747874\n");
+  EXPECT_EQ(contents("a.pkg"), expected);
+  EXPECT_EQ(read("a.pkg")[1]["extra"], "05270c005a5049545445585474747874");
+  expectSound("a.pkg");
+  expectNoFinding("a.pkg");
+}
+
+TEST_F(Prop, TheDateOfAnEntryCanBeSet) {
+  auto expected = makePackage("a.pkg");
+  must({"prop", "set", "a.pkg", "one.txt", "modified", "2001-02-03 04:05:06"});
+  EXPECT_EQ(read("a.pkg")[1]["date"], nlohmann::json({2001, 2, 3, 4, 5, 6}));
+  EXPECT_EQ(must({"prop", "get", "a.pkg", "one.txt", "modified"}), "2001-02-03 04:05:06\n");
+  EXPECT_EQ(contents("a.pkg"), expected);
+  expectNoFinding("a.pkg");
+}
+
+TEST_F(Prop, ListNamesEveryPropertyOfEveryEntry) {
+  makePackage("a.pkg");
+  must({"prop", "set", "a.pkg", "one.txt", "mac-creator", "ttxt"});
+  must({"prop", "set", "a.pkg", "one.txt", "modified", "2001-02-03 04:05:06"});
+  EXPECT_EQ(must({"prop", "list", "a.pkg", "one.txt"}),
+            "one.txt\tmodified\t2001-02-03 04:05:06\none.txt\tmac-creator\tttxt\n");
+  const auto json = nlohmann::json::parse(must({"prop", "list", "--json", "a.pkg"}));
+  EXPECT_EQ(json["one.txt"]["mac-creator"], "ttxt");
+  EXPECT_EQ(json.size(), 4u);
+}
+
+TEST_F(Prop, WrongNamesAndValuesAreRefused) {
+  makePackage("a.pkg");
+  const std::string before = folder.read("a.pkg");
+  expectFailure({"prop", "set", "a.pkg", "absent", "mac-type", "x"}, 3, "no entry absent");
+  expectFailure({"prop", "get", "a.pkg", "absent", "mac-type"}, 3, "no entry absent");
+  expectFailure({"prop", "set", "a.pkg", "one.txt", "colour", "x"}, 2, "colour");
+  expectFailure({"prop", "set", "a.pkg", "one.txt", "type-creator", "xyz"}, 2, "16 hexadecimal");
+  expectFailure({"prop", "set", "a.pkg", "one.txt", "modified", "yesterday"}, 2,
+                "modified is like");
+  expectFailure({"prop", "set", "a.pkg", "one.txt", "modified", "2001-02-30 00:00:00"}, 2,
+                "no such day");
+  expectFailure({"prop", "set", "a.pkg", "one.txt", "mac-type", "\x01"}, 2, "control characters");
+  EXPECT_EQ(folder.read("a.pkg"), before);
+}
+
+TEST_F(Prop, ADocumentThatAChangeWouldRobIsNotChanged) {
+  makePackage("a.pkg");
+  python(
+      "import zipfile\n"
+      "z = zipfile.ZipFile('a.pkg', 'a')\n"
+      "z.writestr('META-INF/pkgproperties.xml', '<pkgProperties><package/><entries>'\n"
+      "  '<entry path=\"one.txt\"><prop key=\"colour\">red</prop></entry></entries>'\n"
+      "  '</pkgProperties>')\n");
+  const std::string before = folder.read("a.pkg");
+  expectFailure({"prop", "set", "a.pkg", "one.txt", "mac-type", "x"}, 3,
+                "holds what a change would lose");
+  EXPECT_EQ(folder.read("a.pkg"), before);
+}
+
+TEST_F(Prop, ADamagedDocumentIsToldAndOtherChangesKeepItsBytes) {
+  makePackage("a.pkg");
+  python(
+      "import zipfile\n"
+      "zipfile.ZipFile('a.pkg', 'a').writestr('META-INF/pkgproperties.xml', '<broken')\n");
+  expectFailure({"prop", "list", "a.pkg"}, 3, "the properties document is damaged");
+  expectFailure({"prop", "set", "a.pkg", "one.txt", "mac-type", "x"}, 3, "is damaged");
+  folder.write("x", "x");
+  must({"add", "a.pkg", "x"});
+  EXPECT_EQ(contents("a.pkg").at("META-INF/pkgproperties.xml"), "<broken");
+}
+
+}  // namespace

@@ -1,0 +1,209 @@
+#include <chrono>
+#include <csignal>
+#include <random>
+#include <thread>
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include "Program.h"
+
+// Whatever happens to a run, there is the old package or the new one.
+
+namespace {
+
+class Safety : public Qcfpkg {
+protected:
+  // Starts the program, quiet, and returns its process.
+  pid_t start(std::vector<std::string> arguments) const {
+    arguments.insert(arguments.begin(), {QCFPKG, "--quiet"});
+    std::vector<char*> pointers;
+    for (std::string& argument : arguments)
+      pointers.push_back(argument.data());
+    pointers.push_back(nullptr);
+    const pid_t child = fork();
+    if (child != 0) return child;
+    if (chdir(folder.path().c_str()) != 0) _exit(126);
+    execv(QCFPKG, pointers.data());
+    _exit(127);
+  }
+
+  // Kills runs of a change at random moments. Each time the package is the old or the new one, byte
+  // for byte, and what the run left is cleared by the next.
+  void killAtRandomMoments(const std::vector<std::string>& change, int times) {
+    folder.write("old.copy", folder.read("a.pkg"));
+    const auto began = std::chrono::steady_clock::now();
+    must(change);
+    const auto whole = std::chrono::steady_clock::now() - began;
+    const auto micro = std::chrono::duration_cast<std::chrono::microseconds>(whole).count();
+    expectSound("a.pkg");
+    expectSound("old.copy");
+    const std::string after = folder.read("a.pkg");
+    const std::string before = folder.read("old.copy");
+    ASSERT_NE(after, before);
+    std::mt19937 random(7);
+    int killed = 0;
+    for (int i = 0; i < times; ++i) {
+      std::filesystem::copy_file(folder / "old.copy", folder / "a.pkg",
+                                 std::filesystem::copy_options::overwrite_existing);
+      const pid_t child = start(change);
+      usleep(static_cast<useconds_t>(random() % static_cast<unsigned>(micro * 11 / 10 + 1)));
+      kill(child, SIGKILL);
+      int status = 0;
+      waitpid(child, &status, 0);
+      killed += WIFSIGNALED(status) ? 1 : 0;
+      const std::string now = folder.read("a.pkg");
+      ASSERT_TRUE(now == before || now == after) << "run " << i;
+    }
+    EXPECT_GT(killed, times / 4);
+    std::filesystem::copy_file(folder / "old.copy", folder / "a.pkg",
+                               std::filesystem::copy_options::overwrite_existing);
+    run(change);
+    for (const std::string& name : files()) {
+      EXPECT_EQ(name.find(".qcfpkg-"), std::string::npos) << name;
+    }
+  }
+  static bool isLong() {
+    const char* const text = std::getenv("QCF_LONG_TESTS");
+    return text != nullptr && std::string(text) == "1";
+  }
+  static int times() { return isLong() ? 500 : 12; }
+  // A package of some size, with dead bytes in it.
+  void makeLarge() const {
+    python("import os; open('big', 'wb').write(os.urandom(1 << 20) * " +
+           std::string(isLong() ? "50" : "12") + ")");
+    folder.write("small", "small");
+    must({"create", "--store", "--type", "a/b", "a.pkg", "big", "small"});
+    must({"add", "--in-place", "--store", "a.pkg", "dead=big", "x=small"});
+    must({"remove", "--in-place", "a.pkg", "dead"});
+    std::filesystem::remove(folder / "big");
+  }
+};
+
+TEST_F(Safety, AddKilledAtAnyMomentLeavesTheOldPackageOrTheNew) {
+  makeLarge();
+  killAtRandomMoments({"add", "a.pkg", "new=small"}, times());
+}
+
+TEST_F(Safety, RemoveKilledAtAnyMomentLeavesTheOldPackageOrTheNew) {
+  makeLarge();
+  killAtRandomMoments({"remove", "a.pkg", "small"}, times());
+}
+
+TEST_F(Safety, CompactKilledAtAnyMomentLeavesTheOldPackageOrTheNew) {
+  makeLarge();
+  killAtRandomMoments({"--quiet", "compact", "a.pkg"}, times());
+}
+
+TEST_F(Safety, WhatAKilledRunLeftIsClearedWithANote) {
+  auto expected = makePackage("a.pkg");
+  folder.write(".a.pkg.qcfpkg-Ab12Xy", "half a package");
+  folder.write(".b.pkg.qcfpkg-Ab12Xy", "of another package");
+  folder.write(".a.pkg.qcfpkg-notours", "a longer name");
+  const auto finished = run({"comment", "a.pkg", "c"});
+  EXPECT_EQ(finished.status, 0);
+  EXPECT_NE(finished.err.find(".a.pkg.qcfpkg-Ab12Xy, which an interrupted run had left"),
+            std::string::npos);
+  EXPECT_EQ(files(),
+            (std::vector<std::string>{".a.pkg.qcfpkg-notours", ".b.pkg.qcfpkg-Ab12Xy", "a.pkg"}));
+}
+
+TEST_F(Safety, AnInterruptRemovesTheScratchFile) {
+  makeLarge();
+  mkfifo((folder / "pipe").c_str(), 0600);
+  const pid_t child = start({"add", "a.pkg", "x=pipe"});
+  const int writer = open((folder / "pipe").c_str(), O_WRONLY);  // waits for the reader
+  const auto before = files();
+  EXPECT_TRUE(std::any_of(before.begin(), before.end(), [](const std::string& name) {
+    return name.find(".a.pkg.qcfpkg-") == 0;
+  }));
+  kill(child, SIGINT);
+  int status = 0;
+  waitpid(child, &status, 0);
+  close(writer);
+  EXPECT_TRUE(WIFSIGNALED(status));
+  EXPECT_EQ(files(), (std::vector<std::string>{"a.pkg", "pipe", "small"}));
+}
+
+TEST_F(Safety, TwoRunsNeverChangeAPackageAtOnce) {
+  makePackage("a.pkg");
+  const int file = open((folder / "a.pkg").c_str(), O_RDWR | O_CLOEXEC);
+  ASSERT_EQ(flock(file, LOCK_EX), 0);
+  expectFailure({"comment", "a.pkg", "c"}, 3, "another run is changing it");
+  close(file);
+  must({"comment", "a.pkg", "c"});
+}
+
+TEST_F(Safety, ManyRunsAtOnceLoseNoChange) {
+  makePackage("a.pkg");
+  folder.write("x", "x");
+  std::vector<std::thread> threads;
+  for (int i = 0; i < 6; ++i) {
+    threads.emplace_back([this, i] {
+      const std::string name = "t" + std::to_string(i);
+      while (run({"add", "a.pkg", name + "=x"}).status != 0)
+        usleep(5000);
+    });
+  }
+  for (std::thread& thread : threads)
+    thread.join();
+  EXPECT_EQ(contents("a.pkg").size(), 9u);
+  expectNoFinding("a.pkg");
+}
+
+TEST_F(Safety, AFullDiskLeavesTheOldPackage) {
+  makeLarge();
+  const std::string before = folder.read("a.pkg");
+  for (const char* const change :
+       {"add a.pkg y=small", "remove a.pkg small", "compact a.pkg", "comment a.pkg c",
+        "type a.pkg c/d", "prop set a.pkg small mac-type x", "create --type a/b n.pkg a.pkg"}) {
+    // A limit on the size of files is the disk that fills: 5 MB.
+    const auto finished =
+        shell("trap '' XFSZ; ulimit -f 10000; exec \"$0\" " + std::string(change));
+    EXPECT_EQ(finished.status, 3) << change;
+    EXPECT_EQ(std::count(finished.err.begin(), finished.err.end(), '\n'), 1) << finished.err;
+    EXPECT_EQ(folder.read("a.pkg"), before) << change;
+    EXPECT_EQ(files(), (std::vector<std::string>{"a.pkg", "small"})) << change;
+  }
+}
+
+TEST_F(Safety, AReadOnlyFolderOrPackageIsRefused) {
+  makePackage("a.pkg");
+  // Root may write everywhere, so it steps back.
+  std::string program = "\"$0\"";
+  if (geteuid() == 0) {
+    constexpr uid_t kNobody = 65534;
+    program = "setpriv --reuid=65534 --regid=65534 --clear-groups \"$0\"";
+    if (shell(program + " --version").status != 0) GTEST_SKIP() << "no setpriv(1) for root";
+    ASSERT_EQ(chown(folder.path().c_str(), kNobody, kNobody), 0);
+    ASSERT_EQ(chown((folder / "a.pkg").c_str(), kNobody, kNobody), 0);
+  }
+  const std::string before = folder.read("a.pkg");
+  const auto expectRefusal = [&] {
+    const auto finished = shell(program + " comment a.pkg c");
+    EXPECT_EQ(finished.status, 3);
+    EXPECT_NE(finished.err.find("Permission denied\n"), std::string::npos) << finished.err;
+    EXPECT_EQ(folder.read("a.pkg"), before);
+  };
+  chmod((folder / "a.pkg").c_str(), 0444);
+  expectRefusal();
+  chmod((folder / "a.pkg").c_str(), 0644);
+  chmod(folder.path().c_str(), 0555);
+  expectRefusal();
+  EXPECT_EQ(files(), std::vector<std::string>{"a.pkg"});
+  chmod(folder.path().c_str(), 0755);
+  EXPECT_EQ(shell(program + " comment a.pkg c").status, 0);
+}
+
+TEST_F(Safety, AnInputThatVanishesLeavesTheOldPackage) {
+  auto expected = makePackage("a.pkg");
+  folder.write("x", "x");
+  expectFailure({"add", "a.pkg", "x", "absent"}, 3, "cannot add absent");
+  EXPECT_EQ(contents("a.pkg"), expected);
+  EXPECT_EQ(files(), (std::vector<std::string>{"a.pkg", "x"}));
+}
+
+}  // namespace

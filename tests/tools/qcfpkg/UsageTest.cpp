@@ -1,0 +1,117 @@
+#include "Program.h"
+
+namespace {
+
+using Usage = Qcfpkg;
+
+const std::vector<std::string> kCommands{"list",   "info",  "create",  "add",
+                                         "remove", "cat",   "type",    "comment",
+                                         "prop",   "check", "extract", "compact"};
+
+TEST_F(Usage, HelpHasExamplesForEveryCommand) {
+  EXPECT_NE(must({"--help"}).find("Examples:"), std::string::npos);
+  for (const std::string& command : kCommands) {
+    EXPECT_NE(must({command, "--help"}).find("Example"), std::string::npos) << command;
+  }
+}
+
+TEST_F(Usage, VersionGoesToStandardOutput) {
+  EXPECT_EQ(must({"--version"}), "qcfpkg " QCF_VERSION "\n");
+}
+
+TEST_F(Usage, WrongUseIsTwoAndOneLine) {
+  expectFailure({"dance"}, 2, "--help");
+  for (const std::string& command : kCommands) {
+    expectFailure({command}, 2, "required");
+    expectFailure({command, "a.pkg", "--nonsense"}, 2, "");
+  }
+  expectFailure({"extract", "a.pkg", "--max-size", "-1"}, 2, "--max-size");
+  expectFailure({"extract", "a.pkg", "--max-ratio", "x"}, 2, "--max-ratio");
+  expectFailure({"prop", "get", "a.pkg"}, 2, "");
+  expectFailure({"compact", "a.pkg", "b.pkg"}, 2, "");
+}
+
+TEST_F(Usage, EveryCommandTellsOfAMissingFile) {
+  folder.write("x", "x");
+  for (const std::vector<std::string>& arguments :
+       std::vector<std::vector<std::string>>{{"list", "absent"},
+                                             {"info", "absent"},
+                                             {"add", "absent", "x"},
+                                             {"remove", "absent", "x"},
+                                             {"cat", "absent", "x"},
+                                             {"extract", "absent"},
+                                             {"type", "absent"},
+                                             {"type", "absent", "a/b"},
+                                             {"comment", "absent"},
+                                             {"comment", "absent", "c"},
+                                             {"prop", "list", "absent"},
+                                             {"prop", "set", "absent", "x", "mac-type", "y"},
+                                             {"check", "absent"},
+                                             {"compact", "absent"}}) {
+    expectFailure(arguments, 3, "absent: No such file or directory");
+  }
+  EXPECT_EQ(files(), std::vector<std::string>{"x"});
+}
+
+TEST_F(Usage, EveryChangingCommandRefusesWhatIsNoPackageAndLeavesIt) {
+  folder.write("x", "no package");
+  for (const std::vector<std::string>& arguments :
+       std::vector<std::vector<std::string>>{{"add", "x", "y=x"},
+                                             {"remove", "x", "y"},
+                                             {"type", "x", "a/b"},
+                                             {"comment", "x", "c"},
+                                             {"prop", "set", "x", "x", "mac-type", "y"},
+                                             {"compact", "x"}}) {
+    expectFailure(arguments, 3, "there is no end record");
+  }
+  EXPECT_EQ(folder.read("x"), "no package");
+  EXPECT_EQ(files(), std::vector<std::string>{"x"});
+}
+
+TEST_F(Usage, AFullStandardOutputIsTold) {
+  makePackage("a.pkg");
+  for (const char* const command :
+       {"list a.pkg", "info a.pkg", "cat a.pkg one.txt", "extract --list-only a.pkg", "type a.pkg",
+        "check --kinds", "prop list a.pkg"}) {
+    const auto finished = shell("\"$0\" " + std::string(command) + " >/dev/full");
+    EXPECT_EQ(finished.status, 3) << command;
+    EXPECT_EQ(finished.err, "qcfpkg: cannot write standard output: No space left on device\n")
+        << command;
+  }
+}
+
+TEST_F(Usage, ColoursAreForTerminalsThatWantThem) {
+  if (shell("command -v script").status != 0) GTEST_SKIP() << "no script(1)";
+  const std::string command = "Q=\"$0\"; script -qec \"$Q list absent\" /dev/null";
+  EXPECT_NE(shell(command).out.find("\x1b[1;31m"), std::string::npos);
+  environment = {{"NO_COLOR", "1"}};
+  EXPECT_EQ(shell(command).out.find('\x1b'), std::string::npos);
+}
+
+TEST_F(Usage, AProgressBarIsDrawnOnTerminalsOnlyAndGoes) {
+  if (shell("command -v script").status != 0) GTEST_SKIP() << "no script(1)";
+  python("import os\nopen('big', 'wb').write(os.urandom(1 << 20) * 120)\n");
+  const std::string create = "create --overwrite --type a/b big.pkg big";
+  environment = {{"TERM", "xterm"}};
+  const std::string drawn =
+      shell("Q=\"$0\"; script -qec \"stty cols 80; $Q " + create + "\" /dev/null").out;
+  EXPECT_NE(drawn.find("MB/s"), std::string::npos) << drawn;
+  EXPECT_NE(drawn.find(" left"), std::string::npos);
+  EXPECT_EQ(drawn.substr(drawn.size() - 4), "\r\x1b[K");
+  const std::string narrow =
+      shell("Q=\"$0\"; script -qec \"stty cols 40; $Q " + create + "\" /dev/null").out;
+  std::size_t longest = 0;
+  for (std::size_t at = narrow.find("\r\x1b[K"); at != std::string::npos;) {
+    const std::size_t next = narrow.find("\r\x1b[K", at + 1);
+    longest = std::max(longest, std::min(next, narrow.size()) - at - 4);
+    at = next;
+  }
+  EXPECT_GT(longest, 10u);
+  EXPECT_LT(longest, 40u);
+  environment = {{"TERM", "dumb"}};
+  EXPECT_EQ(shell("Q=\"$0\"; script -qec \"$Q " + create + "\" /dev/null").out, "");
+  environment = {{"TERM", "xterm"}};
+  EXPECT_EQ(must({"create", "--overwrite", "--type", "a/b", "big.pkg", "big"}), "");
+}
+
+}  // namespace
