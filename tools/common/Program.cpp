@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
+#include <system_error>
 
 #include <unistd.h>
 
@@ -54,6 +55,11 @@ int runProgram(CLI::App& app, Session& session, int argc, char** argv) {
     }
   } catch (const Failure& failure) {
     session.report(failure);
+  } catch (const std::system_error& error) {
+    // What prints tells a full output without saying which.
+    const bool isOutput = std::ferror(stdout) != 0;
+    session.report(Failure(isOutput ? "cannot write standard output: " + error.code().message()
+                                    : firstLine(error.what())));
   } catch (const std::exception& error) {
     session.report(Failure(firstLine(error.what())));
   }
