@@ -28,6 +28,10 @@ if(QCF_SANITIZE)
   list(APPEND QCF_COMPILE_OPTIONS
        -fsanitize=${QCF_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)
   list(APPEND QCF_LINK_OPTIONS -fsanitize=${QCF_SANITIZE})
+  if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+    # Instrumented code of the standard library's own headers sets this one off.
+    list(APPEND QCF_COMPILE_OPTIONS -Wno-maybe-uninitialized)
+  endif()
 endif()
 if(QCF_COVERAGE)
   list(APPEND QCF_COMPILE_OPTIONS --coverage)

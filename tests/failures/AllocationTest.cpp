@@ -11,8 +11,8 @@
 #include "package/detail/PkgFileSys.h"
 
 #include "failures/Checks.h"
-#include "failures/FailingNew.h"
 #include "failures/Ways.h"
+#include "support/Allocations.h"
 #include "support/TempDir.h"
 
 // Every way of saving, with real files, and operator new failing at its first call, its second, and
@@ -42,11 +42,11 @@ enum class Came { Nothing, BadAlloc, Code29, CutShort, Other };
 class Allocations : public testing::TestWithParam<Way> {
 protected:
   // Goes the way to its end or to the first exception, with a shortage at the n-th allocation.
-  Came go(Client& client, long n, Shortage shortage) {
+  Came go(Client& client, long n, allocations::Shortage shortage) {
     Came came = Came::Nothing;
     fCode = 0;
     fIsClosing = false;
-    failAllocation(n, shortage);
+    allocations::fail(n, shortage);
     try {
       GetParam().open(client);
       GetParam().change(client);
@@ -63,7 +63,7 @@ protected:
     } catch (const DocumentCutShort&) {
       came = Came::CutShort;
     }
-    fCount = endShortage();
+    fCount = allocations::endShortage();
     return came;
   }
 
@@ -97,13 +97,13 @@ protected:
     expectHolds(fFolder.read("rescued"), unchangedEntries());
   }
 
-  void sweep(Shortage shortage, const std::string& what) {
+  void sweep(allocations::Shortage shortage, const std::string& what) {
     std::array<int, 5> outcomes{};
     long n = 1;
     for (;; ++n) {
       SCOPED_TRACE("allocation " + std::to_string(n));
       putOld();
-      const long live = liveBlocks();
+      const long live = allocations::liveBlocks();
       bool done = false;
       {
         Client client(*pkg::BasePkgFileSystem<>::getInstance(), path(""));
@@ -113,9 +113,9 @@ protected:
         EXPECT_NE(came, Came::Other) << fCode;
         if (came == Came::Nothing) checkSaved();
         if (!client.package) dropWhatCouldNotBeNamed(shortage);
-        if (came != Came::Nothing && shortage == Shortage::Once) checkRecovery(client);
+        if (came != Came::Nothing && shortage == allocations::Shortage::Once) checkRecovery(client);
       }
-      const long left = liveBlocks() - live;
+      const long left = allocations::liveBlocks() - live;
       EXPECT_EQ(left, 0);
       checkNothingLeft();
       if (done || HasFailure()) break;
@@ -133,8 +133,8 @@ protected:
 
   // A package that ends while there is no memory at all cannot name its temporary file to have it
   // deleted.
-  static void dropWhatCouldNotBeNamed(Shortage shortage) {
-    if (shortage == Shortage::Once || temporaryFiles() == 0) return;
+  static void dropWhatCouldNotBeNamed(allocations::Shortage shortage) {
+    if (shortage == allocations::Shortage::Once || temporaryFiles() == 0) return;
     EXPECT_EQ(temporaryFiles(), 1);
     for (const auto& file : fs::directory_iterator(temporaryFolder()))
       fs::remove(file.path());
@@ -152,7 +152,7 @@ protected:
   void SetUp() override {
     putOld();
     Client client(*pkg::BasePkgFileSystem<>::getInstance(), path(""));
-    ASSERT_EQ(go(client, 0, Shortage::Once), Came::Nothing);
+    ASSERT_EQ(go(client, 0, allocations::Shortage::Once), Came::Nothing);
     client.drop();
     fDescriptors = openDescriptors();
   }
@@ -165,11 +165,11 @@ protected:
 };
 
 TEST_P(Allocations, ThatFailOnceComeOutAsBadAllocAndLeaveNothingBehind) {
-  sweep(Shortage::Once, "one allocation fails");
+  sweep(allocations::Shortage::Once, "one allocation fails");
 }
 
 TEST_P(Allocations, ThatFailFromThereOnLeaveNothingBehindEither) {
-  sweep(Shortage::FromThereOn, "no memory from there on");
+  sweep(allocations::Shortage::FromThereOn, "no memory from there on");
 }
 
 INSTANTIATE_TEST_SUITE_P(Ways, Allocations, testing::ValuesIn(ways()),

@@ -11,11 +11,11 @@
 
 #include "AlertRecorder.h"
 #include "Documents.h"
-#include "FailingNew.h"
 #include "Plugin.h"
 #include "QFL/Module.h"
 #include "QFL/Strings.h"
 #include "qvacore/Localizer.h"
+#include "support/Allocations.h"
 #include "support/Run.h"
 #include "support/TempDir.h"
 
@@ -68,7 +68,7 @@ protected:
   ~PluginEntry() override {
     qvacore::config::Localizer::Get().SetLookup({});
     QFL::SetStdStringMaker({});
-    failAllocation(0);
+    allocations::fail(0);
   }
   Plugin plugin;
 };
@@ -305,7 +305,7 @@ protected:
   PluginAlerts() : plugin(copyOfBundle(scratch, "Alerts.bundle")) {}
   ~PluginAlerts() override {
     qvacore::config::Localizer::Get().SetLookup({});
-    failAllocation(0);
+    allocations::fail(0);
   }
 
   template <class Exception>
@@ -317,9 +317,9 @@ protected:
   // Selector 39 or 37 with the first allocation in it failing.
   std::int32_t createWithoutMemory() {
     imFileInfoRec8 info{};
-    failAllocation(1);
+    allocations::fail(1);
     const auto result = plugin(37, nullptr, &info);
-    failAllocation(0);
+    allocations::fail(0);
     EXPECT_TRUE(info.privateData == nullptr);
     return result;
   }

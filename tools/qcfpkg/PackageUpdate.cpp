@@ -115,8 +115,8 @@ public:
     if (fChange.inPlace) return saveInPlace();
     if (needsRebuild()) rebuild();
     fChange.type ? saveWithType() : save(fSource, nullptr);
-    settleDirectorySize();
     restoreHeaders(fOld, fSource);
+    restoreDirectorySize(fSource);
     verify(fSource);
     fFile.commit();
   }
@@ -128,7 +128,6 @@ private:
   void save(const std::string& source, const pkg::IPkgPolicies* policies);
   void saveWithType();
   void saveInPlace();
-  void settleDirectorySize();
   void verify(const std::string& path);
   void removeOld(const Package& package);
   void setZipProperties(const Package& package);
@@ -277,24 +276,10 @@ void Update::saveInPlace() {
     writeInput(*package, input, fChange.stored, fExpected);
   }
   package->doUNSAFEUpdateInPlace();
-  // An entry of 4 GiB gets its Zip64 block too late to be counted; the second time it counts.
-  const Layout written(fSource);
-  if (written.end().directorySize != written.directoryLength()) package->doUNSAFEUpdateInPlace();
   package->close();
+  restoreDirectorySize(fSource);
   fFile.syncInPlace();
   verify(fSource);
-}
-
-// Blocks that a record got while it was written are counted when it is copied.
-void Update::settleDirectorySize() {
-  const Layout written(fSource);
-  if (written.defect() || written.end().directorySize == written.directoryLength()) return;
-  const std::string scratch = fFile.newScratch();
-  pkg::QCFPackageFactory factory;
-  const Package package = factory.openPackage(fSource, std::ios::in, &fFiles, nullptr, nullptr);
-  package->saveAs(scratch, kNew);
-  package->close();
-  fSource = scratch;
 }
 
 void Update::verify(const std::string& path) {
@@ -351,6 +336,7 @@ void createPackage(const Tool& tool, const std::string& path, const std::string&
     package->close();
   });
   expected["mimetype"] = expectedText(type);
+  restoreDirectorySize(scratch);
   verifyPackage(scratch, path, expected, "");
   file.commit();
 }

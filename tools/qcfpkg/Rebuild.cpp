@@ -166,3 +166,15 @@ void restoreHeaders(const ziplayout::Layout& old, const std::string& path) {
     restoreEntry(was, entry, patch);
   }
 }
+
+void restoreDirectorySize(const std::string& path) {
+  constexpr std::size_t kSize = 12, kZip64Size = 40;
+  constexpr std::uint64_t kOnes = 0xFFFFFFFF;
+  const ziplayout::Layout written(path);
+  const ziplayout::End& end = written.end();
+  const std::uint64_t length = written.directoryLength();
+  if (written.defect() || end.directorySize == length) return;
+  Patch patch(path);
+  if (end.hasZip64) patch.put(end.zip64Offset + kZip64Size, length, 8);
+  patch.put(end.offset + kSize, end.hasZip64 ? std::min(length, kOnes) : length, 4);
+}

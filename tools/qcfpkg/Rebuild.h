@@ -14,3 +14,7 @@ void rebuildPackage(const ziplayout::Layout& old, const std::string& path, Spool
 // attributes are for, the version needed, the attributes, that a
 // name is not UTF-8, and the size of encrypted data.
 void restoreHeaders(const ziplayout::Layout& old, const std::string& path);
+
+// Puts the recorded size of the directory right: the library settles it before a record gets its
+// blocks of Zip64, type and creator.
+void restoreDirectorySize(const std::string& path);

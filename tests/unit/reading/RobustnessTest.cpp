@@ -5,7 +5,7 @@
 
 #include <gtest/gtest.h>
 
-#include "unit/reading/Allocations.h"
+#include "support/Allocations.h"
 #include "unit/reading/Reading.h"
 
 using namespace reading;
@@ -85,11 +85,11 @@ void explore(const std::string& bytes, int policyValue) {
   const Policy policy(policyValue);
   support::MemoryFileSystem files;
   files.put("x", bytes);
-  const std::size_t before = bytesHeld();
-  resetPeak();
+  const std::size_t before = allocations::bytesHeld();
+  allocations::resetPeak();
   raisedBy(
       [&] { explore(*pkg::QCFPackageFactory().openPackage("x", kIn, &files, &policy, nullptr)); });
-  EXPECT_LT(bytesAtPeak() - before, kPerByte * bytes.size() + kConstant);
+  EXPECT_LT(allocations::bytesAtPeak() - before, kPerByte * bytes.size() + kConstant);
   EXPECT_EQ(0, files.temporaryFiles());
 }
 
@@ -232,11 +232,11 @@ TEST(Robustness, EntriesHoldNoMoreThanTheFileAccountsForWhateverTheirHeadersClai
 
   support::MemoryFileSystem files;
   files.put("x", bytes);
-  const std::size_t before = bytesHeld();
-  resetPeak();
+  const std::size_t before = allocations::bytesHeld();
+  allocations::resetPeak();
   const Package package = pkg::QCFPackageFactory().openPackage("x", kIn, &files, nullptr, nullptr);
   EXPECT_EQ(2000u, walk(*package).size());
-  EXPECT_LT(bytesAtPeak() - before, kPerByte * bytes.size() + kConstant);
+  EXPECT_LT(allocations::bytesAtPeak() - before, kPerByte * bytes.size() + kConstant);
 }
 
 TEST(Robustness, ARecordThatClaimsAnEnormousSizeAllocatesNothingForIt) {

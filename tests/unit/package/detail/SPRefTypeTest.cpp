@@ -1,32 +1,12 @@
-#include <cstdlib>
 #include <new>
 #include <type_traits>
-#include <utility>
 
 #include <gtest/gtest.h>
 
 #include "package/Package.h"
 #include "package/detail/SPRefType.h"
 
-namespace {
-
-// A switch that makes the next allocation of this thread fail.
-thread_local bool gNextAllocationFails = false;
-
-}  // namespace
-
-void* operator new(std::size_t size) {
-  if (std::exchange(gNextAllocationFails, false)) throw std::bad_alloc();
-  void* const block = std::malloc(size == 0 ? 1 : size);
-  if (block == nullptr) throw std::bad_alloc();
-  return block;
-}
-void operator delete(void* block) noexcept {
-  std::free(block);
-}
-void operator delete(void* block, std::size_t) noexcept {
-  std::free(block);
-}
+#include "support/Allocations.h"
 
 namespace {
 
@@ -118,7 +98,7 @@ TEST(SPRefType, HandlesAreEqualWhereTheEntryIsTheSame) {
 
 TEST(SPRefType, WhereTheControlBlockCannotBeHadTheReferenceIsGivenBack) {
   CountedEntry entry;
-  gNextAllocationFails = true;
+  allocations::fail(1);
   EXPECT_THROW(Handle{&entry}, std::bad_alloc);
   EXPECT_EQ(entry.releases, 1);
 }

@@ -1,21 +1,27 @@
-#include "failures/FailingNew.h"
+#include "support/Allocations.h"
 
+#include <atomic>
 #include <cstdlib>
 #include <new>
 
+#include <malloc.h>
+
 namespace {
 
-bool counting = false;
-bool forGood = false;
-long failAt = 0;
-long count = 0;
-long live = 0;
+thread_local bool counting = false;
+thread_local bool forGood = false;
+thread_local long failAt = 0;
+thread_local long count = 0;
+
+std::atomic<long> live{0};
+std::atomic<std::size_t> held{0};
+std::atomic<std::size_t> peak{0};
 
 }  // namespace
 
-namespace failures {
+namespace allocations {
 
-void failAllocation(long n, Shortage shortage) noexcept {
+void fail(long n, Shortage shortage) noexcept {
   failAt = n;
   forGood = shortage == Shortage::FromThereOn;
   count = 0;
@@ -28,8 +34,17 @@ long endShortage() noexcept {
 long liveBlocks() noexcept {
   return live;
 }
+std::size_t bytesHeld() noexcept {
+  return held;
+}
+std::size_t bytesAtPeak() noexcept {
+  return peak;
+}
+void resetPeak() noexcept {
+  peak = held.load();
+}
 
-}  // namespace failures
+}  // namespace allocations
 
 void* operator new(std::size_t size) {
   if (counting) {
@@ -39,6 +54,8 @@ void* operator new(std::size_t size) {
   void* const block = std::malloc(size == 0 ? 1 : size);
   if (block == nullptr) throw std::bad_alloc();
   ++live;
+  held += ::malloc_usable_size(block);
+  if (held > peak) peak = held.load();
   return block;
 }
 void* operator new[](std::size_t size) {
@@ -47,6 +64,7 @@ void* operator new[](std::size_t size) {
 void operator delete(void* block) noexcept {
   if (block == nullptr) return;
   --live;
+  held -= ::malloc_usable_size(block);
   std::free(block);
 }
 void operator delete[](void* block) noexcept {
