@@ -3,6 +3,7 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <vector>
 
 #include "HostSuites.h"
@@ -46,8 +47,9 @@ public:
   std::int32_t ServeAudio(std::int64_t position, std::uint32_t size, float* const* buffers,
                           void* context);
 
-  // Fills the block from `position` on. Returns 0, NothingRead, or the callback's failure; after a
-  // failure the block counts as standing at `position`.
+  // Fills the block from `position` on, floatBlock or the cached buffer with it. Returns 0,
+  // NothingRead, or the callback's failure; after a failure the block counts as standing at
+  // `position`.
   std::int32_t TransferToAudioBuffer(long long position, void* context);
 
   std::int64_t totalFrames = -1;
@@ -66,7 +68,9 @@ public:
   AudioReadCallback readCallback = nullptr;
   std::uint32_t maxChannels = 6;
   std::vector<char> rawBlock;
-  std::vector<float> floatBlock;  // normalised, interleaved
+  // Normalised, interleaved. ServeAudio converts from rawBlock straight to the buffers where it can
+  // and leaves this as it is.
+  std::vector<float> floatBlock;
 
   // Normalised blocks of sources with more channels than are delivered are kept in buffers of the
   // host once cacheEnabled is set and all three tables are there. The tables are the host's.
@@ -78,7 +82,15 @@ public:
   bool cacheEnabled = false;
 
 private:
+  // Samples of the block that are still only in rawBlock: the first `samples` there, of format
+  // `number`, and silence behind them.
+  struct Unconverted {
+    std::uint32_t number = 0;
+    std::size_t samples = 0;
+  };
+
   bool BlockHolds(std::int64_t position) const;
+  std::int32_t ReadBlock(std::int64_t position, void* context);
   bool CacheUsable() const;
   Key MakeCacheKey(std::int64_t position) const;
   bool FindCachedBlock(std::int64_t position);
@@ -86,7 +98,11 @@ private:
   void CreateCachedBuffer();
   float* CachedMemory(std::int32_t access) const;
   float* FloatBlockMemory();
-  void ConvertBlock();
+  Unconverted DeliveredSamples();
+  void ConvertToFloatBlock();
+  void ConvertCachedBlock();
   void CopyFrames(std::int64_t position, std::uint32_t done, std::uint32_t count,
                   float* const* buffers);
+
+  std::optional<Unconverted> unconverted;  // none: floatBlock or cachedBuffer is up to date
 };

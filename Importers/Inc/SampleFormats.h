@@ -52,6 +52,20 @@ struct SampleFormat {
 // The conversion of a format number, any number.
 SampleFormat findSampleFormat(std::uint32_t number) noexcept;
 
+// Swaps the bytes of `count` 32-bit words in place.
+void swapFloats(char* raw, std::size_t count) noexcept;
+
+// The widest frame that convertFrames() takes, in samples.
+constexpr std::size_t kMostChannelsInOnePass = 1024;
+
+// Converts the first `outputs` channels of `frames` frames of `channels` interleaved stored samples
+// each, in one pass: channel c goes to buffers[c], from index `offset` on. `number` has a
+// conversion; big-endian floats are not swapped in `raw`. `channels` is 1 to
+// kMostChannelsInOnePass, `outputs` at most `channels`. Where two buffers are the same memory, the
+// later channel stays.
+void convertFrames(std::uint32_t number, const char* raw, std::size_t channels, std::size_t outputs,
+                   float* const* buffers, std::size_t offset, std::size_t frames) noexcept;
+
 // Copies `frames` samples to `destination` from `source`, taking every `stride`-th.
 void copyChannel(const float* source, std::size_t stride, float* destination,
                  std::size_t frames) noexcept;

@@ -87,7 +87,7 @@ std::int32_t AudioHandler::ServeAudio(std::int64_t position, std::uint32_t size,
   std::uint32_t done = 0;
   while (remaining != 0) {
     if (!BlockHolds(position)) {
-      const std::int32_t result = TransferToAudioBuffer(position, context);
+      const std::int32_t result = ReadBlock(position, context);
       if (result != Served) return result;
       continue;
     }
@@ -100,7 +100,7 @@ std::int32_t AudioHandler::ServeAudio(std::int64_t position, std::uint32_t size,
     position += count;
     remaining -= count;
     if (remaining != 0) {
-      const std::int32_t result = TransferToAudioBuffer(position, context);
+      const std::int32_t result = ReadBlock(position, context);
       if (result != Served) return result;
     }
   }
@@ -114,21 +114,26 @@ std::int32_t AudioHandler::ServeAudio(std::int64_t position, std::uint32_t size,
 }
 
 std::int32_t AudioHandler::TransferToAudioBuffer(long long position, void* context) {
+  const std::int32_t result = ReadBlock(position, context);
+  if (unconverted) ConvertToFloatBlock();
+  return result;
+}
+
+// Leaves the conversion to those who need the samples, unless the host's cache does.
+std::int32_t AudioHandler::ReadBlock(std::int64_t position, void* context) {
   bufferStartFrame = position;
+  unconverted.reset();
   if (CacheUsable() && FindCachedBlock(position)) return Served;
   ReleaseCachedBuffer();
-  floatBlock.clear();
   if (CacheUsable()) CreateCachedBuffer();
-  if (cachedBuffer == nullptr) floatBlock.resize(static_cast<std::size_t>(blockSamples), 0.0f);
+  unconverted = Unconverted{};  // a read that fails leaves silence
   const std::uint32_t frames = static_cast<std::uint32_t>(blockSamples) / sourceChannels;
   const std::int32_t result =
       readCallback(context, *this, position, frames, rawBlock.data(), bufferFrames);
   if (result != Served) return result;
   if (bufferFrames == 0) return NothingRead;
-  ConvertBlock();
-  if (CacheUsable() && cachedBuffer != nullptr) {
-    bufferCacheSuite->storeByName(MakeCacheKey(bufferStartFrame).data(), cachedBuffer);
-  }
+  unconverted = DeliveredSamples();
+  if (CacheUsable()) ConvertCachedBlock();
   return Served;
 }
 
@@ -189,24 +194,57 @@ float* AudioHandler::FloatBlockMemory() {
   return floatBlock.data();
 }
 
-void AudioHandler::ConvertBlock() {
-  float* const cached = CachedMemory(kWriteAccess);
-  float* const samples = cached != nullptr ? cached : FloatBlockMemory();
+AudioHandler::Unconverted AudioHandler::DeliveredSamples() {
   const SampleFormat format = findSampleFormat(sampleFormat);
-  if (format.converter == nullptr) return;
+  if (format.converter == nullptr) return {};
   // A number kept from an earlier source may name wider samples than the block holds.
   const std::size_t delivered =
       std::size_t{static_cast<std::uint32_t>(bufferFrames)} * sourceChannels;
   const std::size_t room = static_cast<std::uint32_t>(blockSamples);
   const std::size_t count = std::min({delivered, room, rawBlock.size() / format.storedBytes});
-  format.converter(rawBlock.data(), samples, count);
+  if (sampleFormat != SampleFormatFloat32Big) return {sampleFormat, count};
+  swapFloats(rawBlock.data(), count);
+  return {SampleFormatFloat32Little, count};
+}
+
+void AudioHandler::ConvertToFloatBlock() {
+  const auto [number, samples] = *unconverted;
+  floatBlock.resize(std::max(static_cast<std::size_t>(blockSamples), samples));
+  if (samples != 0) findSampleFormat(number).converter(rawBlock.data(), floatBlock.data(), samples);
+  std::fill(floatBlock.begin() + static_cast<std::ptrdiff_t>(samples), floatBlock.end(), 0.0f);
+  unconverted.reset();
+}
+
+void AudioHandler::ConvertCachedBlock() {
+  float* const cached = CachedMemory(kWriteAccess);
+  if (cached == nullptr) {
+    ConvertToFloatBlock();
+  } else {
+    const auto [number, samples] = *unconverted;
+    if (samples != 0) findSampleFormat(number).converter(rawBlock.data(), cached, samples);
+    unconverted.reset();
+  }
+  if (cachedBuffer != nullptr) {
+    bufferCacheSuite->storeByName(MakeCacheKey(bufferStartFrame).data(), cachedBuffer);
+  }
 }
 
 void AudioHandler::CopyFrames(std::int64_t position, std::uint32_t done, std::uint32_t count,
                               float* const* buffers) {
   const float* source = CachedMemory(kReadAccess);
+  const auto first = static_cast<std::size_t>(position - bufferStartFrame) * sourceChannels;
+  if (source == nullptr && unconverted) {
+    const auto [number, samples] = *unconverted;
+    const std::size_t end = first + std::size_t{count} * sourceChannels;
+    if (!useChannelMap && end <= samples && sourceChannels <= kMostChannelsInOnePass) {
+      const char* const raw = rawBlock.data() + first * findSampleFormat(number).storedBytes;
+      convertFrames(number, raw, sourceChannels, outputChannels, buffers, done, count);
+      return;
+    }
+    ConvertToFloatBlock();
+  }
   if (source == nullptr) source = FloatBlockMemory();
-  source += static_cast<std::size_t>(position - bufferStartFrame) * sourceChannels;
+  source += first;
   if (!useChannelMap) {
     deinterleave(source, sourceChannels, outputChannels, buffers, done, count);
     return;

@@ -2,165 +2,37 @@
 
 #include <algorithm>
 #include <array>
-#include <cstring>
+#include <functional>
+
+#include "SampleKernels.h"
 
 namespace {
 
-constexpr float kScale8 = 0x1p-7f;
-constexpr float kScale16 = 0x1p-15f;
-constexpr float kScale32 = 0x1p-31f;
-
-template <class Value>
-Value load(const char* bytes) {
-  Value value;
-  std::memcpy(&value, bytes, sizeof(value));
-  return value;
+// The conversion of a number by the kernels of this processor.
+template <std::uint32_t Number>
+void convert(char* raw, float* samples, std::size_t count) {
+  sampleKernels().convert[Number](raw, samples, count);
 }
 
-std::uint32_t byteAt(const char* bytes, int index) {
-  return static_cast<unsigned char>(bytes[index]);
-}
-
-std::uint16_t swapped(std::uint16_t value) {
-  return static_cast<std::uint16_t>((value << 8) | (value >> 8));
-}
-
-std::uint32_t swapped(std::uint32_t value) {
-  return (value << 24) | ((value & 0xFF00u) << 8) | ((value >> 8) & 0xFF00u) | (value >> 24);
-}
-
-// One sample of each integer format as a float.
-struct Int8 {
-  static constexpr std::size_t bytes = 1;
-  static float decode(const char* raw) {
-    return static_cast<float>(load<std::int8_t>(raw)) * kScale8;
-  }
-};
-
-struct UInt8 {
-  static constexpr std::size_t bytes = 1;
-  static float decode(const char* raw) {
-    return (static_cast<float>(load<std::uint8_t>(raw)) - 128.0f) * kScale8;
-  }
-};
-
-struct Int16Little {
-  static constexpr std::size_t bytes = 2;
-  static float decode(const char* raw) {
-    return static_cast<float>(load<std::int16_t>(raw)) * kScale16;
-  }
-};
-
-struct Int16Big {
-  static constexpr std::size_t bytes = 2;
-  static float decode(const char* raw) {
-    const auto value = static_cast<std::int16_t>(swapped(load<std::uint16_t>(raw)));
-    return static_cast<float>(value) * kScale16;
-  }
-};
-
-struct Int24Little {
-  static constexpr std::size_t bytes = 3;
-  static float decode(const char* raw) {
-    const std::uint32_t word =
-        (byteAt(raw, 0) << 8) | (byteAt(raw, 1) << 16) | (byteAt(raw, 2) << 24);
-    return static_cast<float>(static_cast<std::int32_t>(word)) * kScale32;
-  }
-};
-
-struct Int24Big {
-  static constexpr std::size_t bytes = 3;
-  static float decode(const char* raw) {
-    const std::uint32_t word =
-        (byteAt(raw, 2) << 8) | (byteAt(raw, 1) << 16) | (byteAt(raw, 0) << 24);
-    return static_cast<float>(static_cast<std::int32_t>(word)) * kScale32;
-  }
-};
-
-struct Int32Little {
-  static constexpr std::size_t bytes = 4;
-  static float decode(const char* raw) {
-    return static_cast<float>(load<std::int32_t>(raw)) * kScale32;
-  }
-};
-
-struct Int32Big {
-  static constexpr std::size_t bytes = 4;
-  static float decode(const char* raw) {
-    return static_cast<float>(static_cast<std::int32_t>(swapped(load<std::uint32_t>(raw)))) *
-           kScale32;
-  }
-};
-
-struct Float64Little {
-  static constexpr std::size_t bytes = 8;
-  static float decode(const char* raw) { return static_cast<float>(load<double>(raw)); }
-};
-
-// Loops of a known length are what compilers vectorise at every level of optimisation.
-constexpr std::size_t kRun = 64;
-
-template <class Format>
-void convert(char* __restrict raw, float* __restrict samples, std::size_t count) {
-  std::size_t done = 0;
-  for (; done + kRun <= count; done += kRun) {
-    const char* const run = raw + done * Format::bytes;
-    for (std::size_t i = 0; i < kRun; ++i) {
-      samples[done + i] = Format::decode(run + i * Format::bytes);
-    }
-  }
-  for (; done < count; ++done)
-    samples[done] = Format::decode(raw + done * Format::bytes);
-}
-
-// Four samples are three words, which saves the loads of single bytes.
-void convertInt24Little(char* __restrict raw, float* __restrict samples, std::size_t count) {
-  std::size_t done = 0;
-  for (; done + kRun <= count; done += kRun) {
-    std::array<std::uint32_t, kRun> words;
-    for (std::size_t i = 0; i < kRun; i += 4) {
-      const char* const group = raw + (done + i) * Int24Little::bytes;
-      const auto first = load<std::uint32_t>(group);
-      const auto second = load<std::uint32_t>(group + 4);
-      const auto third = load<std::uint32_t>(group + 8);
-      words[i] = first << 8;
-      words[i + 1] = ((first >> 16) & 0xFF00u) | (second << 16);
-      words[i + 2] = ((second >> 8) & 0xFFFF00u) | (third << 24);
-      words[i + 3] = third & 0xFFFFFF00u;
-    }
-    for (std::size_t i = 0; i < kRun; ++i) {
-      samples[done + i] = static_cast<float>(static_cast<std::int32_t>(words[i])) * kScale32;
-    }
-  }
-  for (; done < count; ++done)
-    samples[done] = Int24Little::decode(raw + done * Int24Little::bytes);
-}
-
-void copyFloats(char* raw, float* samples, std::size_t count) {
-  std::memcpy(samples, raw, count * sizeof(float));
-}
-
-void swapFloats(char* raw, float* samples, std::size_t count) {
-  for (std::size_t i = 0; i < count; ++i) {
-    const std::uint32_t word = swapped(load<std::uint32_t>(raw + i * sizeof(word)));
-    std::memcpy(raw + i * sizeof(word), &word, sizeof(word));
-  }
-  copyFloats(raw, samples, count);
+void convertSwapping(char* raw, float* samples, std::size_t count) {
+  swapFloats(raw, count);
+  convert<SampleFormatFloat32Little>(raw, samples, count);
 }
 
 // Indexed by format number.
-constexpr std::array<SampleFormat, 12> kFormats{{{0, nullptr},
-                                                 {1, convert<Int8>},
-                                                 {1, convert<UInt8>},
-                                                 {2, convert<Int16Little>},
-                                                 {3, convertInt24Little},
-                                                 {4, convert<Int32Little>},
-                                                 {4, copyFloats},
-                                                 {8, convert<Float64Little>},
-                                                 {2, convert<Int16Big>},
-                                                 {3, convert<Int24Big>},
-                                                 {4, convert<Int32Big>},
-                                                 {4, swapFloats}}};
+constexpr std::array<SampleFormat, SampleKernels::kNumbers + 1> kFormats{
+    {{0, nullptr},
+     {1, convert<SampleFormatInt8>},
+     {1, convert<SampleFormatUInt8>},
+     {2, convert<SampleFormatInt16Little>},
+     {3, convert<SampleFormatInt24Little>},
+     {4, convert<SampleFormatInt32Little>},
+     {4, convert<SampleFormatFloat32Little>},
+     {8, convert<SampleFormatFloat64Little>},
+     {2, convert<SampleFormatInt16Big>},
+     {3, convert<SampleFormatInt24Big>},
+     {4, convert<SampleFormatInt32Big>},
+     {4, convertSwapping}}};
 
 struct ChoiceRow {
   SampleKind kind;
@@ -182,6 +54,9 @@ constexpr ChoiceRow kChoices[] = {
     {SampleKind::IntBig, 4, {SampleFormatInt32Big, SampleFormatInt32Big}},
     {SampleKind::FloatBig, 4, {SampleFormatFloat32Big, SampleFormatFloat32Big}},
 };
+
+// Loops of a known length are what compilers vectorise at every level of optimisation.
+constexpr std::size_t kRun = 64;
 
 // The stride as a constant, for the layouts that are common enough to be worth their code.
 template <std::size_t Stride>
@@ -211,6 +86,26 @@ void deinterleaveRuns(const float* source, float* const* buffers, std::size_t of
   }
 }
 
+// Frames up to the next address that the widest stores like. Stores across the lines of the cache
+// cost up to a third of the time.
+std::size_t framesToAlignment(const float* destination) {
+  constexpr std::uintptr_t kAlignment = 32;
+  const auto beyond = reinterpret_cast<std::uintptr_t>(destination) % kAlignment;
+  return beyond == 0 ? 0 : (kAlignment - beyond) / sizeof(float);
+}
+
+bool overlap(const float* a, const float* b, std::size_t frames) {
+  const std::less<> before;
+  return before(a, b + frames) && before(b, a + frames);
+}
+
+void convertStereo(StereoKernel kernel, const char* raw, std::size_t frameBytes, float* left,
+                   float* right, std::size_t frames) {
+  const std::size_t head = std::min(framesToAlignment(left), frames);
+  kernel(raw, left, right, head);
+  kernel(raw + head * frameBytes, left + head, right + head, frames - head);
+}
+
 }  // namespace
 
 SampleFormatChoice chooseSampleFormat(SampleKind kind, std::uint32_t bytesPerSample) noexcept {
@@ -224,6 +119,36 @@ SampleFormatChoice chooseSampleFormat(SampleKind kind, std::uint32_t bytesPerSam
 
 SampleFormat findSampleFormat(std::uint32_t number) noexcept {
   return number < kFormats.size() ? kFormats[number] : kFormats[0];
+}
+
+void swapFloats(char* raw, std::size_t count) noexcept {
+  for (std::size_t i = 0; i < count; ++i)
+    std::reverse(raw + 4 * i, raw + 4 * i + 4);
+}
+
+void convertFrames(std::uint32_t number, const char* raw, std::size_t channels, std::size_t outputs,
+                   float* const* buffers, std::size_t offset, std::size_t frames) noexcept {
+  const SampleKernels& kernels = sampleKernels();
+  const ConvertKernel convertKernel = kernels.convert[number];
+  const std::size_t frameBytes = channels * kFormats[number].storedBytes;
+  if (channels == 1 && outputs == 1) {
+    convertKernel(raw, buffers[0] + offset, frames);
+    return;
+  }
+  if (channels == 2 && outputs == 2 && kernels.stereo[number] != nullptr &&
+      !overlap(buffers[0], buffers[1], offset + frames)) {
+    convertStereo(kernels.stereo[number], raw, frameBytes, buffers[0] + offset, buffers[1] + offset,
+                  frames);
+    return;
+  }
+  // Few enough to stay in the nearest cache between conversion and their buffers.
+  std::array<float, kMostChannelsInOnePass> scratch;
+  const std::size_t step = scratch.size() / channels;
+  for (std::size_t done = 0; done < frames; done += step) {
+    const std::size_t count = std::min(step, frames - done);
+    convertKernel(raw + done * frameBytes, scratch.data(), count * channels);
+    deinterleave(scratch.data(), channels, outputs, buffers, offset + done, count);
+  }
 }
 
 void copyChannel(const float* source, std::size_t stride, float* destination,

@@ -1,0 +1,5 @@
+#include "SampleKernels.h"
+
+const SampleKernels* architectureKernels(InstructionSet /*instructions*/) noexcept {
+  return nullptr;
+}

@@ -1,0 +1,178 @@
+#include <immintrin.h>
+
+#include "SampleKernels.h"
+#include "SampleLoops.h"
+
+// Only functions with one of these attributes may hold such instructions: the rest of the program
+// runs on every processor.
+#define QSND_SSSE3 __attribute__((target("ssse3")))
+#define QSND_AVX2 __attribute__((target("avx2")))
+
+namespace {
+
+using namespace sampleloops;
+
+// 24-bit samples are gathered into the upper three bytes of words by one shuffle. `Order` names the
+// bytes of a sample from the lowest to the highest; sample `s` of a shuffle starts at byte
+// `offset + 3 * s`.
+struct LittleBytes {
+  static constexpr bool big = false;
+  using Format = Int24Little;
+};
+struct BigBytes {
+  static constexpr bool big = true;
+  using Format = Int24Big;
+};
+
+struct Mask {
+  alignas(16) char bytes[16];
+};
+
+// Words from the samples that stand at these indexes, counted from byte `offset`.
+template <class Order>
+constexpr Mask gather(int offset, int first, int second, int third, int fourth) {
+  Mask mask{};
+  const int samples[] = {first, second, third, fourth};
+  for (int word = 0; word < 4; ++word) {
+    const int start = offset + 3 * samples[word];
+    mask.bytes[4 * word] = static_cast<char>(0x80);  // a zero
+    for (int i = 0; i < 3; ++i)
+      mask.bytes[4 * word + 1 + i] = static_cast<char>(Order::big ? start + 2 - i : start + i);
+  }
+  return mask;
+}
+
+// Four samples in their order.
+template <class Order>
+constexpr Mask kInOrder = gather<Order>(0, 0, 1, 2, 3);
+// Two frames: both left samples, then both right ones. The second pair of frames stands in the last
+// 12 bytes of a load.
+template <class Order>
+constexpr Mask kFirstFrames = gather<Order>(0, 0, 2, 1, 3);
+template <class Order>
+constexpr Mask kLastFrames = gather<Order>(4, 0, 2, 1, 3);
+
+QSND_SSSE3 inline __m128i load128(const char* bytes) {
+  return _mm_loadu_si128(reinterpret_cast<const __m128i*>(bytes));
+}
+
+QSND_SSSE3 inline __m128i load128(const Mask& mask) {
+  return _mm_load_si128(reinterpret_cast<const __m128i*>(mask.bytes));
+}
+
+QSND_SSSE3 inline void storeScaled(float* samples, __m128i words) {
+  _mm_storeu_ps(samples, _mm_mul_ps(_mm_cvtepi32_ps(words), _mm_set1_ps(kScale32)));
+}
+
+template <class Order>
+QSND_SSSE3 void convert24SSSE3(const char* raw, float* samples, std::size_t count) {
+  const __m128i inOrder = load128(kInOrder<Order>);
+  std::size_t done = 0;
+  // A load takes 16 bytes for the 12 of its samples.
+  for (; done + 6 <= count; done += 4)
+    storeScaled(samples + done, _mm_shuffle_epi8(load128(raw + done * 3), inOrder));
+  convert<typename Order::Format>(raw + done * 3, samples + done, count - done);
+}
+
+template <class Order>
+QSND_SSSE3 void stereo24SSSE3(const char* raw, float* left, float* right, std::size_t frames) {
+  const __m128i firstFrames = load128(kFirstFrames<Order>);
+  const __m128i lastFrames = load128(kLastFrames<Order>);
+  std::size_t done = 0;
+  for (; done + 4 <= frames; done += 4) {
+    const char* const run = raw + done * 6;
+    const __m128i first = _mm_shuffle_epi8(load128(run), firstFrames);
+    const __m128i last = _mm_shuffle_epi8(load128(run + 8), lastFrames);
+    storeScaled(left + done, _mm_unpacklo_epi64(first, last));
+    storeScaled(right + done, _mm_unpackhi_epi64(first, last));
+  }
+  stereo<typename Order::Format>(raw + done * 6, left + done, right + done, frames - done);
+}
+
+QSND_AVX2 inline __m256i load256(const char* low, const char* high) {
+  const __m128i bytes = _mm_loadu_si128(reinterpret_cast<const __m128i*>(low));
+  return _mm256_inserti128_si256(_mm256_castsi128_si256(bytes),
+                                 _mm_loadu_si128(reinterpret_cast<const __m128i*>(high)), 1);
+}
+
+QSND_AVX2 inline __m256i twice(const Mask& mask) {
+  return _mm256_broadcastsi128_si256(_mm_load_si128(reinterpret_cast<const __m128i*>(mask.bytes)));
+}
+
+QSND_AVX2 inline void storeScaled(float* samples, __m256i words) {
+  _mm256_storeu_ps(samples, _mm256_mul_ps(_mm256_cvtepi32_ps(words), _mm256_set1_ps(kScale32)));
+}
+
+template <class Order>
+QSND_AVX2 void convert24AVX2(const char* raw, float* samples, std::size_t count) {
+  const __m256i inOrder = twice(kInOrder<Order>);
+  std::size_t done = 0;
+  for (; done + 10 <= count; done += 8) {
+    const char* const run = raw + done * 3;
+    storeScaled(samples + done, _mm256_shuffle_epi8(load256(run, run + 12), inOrder));
+  }
+  convert<typename Order::Format>(raw + done * 3, samples + done, count - done);
+}
+
+template <class Order>
+QSND_AVX2 void stereo24AVX2(const char* raw, float* left, float* right, std::size_t frames) {
+  const __m256i firstFrames = twice(kFirstFrames<Order>);
+  const __m256i lastFrames = twice(kLastFrames<Order>);
+  std::size_t done = 0;
+  for (; done + 8 <= frames; done += 8) {
+    const char* const run = raw + done * 6;
+    const __m256i first = _mm256_shuffle_epi8(load256(run, run + 24), firstFrames);
+    const __m256i last = _mm256_shuffle_epi8(load256(run + 8, run + 32), lastFrames);
+    storeScaled(left + done, _mm256_unpacklo_epi64(first, last));
+    storeScaled(right + done, _mm256_unpackhi_epi64(first, last));
+  }
+  stereo<typename Order::Format>(raw + done * 6, left + done, right + done, frames - done);
+}
+
+// The common loops once more, with wider instructions for the compiler.
+template <class Format>
+QSND_SSSE3 void convertSSSE3(const char* raw, float* samples, std::size_t count) {
+  convert<Format>(raw, samples, count);
+}
+template <class Format>
+QSND_SSSE3 void stereoSSSE3(const char* raw, float* left, float* right, std::size_t frames) {
+  stereo<Format>(raw, left, right, frames);
+}
+template <class Format>
+QSND_AVX2 void convertAVX2(const char* raw, float* samples, std::size_t count) {
+  convert<Format>(raw, samples, count);
+}
+template <class Format>
+QSND_AVX2 void stereoAVX2(const char* raw, float* left, float* right, std::size_t frames) {
+  stereo<Format>(raw, left, right, frames);
+}
+
+constexpr SampleKernels kSSSE3Kernels = {
+    {nullptr, convertSSSE3<Int8>, convertSSSE3<UInt8>, convertSSSE3<Int16Little>,
+     convert24SSSE3<LittleBytes>, convertSSSE3<Int32Little>, convertSSSE3<Float32Little>,
+     convertSSSE3<Float64Little>, convertSSSE3<Int16Big>, convert24SSSE3<BigBytes>,
+     convertSSSE3<Int32Big>, convertSSSE3<Float32Big>},
+    {nullptr, stereoSSSE3<Int8>, stereoSSSE3<UInt8>, stereoSSSE3<Int16Little>,
+     stereo24SSSE3<LittleBytes>, stereoSSSE3<Int32Little>, stereoSSSE3<Float32Little>,
+     stereoSSSE3<Float64Little>, stereoSSSE3<Int16Big>, stereo24SSSE3<BigBytes>,
+     stereoSSSE3<Int32Big>, stereoSSSE3<Float32Big>}};
+
+constexpr SampleKernels kAVX2Kernels = {
+    {nullptr, convertAVX2<Int8>, convertAVX2<UInt8>, convertAVX2<Int16Little>,
+     convert24AVX2<LittleBytes>, convertAVX2<Int32Little>, convertAVX2<Float32Little>,
+     convertAVX2<Float64Little>, convertAVX2<Int16Big>, convert24AVX2<BigBytes>,
+     convertAVX2<Int32Big>, convertAVX2<Float32Big>},
+    {nullptr, stereoAVX2<Int8>, stereoAVX2<UInt8>, stereoAVX2<Int16Little>,
+     stereo24AVX2<LittleBytes>, stereoAVX2<Int32Little>, stereoAVX2<Float32Little>,
+     stereoAVX2<Float64Little>, stereoAVX2<Int16Big>, stereo24AVX2<BigBytes>, stereoAVX2<Int32Big>,
+     stereoAVX2<Float32Big>}};
+
+}  // namespace
+
+const SampleKernels* architectureKernels(InstructionSet instructions) noexcept {
+  __builtin_cpu_init();
+  if (instructions == InstructionSet::SSSE3 && __builtin_cpu_supports("ssse3"))
+    return &kSSSE3Kernels;
+  if (instructions == InstructionSet::AVX2 && __builtin_cpu_supports("avx2")) return &kAVX2Kernels;
+  return nullptr;
+}
