@@ -191,6 +191,34 @@ TEST(PkgPropertyMgr, PathsAreComparedByteByByteOverTheirWholeLength) {
   EXPECT_EQ(properties.getZipProperty("/a", QCFPropertyZipDate, nullptr), "");
 }
 
+TEST(PkgPropertyMgr, DateAndTimeOfARecordHoldUntilTheClientSetsOthers) {
+  TestPackage package;
+  PkgPropertyMgr<>& properties = package.properties();
+  boost::shared_array<char> name(new char[2]{'a', '\0'});
+  properties.addRecordDateTime(name, {0x5A21, 0x63});
+  bool modified = true;
+  EXPECT_EQ(properties.getZipProperty("a", QCFPropertyZipDate, &modified), "215A");
+  EXPECT_FALSE(modified);
+  EXPECT_EQ(properties.getZipProperty("a", QCFPropertyZipTime, nullptr), "6300");
+  EXPECT_EQ(properties.getZipProperty(std::string("a\0b", 3), QCFPropertyZipDate, nullptr), "");
+  EXPECT_EQ(properties.getZipProperty("a", QCFPropertyZipTypeCreator, nullptr), "");
+
+  properties.beginUpdate();
+  properties.setZipProperty("a", QCFPropertyZipDate, "", false);
+  EXPECT_EQ(properties.getZipProperty("a", QCFPropertyZipDate, &modified), "");
+  EXPECT_TRUE(modified);
+  EXPECT_EQ(properties.getZipProperty("a", QCFPropertyZipTime, &modified), "6300");
+  EXPECT_FALSE(modified);
+  properties.cancelUpdate();
+  EXPECT_EQ(properties.getZipProperty("a", QCFPropertyZipDate, nullptr), "215A");
+}
+
+TEST(PkgPropertyMgr, ARecordNamedAsThePackageHasNoDate) {
+  TestPackage package;
+  boost::shared_array<char> name(new char[2]{'/', '\0'});
+  EXPECT_EQ(raised([&] { package.properties().addRecordDateTime(name, {1, 2}); }), misuse(22));
+}
+
 TEST(PkgPropertyMgr, AFailedSetChangesNothing) {
   FakeParser parser;
   TestPackage package(&parser);

@@ -3,7 +3,10 @@
 #include <cstddef>
 #include <map>
 
+#include <boost/shared_array.hpp>
+
 #include "package/Package.h"
+#include "package/detail/RecordDateTimes.h"
 
 namespace pkg {
 
@@ -42,8 +45,9 @@ public:
   void setZipProperty(const String& path, QCFPropertyName name, const String& value,
                       bool fromRecord);
   String getZipProperty(const String& path, QCFPropertyName name, bool* modified);
-  // Date and time of an entry's record, both at once.
-  void setRecordDateTime(const String& path, const String& date, const String& time);
+  // Date and time of an entry's record, which are the properties of its path until others are set.
+  // Raises 22 for the package's own path.
+  void addRecordDateTime(const boost::shared_array<char>& name, RecordDateTimes::DateTime value);
 
   // Reads the document where there is one and a parser. A document that breaks the structure
   // changes nothing and is read again at the next access; its failure is not reported.
@@ -67,7 +71,8 @@ private:
   void requireGenericName(const String& path, QCFPropertyName name) const;
   void requireZipName(const String& path, QCFPropertyName name) const;
   void requireParser() const;
-  String find(const String& path, QCFPropertyName name, bool* modified) const;
+  // The element where it was set; null where it was not.
+  const ValueElem* find(const String& path, QCFPropertyName name) const;
   std::size_t countGenericProperties() const;
   void removeDocument();
 
@@ -76,6 +81,7 @@ private:
   bool inUpdate = false;
   PropertyMap properties;
   PropertyMap savedProperties;
+  RecordDateTimes recordDateTimes;  // what `properties` does not name
 };
 
 extern template class PkgPropertyMgr<AppContext>;

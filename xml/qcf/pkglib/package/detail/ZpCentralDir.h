@@ -40,7 +40,9 @@ public:
   // properties. Changes the extra field in memory to what was written.
   void writeCDH(IPkgFSFileCommon* file, ZipPackage<Context>* package);
 
-  // The path. Raises 4 for a record without a name, which no package can hold.
+  // The name as the record has it, and the path that it is. Both raise 4 for a record without a
+  // name, which no package can hold.
+  const boost::shared_array<char>& name() const;
   String getPath() const;
   // Takes a name of fewer than 65536 bytes.
   void setName(const String& name);
@@ -122,10 +124,15 @@ public:
   Entries fEntries;
 
 private:
+  void add(const EntryPtr& entry);
+  std::size_t indexOf(const char* name) const;
   long long findEndRecord(IPkgFSFileCommon* file, long long position);
   void readComment(IPkgFSFileCommon* file, ZipPackage<Context>* package, long long position);
   void takeNumbersOfEnd();
   void writeZip64End(IPkgFSFileCommon* file);
+
+  // One for each record, in their order: a search passes over most records without a look at them.
+  std::vector<std::uint32_t> fNameHashes;
 };
 
 extern template class ZpCentralDirEntry<AppContext>;

@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "package/detail/BasePackage.h"
+#include "package/detail/BasePkgHexStrings.h"
 #include "package/detail/PkgPropertyMgr.h"
 
 namespace pkg {
@@ -25,7 +26,10 @@ typename Context::String PkgPropertyMgr<Context>::getGenericProperty(const Strin
   requireParser();
   requireGenericName(path, name);
   if (!loaded) readGenericProperties();
-  return find(path, name, modified);
+  const ValueElem* const element = find(path, name);
+  if (element == nullptr) return {};
+  if (modified != nullptr) *modified = element->modified;
+  return element->value;
 }
 
 template <class Context>
@@ -37,14 +41,10 @@ void PkgPropertyMgr<Context>::setZipProperty(const String& path, QCFPropertyName
 }
 
 template <class Context>
-void PkgPropertyMgr<Context>::setRecordDateTime(const String& path, const String& date,
-                                                const String& time) {
-  requireZipName(path, QCFPropertyZipDate);
-  ValueElem dateElement{false, date};
-  ValueElem timeElement{false, time};
-  auto& ofPath = properties[path];
-  ofPath[QCFPropertyZipDate] = std::move(dateElement);
-  ofPath[QCFPropertyZipTime] = std::move(timeElement);
+void PkgPropertyMgr<Context>::addRecordDateTime(const boost::shared_array<char>& name,
+                                                RecordDateTimes::DateTime value) {
+  if (name[0] == fPkgPath[0]) requireZipName(Context::fromUTF8(name.get()), QCFPropertyZipDate);
+  recordDateTimes.add(name, value);
 }
 
 template <class Context>
@@ -52,7 +52,18 @@ typename Context::String PkgPropertyMgr<Context>::getZipProperty(const String& p
                                                                  QCFPropertyName name,
                                                                  bool* modified) {
   requireZipName(path, name);
-  return find(path, name, modified);
+  if (const ValueElem* const element = find(path, name)) {
+    if (modified != nullptr) *modified = element->modified;
+    return element->value;
+  }
+  if (name != QCFPropertyZipDate && name != QCFPropertyZipTime) return {};
+  const boost::shared_array<char> text = Context::toUTF8(path);
+  const RecordDateTimes::DateTime* const recorded = recordDateTimes.find(text.get());
+  const bool endsAtNUL = Context::fromUTF8(text.get()) != path;  // no name of a record goes on
+  if (recorded == nullptr || endsAtNUL) return {};
+  if (modified != nullptr) *modified = false;
+  const unsigned short word = name == QCFPropertyZipDate ? recorded->date : recorded->time;
+  return BasePkgHexStrings<Context>::getInstance()->iToHexString(word);
 }
 
 template <class Context>
@@ -85,14 +96,12 @@ void PkgPropertyMgr<Context>::requireZipName(const String& path, QCFPropertyName
 }
 
 template <class Context>
-typename Context::String PkgPropertyMgr<Context>::find(const String& path, QCFPropertyName name,
-                                                       bool* modified) const {
+const typename PkgPropertyMgr<Context>::ValueElem* PkgPropertyMgr<Context>::find(
+    const String& path, QCFPropertyName name) const {
   const auto ofPath = properties.find(path);
-  if (ofPath == properties.end()) return {};
+  if (ofPath == properties.end()) return nullptr;
   const auto element = ofPath->second.find(name);
-  if (element == ofPath->second.end()) return {};
-  if (modified != nullptr) *modified = element->second.modified;
-  return element->second.value;
+  return element == ofPath->second.end() ? nullptr : &element->second;
 }
 
 template <class Context>

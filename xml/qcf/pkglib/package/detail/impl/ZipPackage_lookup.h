@@ -132,12 +132,14 @@ SPRefType<IPkgEntry<Context>> ZipPackage<Context>::enter(ZipPkgEntry<Context>* e
 // directory.
 template <class Context>
 SPRefType<IPkgEntry<Context>> ZipPackage<Context>::getEntry(const Record& record) {
-  const auto known = fEntries.find(record->getPath());
-  if (known != fEntries.end()) return known->second;
-  if (isDirectoryName(record->fName.get())) {
-    return enter(new ZipPkgDirectory<Context>(record, this));
-  }
-  return enter(new ZipPkgFile<Context>(record, this));
+  const String path = record->getPath();
+  const auto place = fEntries.lower_bound(path);
+  if (place != fEntries.end() && place->first == path) return place->second;
+  const EntryHandle entry(
+      isDirectoryName(record->fName.get())
+          ? static_cast<ZipPkgEntry<Context>*>(new ZipPkgDirectory<Context>(record, this))
+          : new ZipPkgFile<Context>(record, this));
+  return fEntries.emplace_hint(place, path, entry)->second;
 }
 
 template <class Context>

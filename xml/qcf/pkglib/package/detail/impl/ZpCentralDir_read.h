@@ -2,6 +2,8 @@
 
 #include <cstdio>
 #include <cstring>
+#include <functional>
+#include <string_view>
 
 #include <boost/endian/conversion.hpp>
 #include <boost/make_shared.hpp>
@@ -23,6 +25,17 @@ ZpCentralDir<Context>::ZpCentralDir(std::size_t spare) : fEnd(0), fZip64End(), f
 template <class Context>
 bool ZpCentralDir<Context>::CompareEntryName::operator()(const EntryPtr& entry) const {
   return entry->fName && std::strcmp(entry->fName.get(), name) == 0;
+}
+
+inline std::uint32_t hashOfName(const char* name) {
+  return static_cast<std::uint32_t>(std::hash<std::string_view>()(name));
+}
+
+template <class Context>
+void ZpCentralDir<Context>::add(const EntryPtr& entry) {
+  fNameHashes.resize(fEntries.size());  // without one that an addition cut short left behind
+  fNameHashes.push_back(entry->fName ? hashOfName(entry->fName.get()) : 0);
+  fEntries.push_back(entry);
 }
 
 inline bool readFully(IPkgFSFileCommon* file, void* buffer, int size) {
@@ -140,18 +153,15 @@ void ZpCentralDir<Context>::readCDEntries(IPkgFSFileCommon* file, ZipPackage<Con
   if (fEntryCount > kMost) throw PackageIOException<>(PkgLib_Err_TooManyCDEntries);
   const std::uint64_t room = fEntryCount <= kMost - kSpare ? fEntryCount + kSpare : kMost;
   fEntries.reserve(static_cast<std::size_t>(room));
+  fNameHashes.reserve(static_cast<std::size_t>(room));
 
   if (file->isSeekable()) file->seek(static_cast<long long>(fDirectoryOffset), SEEK_SET);
   PkgPropertyMgr<Context>* const properties = package->getPropertyMgr();
-  BasePkgHexStrings<Context>* const hex = BasePkgHexStrings<Context>::getInstance();
   for (std::uint64_t i = 0; i < fEntryCount; ++i) {
     const EntryPtr entry = boost::make_shared<Entry>();
     entry->readCDH(file, package);
-    fEntries.push_back(entry);
-    const typename Context::String path = entry->getPath();
-    const unsigned short date = entry->fHeader.date;
-    const unsigned short time = entry->fHeader.time;
-    properties->setRecordDateTime(path, hex->iToHexString(date), hex->iToHexString(time));
+    add(entry);
+    properties->addRecordDateTime(entry->name(), {entry->fHeader.date, entry->fHeader.time});
   }
 }
 
@@ -226,9 +236,14 @@ void ZpCentralDirEntry<Context>::readZip64Numbers(const char* body, std::size_t 
 }
 
 template <class Context>
-typename Context::String ZpCentralDirEntry<Context>::getPath() const {
+const boost::shared_array<char>& ZpCentralDirEntry<Context>::name() const {
   if (!fName) throw PackageIOException<>(PkgLib_Err_ReadFileName);
-  return Context::fromUTF8(fName.get());
+  return fName;
+}
+
+template <class Context>
+typename Context::String ZpCentralDirEntry<Context>::getPath() const {
+  return Context::fromUTF8(name().get());
 }
 
 }  // namespace pkg::zip

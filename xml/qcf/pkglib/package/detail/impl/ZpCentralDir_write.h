@@ -16,22 +16,38 @@ namespace pkg::zip {
 
 template <class Context>
 typename ZpCentralDir<Context>::EntryPtr ZpCentralDir<Context>::find(const char* name) const {
-  const auto found = std::find_if(fEntries.begin(), fEntries.end(), CompareEntryName{name});
-  return found == fEntries.end() ? EntryPtr() : *found;
+  const std::size_t found = indexOf(name);
+  return found == fEntries.size() ? EntryPtr() : fEntries[found];
+}
+
+// Where the first record of a name stands; the count where there is none.
+template <class Context>
+std::size_t ZpCentralDir<Context>::indexOf(const char* name) const {
+  const CompareEntryName isNamed{name};
+  const auto begin = fNameHashes.begin();
+  const auto end = begin + static_cast<std::ptrdiff_t>(fEntries.size());
+  const std::uint32_t hash = hashOfName(name);
+  for (auto at = std::find(begin, end, hash); at != end; at = std::find(at + 1, end, hash)) {
+    const auto index = static_cast<std::size_t>(at - begin);
+    if (isNamed(fEntries[index])) return index;
+  }
+  return fEntries.size();
 }
 
 template <class Context>
 void ZpCentralDir<Context>::append(const EntryPtr& entry) {
-  fEntries.push_back(entry);
+  add(entry);
   ++fEntryCount;
   fDirectorySize += entry->sizeOnDisk();
 }
 
 template <class Context>
 void ZpCentralDir<Context>::erase(const char* name) {
-  const auto found = std::find_if(fEntries.begin(), fEntries.end(), CompareEntryName{name});
-  if (found == fEntries.end()) return;
-  fEntries.erase(found);
+  const std::size_t found = indexOf(name);
+  if (found == fEntries.size()) return;
+  const auto offset = static_cast<std::ptrdiff_t>(found);
+  fEntries.erase(fEntries.begin() + offset);
+  fNameHashes.erase(fNameHashes.begin() + offset);
   --fEntryCount;
 }
 

@@ -1,0 +1,35 @@
+#pragma once
+
+#include <cstdint>
+#include <vector>
+
+#include <boost/shared_array.hpp>
+
+namespace pkg {
+
+// Date and time as the record of each path had them when the package was opened, in the DOS format.
+// Names are shared with their records.
+class RecordDateTimes {
+public:
+  struct DateTime {
+    std::uint16_t date;
+    std::uint16_t time;
+  };
+
+  // Takes the values of one more record; `name` ends at its first NUL and is not null.
+  void add(const boost::shared_array<char>& name, DateTime value);
+  // Those of the last record of this name; null where there is none. The first search after an
+  // addition sorts.
+  const DateTime* find(const char* name);
+
+private:
+  struct Element {
+    boost::shared_array<char> name;
+    DateTime value;
+  };
+
+  std::vector<Element> fElements;
+  bool fSorted = true;
+};
+
+}  // namespace pkg
