@@ -3,7 +3,9 @@
 #
 #   setup.sh            to build the library, the importer and the programs, and to run the demo
 #   setup.sh --tests    also what the tests, the format check and clang-tidy need
-#   setup.sh --m32      also the 32-bit compiler and libraries of the preset m32
+#   setup.sh --m32      also the 32-bit compiler and zlib of the preset m32
+#   setup.sh --gnustep  also an Objective-C++ compiler with GNUstep, for the tests of the macOS glue
+#   setup.sh --darwin   also what builds for macOS on this system, but for what darwin-sdk.sh fetches
 set -euo pipefail
 
 build_packages=(
@@ -19,10 +21,10 @@ test_packages=(
   libarchive-tools p7zip-full ziptool ffmpeg
   libbenchmark-dev libzip-dev libarchive-dev libminizip-dev
 )
-m32_packages=(
-  g++-multilib
-  zlib1g-dev:i386 libexpat1-dev:i386 libfmt-dev:i386 libsndfile1-dev:i386 libcairo2-dev:i386 libgtest-dev:i386
-)
+m32_packages=(g++-multilib lib32z1-dev)
+gnustep_packages=(gobjc++ libgnustep-base-dev)
+darwin_packages=(clang lld-16 llvm libc++-dev libc++abi-dev python3)
+command -v npm >/dev/null || darwin_packages+=(npm)
 
 fail() {
   printf 'setup.sh: %s\n' "$1" >&2
@@ -34,14 +36,12 @@ usage() {
 }
 
 packages=("${build_packages[@]}")
-foreign_architecture=
 for argument in "$@"; do
   case $argument in
     --tests) packages+=("${test_packages[@]}") ;;
-    --m32)
-      packages+=("${test_packages[@]}" "${m32_packages[@]}")
-      foreign_architecture=i386
-      ;;
+    --m32) packages+=("${test_packages[@]}" "${m32_packages[@]}") ;;
+    --gnustep) packages+=("${gnustep_packages[@]}") ;;
+    --darwin) packages+=("${darwin_packages[@]}") ;;
     --help)
       usage
       exit 0
@@ -97,9 +97,6 @@ apt_get() {
 }
 
 printf 'setup.sh: installing %s\n' "${missing[*]}" >&2
-if [[ -n $foreign_architecture ]]; then
-  "${as_root[@]}" dpkg --add-architecture "$foreign_architecture"
-fi
 apt_get update >&2 || fail "apt-get update failed; see above"
 apt_get install --no-install-recommends "${missing[@]}" >&2 || fail "apt-get install failed; see above"
 

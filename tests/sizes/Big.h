@@ -153,7 +153,7 @@ protected:
   void writeZeros(std::ostream& out, std::int64_t count) const {
     while (count > 0) {
       const auto now = std::min<std::int64_t>(count, Zeros::kCount);
-      out.write(fZeros.data(), now);
+      out.write(fZeros.data(), static_cast<std::streamsize>(now));
       count -= now;
     }
   }

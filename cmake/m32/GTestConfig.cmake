@@ -1,0 +1,11 @@
+# GoogleTest from the sources that libgtest-dev brings; its own libraries are there in 64 bits only.
+if(NOT TARGET gtest)
+  set(QCF_GOOGLETEST_SOURCES /usr/src/googletest CACHE PATH "Sources of GoogleTest")
+  if(NOT EXISTS "${QCF_GOOGLETEST_SOURCES}/CMakeLists.txt")
+    set(GTest_FOUND FALSE)
+    set(GTest_NOT_FOUND_MESSAGE "no sources of GoogleTest at ${QCF_GOOGLETEST_SOURCES} (QCF_GOOGLETEST_SOURCES)")
+    return()
+  endif()
+  set(INSTALL_GTEST OFF)
+  add_subdirectory("${QCF_GOOGLETEST_SOURCES}" "${CMAKE_BINARY_DIR}/googletest" EXCLUDE_FROM_ALL SYSTEM)
+endif()
