@@ -56,7 +56,7 @@ END
   printf '...\n'
 }
 
-for tool in clang++ llvm-nm python3; do
+for tool in clang clang++ llvm-nm python3; do
   command -v "$tool" >/dev/null || missing "no $tool (setup.sh --darwin)"
 done
 for file in "$llvm/include/c++/v1/__config" "$llvm/lib/libc++.so.1.0" "$llvm/lib/libc++abi.so.1.0" \
@@ -74,3 +74,4 @@ list_libcxx >"$sdk/usr/lib/libc++.tbd"
 # Apart from the platform's headers, so that these can come last.
 ln -s /usr/include/boost "$sdk/usr/local/include/boost"
 cp "$sdk"/usr/include/z{lib,conf}.h "$sdk/usr/local/include/"
+clang -target x86_64-apple-macosx10.13 -O2 -c "$sdk/usr/src/compilerRuntime.c" -o "$sdk/usr/lib/compilerRuntime.o"

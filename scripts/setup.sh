@@ -5,7 +5,7 @@
 #   setup.sh --tests    also what the tests, the format check and clang-tidy need
 #   setup.sh --m32      also the 32-bit compiler and zlib of the preset m32
 #   setup.sh --gnustep  also an Objective-C++ compiler with GNUstep, for the tests of the macOS glue
-#   setup.sh --darwin   also what builds for macOS on this system, but for what darwin-sdk.sh fetches
+#   setup.sh --darwin   also what the builds for macOS on this system take (scripts/check-darwin.sh)
 set -euo pipefail
 
 build_packages=(

@@ -4,7 +4,7 @@ get_filename_component(qcf_root "${CMAKE_CURRENT_LIST_DIR}/../.." ABSOLUTE)
 set(QCF_DARWIN_SDK "${qcf_root}/build/darwin-sdk" CACHE PATH "What scripts/darwin-sdk.sh puts together")
 
 set(CMAKE_SYSTEM_NAME Darwin)
-set(CMAKE_SYSTEM_VERSION 17.0)  # of the kernel: that of the oldest supported system
+set(CMAKE_SYSTEM_VERSION 17.0)  # the kernel of the oldest supported system
 set(CMAKE_SYSTEM_PROCESSOR ${QCF_DARWIN_PROCESSOR})
 set(CMAKE_OSX_DEPLOYMENT_TARGET 10.13 CACHE STRING "The oldest system that the result runs on")
 set(CMAKE_OSX_SYSROOT "${QCF_DARWIN_SDK}" CACHE PATH "The system to build for")
@@ -14,6 +14,7 @@ set(CMAKE_CXX_COMPILER_TARGET ${QCF_DARWIN_PROCESSOR}-apple-macosx${CMAKE_OSX_DE
 set(CMAKE_AR /usr/bin/llvm-ar CACHE FILEPATH "")
 set(CMAKE_RANLIB /usr/bin/llvm-ranlib CACHE FILEPATH "")
 set(CMAKE_INSTALL_NAME_TOOL /usr/bin/llvm-install-name-tool-14 CACHE FILEPATH "")
+set(CMAKE_USER_MAKE_RULES_OVERRIDE "${CMAKE_CURRENT_LIST_DIR}/rules.cmake")
 set(CMAKE_TRY_COMPILE_TARGET_TYPE STATIC_LIBRARY)
 set(CMAKE_TRY_COMPILE_PLATFORM_VARIABLES QCF_DARWIN_SDK)
 
@@ -24,7 +25,8 @@ set(CMAKE_CXX_FLAGS_INIT "-stdlib=libc++ -nostdinc++ -isystem ${QCF_DARWIN_SDK}/
 # The linker of version 14 writes broken unwind tables.
 foreach(kind EXE SHARED MODULE)
   set(CMAKE_${kind}_LINKER_FLAGS_INIT
-      "-fuse-ld=lld --ld-path=/usr/lib/llvm-16/bin/ld64.lld -mlinker-version=705 -Wno-unused-command-line-argument")
+      "-fuse-ld=lld --ld-path=/usr/lib/llvm-16/bin/ld64.lld -mlinker-version=705 \
+-Wl,${QCF_DARWIN_SDK}/usr/lib/compilerRuntime.o -Wno-unused-command-line-argument")
 endforeach()
 
 set(CMAKE_FIND_ROOT_PATH "${QCF_DARWIN_SDK}")
