@@ -13,7 +13,8 @@ class Progress {
 public:
   enum class Unit { Any, Bytes };
 
-  // `total` is the whole of the work, in units of its own. Nothing is shown when `quiet`.
+  // `total` is the whole of the work, in units of its own; 0 where nobody knows, which leaves out
+  // the bar and the time left. Nothing is shown when `quiet`.
   Progress(std::string label, std::int64_t total, bool quiet, Unit unit = Unit::Any);
   ~Progress();
   Progress(const Progress&) = delete;
@@ -25,6 +26,7 @@ private:
   using Clock = std::chrono::steady_clock;
 
   std::string remarks(std::int64_t done, Clock::time_point now) const;
+  std::string line(std::int64_t done, Clock::time_point now) const;
 
   std::string fLabel;
   std::int64_t fTotal;

@@ -4,7 +4,6 @@
 
 #include <fmt/format.h>
 
-#include "EntryData.h"
 #include "Findings.h"
 #include "Texts.h"
 #include "common/Failure.h"
@@ -194,12 +193,13 @@ void checkNames(const Layout& layout, Findings& findings) {
   }
 }
 
-void checkData(const Layout& layout, const Entry& entry, Findings& findings) {
+void checkData(const Layout& layout, const Entry& entry, Findings& findings,
+               const ziplayout::Sink& read) {
   const std::uint16_t method = entry.central.method;
   const bool known = method == ziplayout::kMethodStored || method == ziplayout::kMethodDeflated;
   if (!entry.local || entry.isEncrypted() || !known) return;  // told by the headers' check
   try {
-    readEntry(layout, entry, [](const char*, std::size_t) {});
+    readEntry(layout, entry, read);
   } catch (const ziplayout::DataError& error) {
     findings.add(error.id(), entry.central.name, entry.dataOffset, error.what());
   }

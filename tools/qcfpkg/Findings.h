@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "EntryData.h"
 #include "ZipLayout.h"
 
 enum class Severity {
@@ -52,7 +53,8 @@ void checkContainer(const ziplayout::Layout& layout, Findings& findings);
 void checkEntries(const ziplayout::Layout& layout, Findings& findings);
 // The names taken together.
 void checkNames(const ziplayout::Layout& layout, Findings& findings);
-// The data of an entry against what is recorded.
-void checkData(const ziplayout::Layout& layout, const ziplayout::Entry& entry, Findings& findings);
+// The data of an entry against what is recorded; `read` sees it on the way.
+void checkData(const ziplayout::Layout& layout, const ziplayout::Entry& entry, Findings& findings,
+               const ziplayout::Sink& read);
 // The properties document.
 void checkProperties(const ziplayout::Layout& layout, Findings& findings);

@@ -46,7 +46,7 @@ private:
   int fDescriptor;
 };
 
-Expected writeData(Source& source, pkg::IPkgStream<>& stream) {
+Expected writeData(Source& source, pkg::IPkgStream<>& stream, WriteProgress& progress) {
   std::vector<char> block(1 << 16);
   uLong crc = 0;
   Expected written;
@@ -54,6 +54,7 @@ Expected writeData(Source& source, pkg::IPkgStream<>& stream) {
     stream.write(block.data(), static_cast<std::streamsize>(size));
     crc = crc32_z(crc, reinterpret_cast<const Bytef*>(block.data()), size);
     written.size += size;
+    progress.read(size);
   }
   written.crc = static_cast<std::uint32_t>(crc);
   return written;
@@ -71,7 +72,8 @@ void announceSize(const Input& input, pkg::IPkgFile<>& file) {
 
 }  // namespace
 
-void writeInput(pkg::IPackage<>& package, const Input& input, bool stored, Expectation& expected) {
+void writeInput(pkg::IPackage<>& package, const Input& input, bool stored, Expectation& expected,
+                WriteProgress& progress) {
   if (input.isFolder()) {
     if (package.entryExists(input.name) == pkg::PkgEntryNone) {
       package.getDirectory(input.name, false)->create();
@@ -79,6 +81,7 @@ void writeInput(pkg::IPackage<>& package, const Input& input, bool stored, Expec
     expected.insert({input.name, {}});
     return;
   }
+  const WriteProgress::InInput inInput(progress);
   Source source(input);
   const auto file = package.getFile(input.name, false);
   const DOSMoment moment = dosMoment(input.modified);
@@ -88,6 +91,6 @@ void writeInput(pkg::IPackage<>& package, const Input& input, bool stored, Expec
   announceSize(input, *file);
   const auto stream = file->open(std::ios::out, false);
   stream->exceptions(std::ios::badbit);
-  expected[input.name] = writeData(source, *stream);
+  expected[input.name] = writeData(source, *stream, progress);
   stream->close();
 }

@@ -25,8 +25,18 @@ std::string scratchPrefix(const std::string& path) {
 
 std::string resolved(const std::string& path) {
   std::error_code error;
-  const auto canonical = fs::weakly_canonical(path, error);
+  // Absolute first: a name of nothing that exists would stay one without a folder.
+  const auto canonical = fs::weakly_canonical(fs::absolute(path, error), error);
   return error ? path : canonical.string();
+}
+
+// A run that lives holds the lock of its scratch file.
+bool isLocked(const fs::path& scratch) {
+  const int descriptor = open(scratch.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK);
+  if (descriptor < 0) return false;
+  const bool locked = flock(descriptor, LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK;
+  close(descriptor);
+  return locked;
 }
 
 mode_t defaultMode() {
@@ -44,12 +54,14 @@ PackageFile::PackageFile(PackageFile&& other) noexcept
       fScratch(std::exchange(other.fScratch, {})),
       fFormerScratch(std::exchange(other.fFormerScratch, {})),
       fLock(std::exchange(other.fLock, -1)),
+      fScratchLock(std::exchange(other.fScratchLock, -1)),
       fIsNew(other.fIsNew),
       fOverwrite(other.fOverwrite) {}
 
 PackageFile::~PackageFile() {
   dropFormerScratch();
   if (!fScratch.empty()) unlink(fScratch.c_str());
+  if (fScratchLock >= 0) close(fScratchLock);
   if (fLock >= 0) close(fLock);
   tools::removeOnSignal({});
 }
@@ -75,8 +87,8 @@ PackageFile PackageFile::created(const Tool& tool, const std::string& path, bool
     if (!S_ISREG(status.st_mode)) file.fail("it exists and is not a regular file");
     if (!overwrite) file.fail("it exists; --overwrite replaces it");
     file.lock();
-    file.clearStale(tool);
   }
+  file.clearStale(tool);
   return file;
 }
 
@@ -110,6 +122,7 @@ void PackageFile::clearStale(const Tool& tool) const {
                       name.compare(0, prefix.size(), prefix) == 0;
     std::error_code ignored;
     if (!ours || !item->is_regular_file(ignored) || item->is_symlink(ignored)) continue;
+    if (isLocked(item->path())) continue;
     if (unlink(item->path().c_str()) == 0) {
       tool.note(fmt::format("removed {}, which an interrupted run had left",
                             tools::shown(item->path().string())));
@@ -127,10 +140,18 @@ std::string PackageFile::newScratch() {
           .string();
   const int descriptor = mkstemp(name.data());
   if (descriptor < 0) fail(tools::systemReason());
-  close(descriptor);
   fFormerScratch = std::exchange(fScratch, name);
   tools::removeOnSignal(fScratch);
+  lockScratch(descriptor);
   return fScratch;
+}
+
+// Two runs may create one package at once, and neither must take the other's file for a leftover.
+void PackageFile::lockScratch(int descriptor) {
+  fcntl(descriptor, F_SETFD, FD_CLOEXEC);
+  if (fScratchLock >= 0) close(fScratchLock);
+  fScratchLock = descriptor;
+  flock(descriptor, LOCK_EX | LOCK_NB);  // where files cannot be locked, nothing is guarded
 }
 
 void PackageFile::dropFormerScratch() {

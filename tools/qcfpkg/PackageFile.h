@@ -12,7 +12,8 @@ public:
   // For changing a package that exists; locks it. Clears what a killed run has left behind, with a
   // note. Raises tools::Failure, also where another run is changing the package.
   static PackageFile existing(const Tool& tool, const std::string& path);
-  // For a package that does not exist or, with `overwrite`, is to be replaced.
+  // For a package that does not exist or, with `overwrite`, is to be replaced. Clears as
+  // existing().
   static PackageFile created(const Tool& tool, const std::string& path, bool overwrite);
 
   PackageFile(PackageFile&& other) noexcept;
@@ -36,6 +37,7 @@ private:
   explicit PackageFile(const std::string& path);
   void lock();
   void clearStale(const Tool& tool) const;
+  void lockScratch(int descriptor);
   void adoptStatus(int descriptor) const;
   void syncFolder() const;
   [[noreturn]] void fail(const std::string& reason) const;
@@ -44,6 +46,7 @@ private:
   std::string fScratch;
   std::string fFormerScratch;
   int fLock = -1;
+  int fScratchLock = -1;
   bool fIsNew = false;
   bool fOverwrite = true;
 };

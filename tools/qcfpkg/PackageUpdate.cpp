@@ -17,7 +17,7 @@
 #include "SpoolFileSystem.h"
 #include "Texts.h"
 #include "UpdateRules.h"
-#include "common/Progress.h"
+#include "WriteProgress.h"
 
 using ziplayout::Entry;
 using ziplayout::Layout;
@@ -72,13 +72,6 @@ Expected expectedText(const std::string& text) {
   return expected;
 }
 
-std::uint64_t inputSize(const std::vector<Input>& inputs) {
-  std::uint64_t sum = 0;
-  for (const Input& input : inputs)
-    sum += input.size.value_or(0);
-  return sum;
-}
-
 // Repairs what opening finds missing.
 class KeepConforming final : public pkg::IPkgPolicies {
 public:
@@ -87,6 +80,27 @@ public:
   }
 };
 
+bool writesProperties(const Change& change) {
+  return std::any_of(change.properties.begin(), change.properties.end(),
+                     [](const auto& set) { return keyOf(set.name) != nullptr; });
+}
+
+std::set<std::string> goneNames(const Change& change) {
+  std::set<std::string> gone(change.removed.begin(), change.removed.end());
+  for (const Input& input : change.added) {
+    if (!input.isFolder()) gone.insert(input.name);
+  }
+  if (change.type) gone.insert("mimetype");
+  if (writesProperties(change)) gone.insert(kPropertiesName);
+  return gone;
+}
+
+bool needsRebuild(const Layout& old, const std::set<std::string>& gone) {
+  return std::any_of(old.entries().begin(), old.entries().end(), [&](const Entry& entry) {
+    return gone.count(entry.central.name) == 0 && copyWouldDamage(entry);
+  });
+}
+
 // One change of one package, from its plan to the rename.
 class Update {
 public:
@@ -94,26 +108,18 @@ public:
       : fFile(file),
         fOld(old),
         fChange(change),
-        fProgress("writing", static_cast<std::int64_t>(old.file().size() + inputSize(change.added)),
-                  tool.quiet, tools::Progress::Unit::Bytes),
-        fFiles([this](int size) { fProgress.update(fDone += size); }),
-        fSource(file.path()) {
-    for (const std::string& name : change.removed)
-      fGone.insert(name);
-    for (const Input& input : change.added) {
-      if (!input.isFolder()) fGone.insert(input.name);
-    }
-    if (change.type) fGone.insert("mimetype");
-    fWritesProperties = std::any_of(change.properties.begin(), change.properties.end(),
-                                    [](const auto& set) { return keyOf(set.name) != nullptr; });
-    if (fWritesProperties) fGone.insert(kPropertiesName);
-  }
+        fWritesProperties(writesProperties(change)),
+        fGone(goneNames(change)),
+        fNeedsRebuild(needsRebuild(old, fGone)),
+        fProgress(change.added, copies() * old.file().size(), tool.quiet),
+        fFiles([this](int size) { fProgress.wrote(size); }),
+        fSource(file.path()) {}
 
   void run() {
     requireChangeable(fOld, fChange);
     expectOldEntries();
     if (fChange.inPlace) return saveInPlace();
-    if (needsRebuild()) rebuild();
+    if (fNeedsRebuild) rebuild();
     fChange.type ? saveWithType() : save(fSource, nullptr);
     restoreHeaders(fOld, fSource);
     restoreDirectorySize(fSource);
@@ -123,7 +129,7 @@ public:
 
 private:
   void expectOldEntries();
-  bool needsRebuild() const;
+  std::uint64_t copies() const;
   void rebuild();
   void save(const std::string& source, const pkg::IPkgPolicies* policies);
   void saveWithType();
@@ -138,12 +144,12 @@ private:
   PackageFile& fFile;
   const Layout& fOld;
   const Change& fChange;
-  tools::Progress fProgress;
-  std::int64_t fDone = 0;
+  const bool fWritesProperties;
+  const std::set<std::string> fGone;  // what is not copied
+  const bool fNeedsRebuild;
+  WriteProgress fProgress;
   SpoolFileSystem fFiles;
-  std::string fSource;  // the file that holds the package as far as it has come
-  std::set<std::string> fGone;
-  bool fWritesProperties = false;
+  std::string fSource;      // the file that holds the package as far as it has come
   PropertyMap fProperties;  // as they are to be
   Expectation fExpected;
 };
@@ -160,10 +166,11 @@ void Update::expectOldEntries() {
   }
 }
 
-bool Update::needsRebuild() const {
-  return std::any_of(fOld.entries().begin(), fOld.entries().end(), [&](const Entry& entry) {
-    return fGone.count(entry.central.name) == 0 && copyWouldDamage(entry);
-  });
+// How often the old package is written on the way to the new one.
+std::uint64_t Update::copies() const {
+  if (fChange.inPlace) return 0;
+  const std::uint64_t saves = fChange.type && fOld.find("mimetype") != nullptr ? 2 : 1;
+  return saves + (fNeedsRebuild ? 1 : 0);
 }
 
 void Update::rebuild() {
@@ -235,7 +242,7 @@ void Update::save(const std::string& source, const pkg::IPkgPolicies* policies) 
   if (policies != nullptr) package->setMIMEType(*fChange.type);
   package->beginUpdate(scratch, kNew);
   for (const Input& input : fChange.added) {
-    writeInput(*package, input, fChange.stored, fExpected);
+    writeInput(*package, input, fChange.stored, fExpected, fProgress);
   }
   setGenericProperties(package);
   package->endUpdate();
@@ -273,7 +280,7 @@ void Update::saveInPlace() {
   removeOld(package);
   if (fChange.comment) package->setProperty(pkg::QCFPropertyPackageComment, *fChange.comment);
   for (const Input& input : fChange.added) {
-    writeInput(*package, input, fChange.stored, fExpected);
+    writeInput(*package, input, fChange.stored, fExpected, fProgress);
   }
   package->doUNSAFEUpdateInPlace();
   package->close();
@@ -321,17 +328,15 @@ void createPackage(const Tool& tool, const std::string& path, const std::string&
                    const std::vector<Input>& inputs, bool stored, bool overwrite) {
   PackageFile file = PackageFile::created(tool, path, overwrite);
   const std::string scratch = file.newScratch();
-  tools::Progress progress("writing", static_cast<std::int64_t>(inputSize(inputs)), tool.quiet,
-                           tools::Progress::Unit::Bytes);
-  std::int64_t done = 0;
-  SpoolFileSystem files([&](int size) { progress.update(done += size); });
+  WriteProgress progress(inputs, 0, tool.quiet);
+  SpoolFileSystem files([&](int size) { progress.wrote(size); });
   Expectation expected;
   telling("create", path, [&] {
     pkg::QCFPackageFactory factory;
     const Package package =
         factory.createConformingPackage(scratch, type, true, &files, nullptr, nullptr);
     for (const Input& input : inputs)
-      writeInput(*package, input, stored, expected);
+      writeInput(*package, input, stored, expected, progress);
     package->endUpdate();
     package->close();
   });

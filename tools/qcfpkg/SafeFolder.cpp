@@ -14,6 +14,7 @@
 #include <fmt/format.h>
 
 #include "common/Failure.h"
+#include "common/RemoveOnSignal.h"
 
 namespace {
 
@@ -67,6 +68,7 @@ std::string unsafeReason(const std::string& name) {
 SafeFolder::SafeFolder(const std::string& path) : fPath(path) {
   std::error_code error;
   std::filesystem::create_directories(path, error);
+  if (error) failAt(path, error.message());
   fDescriptor = open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
   if (fDescriptor < 0) failAt(path, tools::systemReason());
 }
@@ -123,7 +125,11 @@ SafeFolder::File::File(int folder, const std::string& leaf, std::string shownPat
     fDescriptor = openat(folder, fScratch.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
     if (fDescriptor < 0 && errno != EEXIST) break;
   }
-  if (fDescriptor >= 0) return;
+  if (fDescriptor >= 0) {
+    const std::size_t leafAt = fShownPath.size() - leaf.size();
+    tools::removeOnSignal(fShownPath.substr(0, leafAt) + fScratch);
+    return;
+  }
   const std::string reason = tools::systemReason();
   close(fFolder);
   failAt(fShownPath, reason);
@@ -132,6 +138,7 @@ SafeFolder::File::File(int folder, const std::string& leaf, std::string shownPat
 SafeFolder::File::~File() {
   if (fDescriptor >= 0) close(fDescriptor);
   if (!fScratch.empty()) unlinkat(fFolder, fScratch.c_str(), 0);
+  tools::removeOnSignal({});
   close(fFolder);
 }
 

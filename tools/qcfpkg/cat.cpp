@@ -19,6 +19,18 @@ void toStandardOutput(const char* data, std::size_t size) {
   }
 }
 
+void nowhere(const char*, std::size_t) {}
+
+void read(const ziplayout::Layout& layout, const Options& options, const std::string& name,
+          const ziplayout::Sink& sink) {
+  try {
+    readEntry(layout, *layout.find(name), sink);
+  } catch (const ziplayout::DataError& error) {
+    throw tools::Failure(fmt::format("cannot read {} of {}: {}", tools::shown(name),
+                                     tools::shown(options.package), error.what()));
+  }
+}
+
 void run(const Options& options) {
   const ziplayout::Layout layout(options.package);
   layout.requireWhole();
@@ -28,13 +40,11 @@ void run(const Options& options) {
                                        tools::shown(options.package)));
     }
   }
-  for (const std::string& name : options.names) {
-    try {
-      readEntry(layout, *layout.find(name), toStandardOutput);
-    } catch (const ziplayout::DataError& error) {
-      throw tools::Failure(fmt::format("cannot read {} of {}: {}", tools::shown(name),
-                                       tools::shown(options.package), error.what()));
-    }
+  // What went out cannot be taken back: damage must show before.
+  for (const ziplayout::Sink& sink :
+       {ziplayout::Sink(nowhere), ziplayout::Sink(toStandardOutput)}) {
+    for (const std::string& name : options.names)
+      read(layout, options, name, sink);
   }
 }
 

@@ -17,6 +17,21 @@ struct Options {
   bool kinds = false;
 };
 
+void checkAllData(const Tool& tool, const ziplayout::Layout& layout, Findings& findings) {
+  constexpr std::uint64_t kMost = std::uint64_t{1} << 40;  // a record may say anything
+  std::uint64_t total = 0;
+  for (const ziplayout::Entry& entry : layout.entries())
+    total += std::min(entry.central.size, kMost);
+  tools::Progress progress("checking", static_cast<std::int64_t>(total), tool.quiet,
+                           tools::Progress::Unit::Bytes);
+  std::int64_t done = 0;
+  for (const ziplayout::Entry& entry : layout.entries()) {
+    checkData(layout, entry, findings, [&](const char*, std::size_t size) {
+      progress.update(done += static_cast<std::int64_t>(size));
+    });
+  }
+}
+
 Findings examine(const Tool& tool, const std::string& path) {
   const ziplayout::Layout layout(path);
   Findings findings;
@@ -25,18 +40,7 @@ Findings examine(const Tool& tool, const std::string& path) {
   checkType(layout, findings);
   checkEntries(layout, findings);
   checkNames(layout, findings);
-  std::uint64_t total = 0;
-  for (const ziplayout::Entry& entry : layout.entries()) {
-    total += std::min(entry.central.compressedSize, layout.file().size());
-  }
-  tools::Progress progress("checking", static_cast<std::int64_t>(total), tool.quiet,
-                           tools::Progress::Unit::Bytes);
-  std::uint64_t done = 0;
-  for (const ziplayout::Entry& entry : layout.entries()) {
-    checkData(layout, entry, findings);
-    done += std::min(entry.central.compressedSize, layout.file().size());
-    progress.update(static_cast<std::int64_t>(done));
-  }
+  checkAllData(tool, layout, findings);
   checkProperties(layout, findings);
   return findings;
 }

@@ -57,7 +57,8 @@ Chosen choose(const ziplayout::Layout& layout, const Options& options) {
 }
 
 // Everything that can be known beforehand is refused before the first byte is written.
-std::uint64_t refuseUnsafe(const Chosen& chosen, const Options& options) {
+std::uint64_t refuseUnsafe(const ziplayout::Layout& layout, const Chosen& chosen,
+                           const Options& options) {
   std::uint64_t total = 0;
   std::set<std::string> names;
   for (const ziplayout::Entry* const entry : chosen) {
@@ -78,6 +79,12 @@ std::uint64_t refuseUnsafe(const Chosen& chosen, const Options& options) {
                          options.mostBytes));
     }
     total += header.size;
+  }
+  // Entries that share their data each stay below the limit.
+  if (total / options.mostRatio > layout.file().size()) {
+    throw tools::Failure(
+        fmt::format("cannot extract {}: all would grow more than {} times; --max-ratio allows more",
+                    tools::shown(options.package), options.mostRatio));
   }
   return total;
 }
@@ -124,7 +131,7 @@ void run(const Tool& tool, const Options& options) {
   const ziplayout::Layout layout(options.package);
   layout.requireWhole();
   const Chosen chosen = choose(layout, options);
-  const std::uint64_t total = refuseUnsafe(chosen, options);
+  const std::uint64_t total = refuseUnsafe(layout, chosen, options);
   if (options.listOnly) {
     for (const ziplayout::Entry* const entry : chosen) {
       fmt::print("{}\n", tools::shown(entry->central.name));

@@ -108,39 +108,6 @@ TEST_F(Extract, EntriesThatAreSymbolicLinksAreRefused) {
   expectRefused("a.pkg", "it is a symbolic link");
 }
 
-TEST_F(Extract, LinksThatAreInTheFolderAlreadyAreNotFollowed) {
-  makePackage("a.pkg");
-  std::filesystem::create_directories(folder / "out");
-  std::filesystem::create_directories(folder / "elsewhere");
-  std::filesystem::create_directory_symlink("../elsewhere", folder / "out/sub");
-  const auto finished = run({"extract", "--overwrite", "a.pkg", "-C", "out"});
-  EXPECT_EQ(finished.status, 3);
-  EXPECT_NE(finished.err.find("a file or a symbolic link is in the way"), std::string::npos);
-  EXPECT_TRUE(std::filesystem::is_empty(folder / "elsewhere"));
-}
-
-TEST_F(Extract, ALinkInPlaceOfAFileIsReplacedAndItsTargetKept) {
-  makePackage("a.pkg");
-  std::filesystem::create_directories(folder / "out");
-  folder.write("precious", "precious");
-  std::filesystem::create_symlink("../precious", folder / "out/one.txt");
-  EXPECT_EQ(run({"extract", "a.pkg", "one.txt", "-C", "out"}).status, 3);
-  must({"extract", "--overwrite", "a.pkg", "one.txt", "-C", "out"});
-  EXPECT_EQ(folder.read("precious"), "precious");
-  EXPECT_EQ(folder.read("out/one.txt"), "one");
-  EXPECT_FALSE(std::filesystem::is_symlink(folder / "out/one.txt"));
-}
-
-TEST_F(Extract, AFolderOrFileInTheWayIsTold) {
-  makePackage("a.pkg");
-  std::filesystem::create_directories(folder / "one/one.txt");
-  folder.write("sub", "a file");
-  EXPECT_NE(run({"extract", "a.pkg", "one.txt", "-C", "one"}).err.find("a folder is in the way"),
-            std::string::npos);
-  EXPECT_NE(run({"extract", "a.pkg", "sub"}).err.find("a file or a symbolic link is in the way"),
-            std::string::npos);
-}
-
 TEST_F(Extract, BombsAreRefusedByRatioAndByTotalSize) {
   python(
       "import zipfile\n"

@@ -7,6 +7,8 @@
 #include <string>
 #include <vector>
 
+#include <unistd.h>
+
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
@@ -30,6 +32,20 @@ protected:
     EXPECT_EQ(finished.err, "");
     return finished.out;
   }
+  // Starts the program, quiet, and returns its process.
+  pid_t start(std::vector<std::string> arguments) const {
+    arguments.insert(arguments.begin(), {QCFPKG, "--quiet"});
+    std::vector<char*> pointers;
+    for (std::string& argument : arguments)
+      pointers.push_back(argument.data());
+    pointers.push_back(nullptr);
+    const pid_t child = fork();
+    if (child != 0) return child;
+    if (chdir(folder.path().c_str()) != 0) _exit(126);
+    execv(QCFPKG, pointers.data());
+    _exit(127);
+  }
+
   // Runs a shell command in which $0 is the program.
   support::Finished shell(const std::string& command) const {
     return support::run({{"sh", "-c", command, QCFPKG}, {}, folder.path(), environment});
@@ -93,6 +109,16 @@ with zipfile.ZipFile(sys.argv[1]) as z:
     return {{"mimetype", "application/x-test"},
             {"one.txt", "one"},
             {"sub/two.txt", std::string(5000, '2')}};
+  }
+  // Every file and folder below the folder, with what is in the files.
+  Contents everything() const {
+    Contents all;
+    for (const auto& item : std::filesystem::recursive_directory_iterator(folder.path())) {
+      const bool isFile = item.is_regular_file() && !item.is_symlink();
+      all[item.path().lexically_relative(folder.path()).string()] =
+          isFile ? support::readFile(item.path()) : "";
+    }
+    return all;
   }
   std::vector<std::string> files() const {
     std::vector<std::string> names;

@@ -88,30 +88,4 @@ TEST_F(Usage, ColoursAreForTerminalsThatWantThem) {
   EXPECT_EQ(shell(command).out.find('\x1b'), std::string::npos);
 }
 
-TEST_F(Usage, AProgressBarIsDrawnOnTerminalsOnlyAndGoes) {
-  if (shell("command -v script").status != 0) GTEST_SKIP() << "no script(1)";
-  python("import os\nopen('big', 'wb').write(os.urandom(1 << 20) * 120)\n");
-  const std::string create = "create --overwrite --type a/b big.pkg big";
-  environment = {{"TERM", "xterm"}};
-  const std::string drawn =
-      shell("Q=\"$0\"; script -qec \"stty cols 80; $Q " + create + "\" /dev/null").out;
-  EXPECT_NE(drawn.find("MB/s"), std::string::npos) << drawn;
-  EXPECT_NE(drawn.find(" left"), std::string::npos);
-  EXPECT_EQ(drawn.substr(drawn.size() - 4), "\r\x1b[K");
-  const std::string narrow =
-      shell("Q=\"$0\"; script -qec \"stty cols 40; $Q " + create + "\" /dev/null").out;
-  std::size_t longest = 0;
-  for (std::size_t at = narrow.find("\r\x1b[K"); at != std::string::npos;) {
-    const std::size_t next = narrow.find("\r\x1b[K", at + 1);
-    longest = std::max(longest, std::min(next, narrow.size()) - at - 4);
-    at = next;
-  }
-  EXPECT_GT(longest, 10u);
-  EXPECT_LT(longest, 40u);
-  environment = {{"TERM", "dumb"}};
-  EXPECT_EQ(shell("Q=\"$0\"; script -qec \"$Q " + create + "\" /dev/null").out, "");
-  environment = {{"TERM", "xterm"}};
-  EXPECT_EQ(must({"create", "--overwrite", "--type", "a/b", "big.pkg", "big"}), "");
-}
-
 }  // namespace
