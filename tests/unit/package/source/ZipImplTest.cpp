@@ -7,6 +7,7 @@
 #include "package/source/ZipImpl.h"
 
 #include "support/ZipBytes.h"
+#include "unit/package/source/RecordOffsets.h"
 
 // A "+" takes the value of a field: packed ones have no reference.
 

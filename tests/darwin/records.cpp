@@ -1,0 +1,2 @@
+#include "HostRecords.h"
+#include "unit/package/source/RecordOffsets.h"
