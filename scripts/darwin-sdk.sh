@@ -66,12 +66,12 @@ done
 [[ -e $sdk/fetched/lib/libc/darwin/libSystem.tbd ]] || fetch_headers
 
 rm -rf "$sdk/usr" "$sdk/System"
-cp -R tests/darwin/sdk/. "$sdk"
+cp -a tests/darwin/sdk/. "$sdk"
 mkdir -p "$sdk/usr/local/include"
-cp -R "$sdk/fetched/lib/libc/include/any-macos-any" "$sdk/usr/include"
-cp "$sdk/fetched/lib/libc/darwin/libSystem.tbd" "$sdk/usr/lib/"
+cp -a "$sdk/fetched/lib/libc/include/any-macos-any" "$sdk/usr/include"
+cp -a "$sdk/fetched/lib/libc/darwin/libSystem.tbd" "$sdk/usr/lib/"
 list_libcxx >"$sdk/usr/lib/libc++.tbd"
 # Apart from the platform's headers, so that these can come last.
 ln -s /usr/include/boost "$sdk/usr/local/include/boost"
-cp "$sdk"/usr/include/z{lib,conf}.h "$sdk/usr/local/include/"
+cp -a "$sdk"/usr/include/z{lib,conf}.h "$sdk/usr/local/include/"
 clang -target x86_64-apple-macosx10.13 -O2 -c "$sdk/usr/src/compilerRuntime.c" -o "$sdk/usr/lib/compilerRuntime.o"

@@ -7,6 +7,9 @@
 
 #include <sys/mman.h>
 
+// LLVM's unwinder learns of one function of generated code.
+extern "C" void __unw_add_dynamic_fde(std::uintptr_t fde);
+
 namespace {
 
 // Reads the byte code of a rebase or bind table.
@@ -210,17 +213,40 @@ void Image::protect() const {
   }
 }
 
-void Image::runInitialisers() const {
+template <class Visit>
+void Image::eachSection(Visit visit) const {
   for (const macho::Segment* segment : fSegments) {
     const auto* section = reinterpret_cast<const macho::Section*>(segment + 1);
-    for (std::uint32_t n = 0; n < segment->sectionCount; ++n, ++section) {
-      if ((section->flags & macho::kSectionTypeMask) != macho::kSectionInitialisers) continue;
-      using Initialiser = void (*)(int, char**, char**);
-      auto* const functions = reinterpret_cast<Initialiser*>(fBase + section->address);
-      for (std::uint64_t k = 0; k < section->size / kWord; ++k)
-        functions[k](0, nullptr, nullptr);
-    }
+    for (std::uint32_t n = 0; n < segment->sectionCount; ++n)
+      visit(section[n]);
   }
+}
+
+void Image::registerUnwindTables() const {
+  eachSection([this](const macho::Section& section) {
+    if (std::strncmp(section.name, "__eh_frame", sizeof section.name) != 0) return;
+    const char* at = fBase + section.address;
+    const char* const end = at + section.size;
+    while (at < end) {
+      std::uint32_t words[2];  // the length of what follows it, and what kind that is
+      std::memcpy(words, at, sizeof words);
+      if (words[0] == 0) return;
+      constexpr std::uint32_t kCommonInformation = 0;
+      if (words[1] != kCommonInformation)
+        __unw_add_dynamic_fde(reinterpret_cast<std::uintptr_t>(at));
+      at += sizeof words[0] + words[0];
+    }
+  });
+}
+
+void Image::runInitialisers() const {
+  eachSection([this](const macho::Section& section) {
+    if ((section.flags & macho::kSectionTypeMask) != macho::kSectionInitialisers) return;
+    using Initialiser = void (*)(int, char**, char**);
+    auto* const functions = reinterpret_cast<Initialiser*>(fBase + section.address);
+    for (std::uint64_t n = 0; n < section.size / kWord; ++n)
+      functions[n](0, nullptr, nullptr);
+  });
 }
 
 void* Image::symbol(const std::string& name) const {

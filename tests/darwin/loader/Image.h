@@ -19,6 +19,9 @@ public:
   // Maps and binds; runs nothing yet.
   Image(const std::string& path, const Resolver& resolver);
 
+  // Lets exceptions pass through the bundle's code, as far as its __eh_frame section tells how; the
+  // platform's compact tables are not read.
+  void registerUnwindTables() const;
   void runInitialisers() const;
   // The address of an exported name, without its leading underscore.
   void* symbol(const std::string& name) const;
@@ -28,6 +31,9 @@ private:
   const T* at(std::uint64_t offset) const {
     return reinterpret_cast<const T*>(fFile.data() + offset);
   }
+  // Calls `visit` with each section.
+  template <class Visit>
+  void eachSection(Visit visit) const;
   void readCommands();
   void mapSegments();
   void rebase();

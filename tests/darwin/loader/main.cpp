@@ -67,6 +67,7 @@ int main(int argc, char** argv) try {
   if (argc != 3) throw std::runtime_error("usage: loader MODULE DOCUMENT");
   if (dlopen("libz.so.1", RTLD_NOW | RTLD_GLOBAL) == nullptr) throw std::runtime_error(dlerror());
   const Image image(argv[1], resolvePlatformName);
+  image.registerUnwindTables();
   image.runInitialisers();
   entry = reinterpret_cast<Entry>(image.symbol("xImportEntry"));
 
