@@ -55,37 +55,6 @@ constexpr ChoiceRow kChoices[] = {
     {SampleKind::FloatBig, 4, {SampleFormatFloat32Big, SampleFormatFloat32Big}},
 };
 
-// Loops of a known length are what compilers vectorise at every level of optimisation.
-constexpr std::size_t kRun = 64;
-
-// The stride as a constant, for the layouts that are common enough to be worth their code.
-template <std::size_t Stride>
-void copyStrided(const float* __restrict source, float* __restrict destination,
-                 std::size_t frames) {
-  std::size_t done = 0;
-  for (; done + kRun <= frames; done += kRun) {
-    const float* const run = source + done * Stride;
-    for (std::size_t i = 0; i < kRun; ++i)
-      destination[done + i] = run[i * Stride];
-  }
-  for (; done < frames; ++done)
-    destination[done] = source[done * Stride];
-}
-
-// Frame by frame within a run, so that the interleaved block is read once. A run keeps the order of
-// the channels: where two buffers are the same memory, the later channel stays.
-template <std::size_t Channels, std::size_t Outputs>
-void deinterleaveRuns(const float* source, float* const* buffers, std::size_t offset,
-                      std::size_t frames) {
-  for (std::size_t done = 0; done < frames; done += kRun) {
-    const std::size_t run = std::min(kRun, frames - done);
-    for (std::size_t channel = 0; channel < Outputs; ++channel) {
-      copyStrided<Channels>(source + done * Channels + channel, buffers[channel] + offset + done,
-                            run);
-    }
-  }
-}
-
 // Frames up to the next address that the widest stores like. Stores across the lines of the cache
 // cost up to a third of the time.
 std::size_t framesToAlignment(const float* destination) {
@@ -159,18 +128,5 @@ void copyChannel(const float* source, std::size_t stride, float* destination,
 
 void deinterleave(const float* source, std::size_t channels, std::size_t outputs,
                   float* const* buffers, std::size_t offset, std::size_t frames) noexcept {
-  if (frames == 0) return;
-  if (channels == 1 && outputs == 1) {
-    std::copy_n(source, frames, buffers[0] + offset);
-  } else if (channels == 2 && outputs == 2) {
-    deinterleaveRuns<2, 2>(source, buffers, offset, frames);
-  } else if (channels == 6 && outputs == 6) {
-    deinterleaveRuns<6, 6>(source, buffers, offset, frames);
-  } else if (channels == 8 && outputs == 6) {
-    deinterleaveRuns<8, 6>(source, buffers, offset, frames);
-  } else {
-    for (std::size_t channel = 0; channel < outputs; ++channel) {
-      copyChannel(source + channel, channels, buffers[channel] + offset, frames);
-    }
-  }
+  sampleKernels().takeApart(source, channels, outputs, buffers, offset, frames);
 }

@@ -1,7 +1,9 @@
 #include "SampleKernels.h"
 
+#include <algorithm>
 #include <cstring>
 
+#include "SampleFormats.h"
 #include "SampleLoops.h"
 
 namespace {
@@ -43,6 +45,51 @@ void copyFloats(const char* raw, float* samples, std::size_t count) {
   if (count != 0) std::memcpy(samples, raw, count * sizeof(float));
 }
 
+// The stride as a constant, for the layouts that are common enough to be worth their code.
+template <std::size_t Stride>
+void copyStrided(const float* __restrict source, float* __restrict destination,
+                 std::size_t frames) {
+  std::size_t done = 0;
+  for (; done + kRun <= frames; done += kRun) {
+    const float* const run = source + done * Stride;
+    for (std::size_t i = 0; i < kRun; ++i)
+      destination[done + i] = run[i * Stride];
+  }
+  for (; done < frames; ++done)
+    destination[done] = source[done * Stride];
+}
+
+// Frame by frame within a run, so that the interleaved block is read once. A run keeps the order of
+// the channels: where two buffers are the same memory, the later channel stays.
+template <std::size_t Channels, std::size_t Outputs>
+void deinterleaveRuns(const float* source, float* const* buffers, std::size_t offset,
+                      std::size_t frames) {
+  for (std::size_t done = 0; done < frames; done += kRun) {
+    const std::size_t run = std::min(kRun, frames - done);
+    for (std::size_t channel = 0; channel < Outputs; ++channel) {
+      copyStrided<Channels>(source + done * Channels + channel, buffers[channel] + offset + done,
+                            run);
+    }
+  }
+}
+
+void takeApartPortably(const float* source, std::size_t channels, std::size_t outputs,
+                       float* const* buffers, std::size_t offset, std::size_t frames) {
+  if (channels == 1 && outputs == 1) {
+    std::copy_n(source, frames, buffers[0] + offset);
+  } else if (channels == 2 && outputs == 2) {
+    deinterleaveRuns<2, 2>(source, buffers, offset, frames);
+  } else if (channels == 6 && outputs == 6) {
+    deinterleaveRuns<6, 6>(source, buffers, offset, frames);
+  } else if (channels == 8 && outputs == 6) {
+    deinterleaveRuns<8, 6>(source, buffers, offset, frames);
+  } else {
+    for (std::size_t channel = 0; channel < outputs; ++channel) {
+      copyChannel(source + channel, channels, buffers[channel] + offset, frames);
+    }
+  }
+}
+
 const SampleKernels& bestKernels() noexcept {
   for (const InstructionSet instructions : {InstructionSet::AVX2, InstructionSet::SSSE3}) {
     if (const SampleKernels* const kernels = findSampleKernels(instructions)) return *kernels;
@@ -65,7 +112,8 @@ const SampleKernels kPortableKernels = {
     {nullptr, stereoPortably<Int8>, stereoPortably<UInt8>, stereoPortably<Int16Little>, nullptr,
      stereoPortably<Int32Little>, stereoPortably<Float32Little>, stereoPortably<Float64Little>,
      stereoPortably<Int16Big>, stereoPortably<Int24Big>, stereoPortably<Int32Big>,
-     stereoPortably<Float32Big>}};
+     stereoPortably<Float32Big>},
+    takeApartPortably};
 
 const SampleKernels* findSampleKernels(InstructionSet instructions) noexcept {
   return instructions == InstructionSet::Portable ? &kPortableKernels

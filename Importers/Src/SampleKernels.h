@@ -14,12 +14,17 @@ using ConvertKernel = void (*)(const char* raw, float* samples, std::size_t coun
 // two of the three may overlap.
 using StereoKernel = void (*)(const char* raw, float* left, float* right, std::size_t frames);
 
+// deinterleave() of SampleFormats.h.
+using TakeApartKernel = void (*)(const float* source, std::size_t channels, std::size_t outputs,
+                                 float* const* buffers, std::size_t offset, std::size_t frames);
+
 struct SampleKernels {
   static constexpr std::size_t kNumbers = 11;
-  // Indexed by format number. Null for numbers without a conversion; that of big-endian floats
-  // leaves `raw` as it is.
+  // Indexed by format number; null for numbers without a conversion. Stereo is null too where it is
+  // better to convert and then to take apart. Those of big-endian floats leave `raw` as it is.
   std::array<ConvertKernel, kNumbers + 1> convert;
   std::array<StereoKernel, kNumbers + 1> stereo;
+  TakeApartKernel takeApart;
 };
 
 enum class InstructionSet { Portable, SSSE3, AVX2 };

@@ -1,3 +1,5 @@
+#include <algorithm>
+
 #include <immintrin.h>
 
 #include "SampleKernels.h"
@@ -129,6 +131,43 @@ QSND_AVX2 void stereo24AVX2(const char* raw, float* left, float* right, std::siz
   stereo<typename Order::Format>(raw + done * 6, left + done, right + done, frames - done);
 }
 
+// Four channels of four frames, from `source` on, to the first `outputs` of `buffers`.
+QSND_SSSE3 inline void transpose4(const float* source, std::size_t channels, std::size_t outputs,
+                                  float* const* buffers, std::size_t index) {
+  __m128 rows[4];
+  for (std::size_t frame = 0; frame < 4; ++frame)
+    rows[frame] = _mm_loadu_ps(source + frame * channels);
+  _MM_TRANSPOSE4_PS(rows[0], rows[1], rows[2], rows[3]);
+  for (std::size_t channel = 0; channel < outputs; ++channel)
+    _mm_storeu_ps(buffers[channel] + index, rows[channel]);
+}
+
+// Frames of more than four channels in squares of four by four. The last square of a frame begins
+// early enough to end with it, and writes some samples a second time. Channels come in their order,
+// so that where two buffers are the same memory, the later one stays.
+QSND_SSSE3 void takeApartSSSE3(const float* source, std::size_t channels, std::size_t outputs,
+                               float* const* buffers, std::size_t offset, std::size_t frames) {
+  if (channels < 4) {
+    kPortableKernels.takeApart(source, channels, outputs, buffers, offset, frames);
+    return;
+  }
+  std::size_t done = 0;
+  for (; done + 4 <= frames; done += 4) {
+    const float* const run = source + done * channels;
+    for (std::size_t channel = 0; channel < outputs; channel += 4) {
+      const std::size_t first = std::min(channel, channels - 4);
+      const std::size_t count = std::min<std::size_t>(4, outputs - first);
+      if (count == 4) {
+        transpose4(run + first, channels, 4, buffers + first, offset + done);
+      } else {
+        transpose4(run + first, channels, count, buffers + first, offset + done);
+      }
+    }
+  }
+  kPortableKernels.takeApart(source + done * channels, channels, outputs, buffers, offset + done,
+                             frames - done);
+}
+
 // The common loops once more, with wider instructions for the compiler.
 template <class Format>
 QSND_SSSE3 void convertSSSE3(const char* raw, float* samples, std::size_t count) {
@@ -155,7 +194,8 @@ constexpr SampleKernels kSSSE3Kernels = {
     {nullptr, stereoSSSE3<Int8>, stereoSSSE3<UInt8>, stereoSSSE3<Int16Little>,
      stereo24SSSE3<LittleBytes>, stereoSSSE3<Int32Little>, stereoSSSE3<Float32Little>,
      stereoSSSE3<Float64Little>, stereoSSSE3<Int16Big>, stereo24SSSE3<BigBytes>,
-     stereoSSSE3<Int32Big>, stereoSSSE3<Float32Big>}};
+     stereoSSSE3<Int32Big>, stereoSSSE3<Float32Big>},
+    takeApartSSSE3};
 
 constexpr SampleKernels kAVX2Kernels = {
     {nullptr, convertAVX2<Int8>, convertAVX2<UInt8>, convertAVX2<Int16Little>,
@@ -165,7 +205,8 @@ constexpr SampleKernels kAVX2Kernels = {
     {nullptr, stereoAVX2<Int8>, stereoAVX2<UInt8>, stereoAVX2<Int16Little>,
      stereo24AVX2<LittleBytes>, stereoAVX2<Int32Little>, stereoAVX2<Float32Little>,
      stereoAVX2<Float64Little>, stereoAVX2<Int16Big>, stereo24AVX2<BigBytes>, stereoAVX2<Int32Big>,
-     stereoAVX2<Float32Big>}};
+     stereoAVX2<Float32Big>},
+    takeApartSSSE3};
 
 }  // namespace
 
