@@ -110,10 +110,13 @@ void convertFrames(std::uint32_t number, const char* raw, std::size_t channels, 
                   frames);
     return;
   }
+  std::size_t done = 0;
+  if (channels >= 4 && kernels.squares[number] != nullptr)
+    done = kernels.squares[number](raw, channels, outputs, buffers, offset, frames);
   // Few enough to stay in the nearest cache between conversion and their buffers.
   std::array<float, kMostChannelsInOnePass> scratch;
   const std::size_t step = scratch.size() / channels;
-  for (std::size_t done = 0; done < frames; done += step) {
+  for (; done < frames; done += step) {
     const std::size_t count = std::min(step, frames - done);
     convertKernel(raw + done * frameBytes, scratch.data(), count * channels);
     deinterleave(scratch.data(), channels, outputs, buffers, offset + done, count);

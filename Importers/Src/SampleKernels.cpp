@@ -113,7 +113,8 @@ const SampleKernels kPortableKernels = {
      stereoPortably<Int32Little>, stereoPortably<Float32Little>, stereoPortably<Float64Little>,
      stereoPortably<Int16Big>, stereoPortably<Int24Big>, stereoPortably<Int32Big>,
      stereoPortably<Float32Big>},
-    takeApartPortably};
+    takeApartPortably,
+    {}};
 
 const SampleKernels* findSampleKernels(InstructionSet instructions) noexcept {
   return instructions == InstructionSet::Portable ? &kPortableKernels

@@ -18,6 +18,11 @@ using StereoKernel = void (*)(const char* raw, float* left, float* right, std::s
 using TakeApartKernel = void (*)(const float* source, std::size_t channels, std::size_t outputs,
                                  float* const* buffers, std::size_t offset, std::size_t frames);
 
+// Converts and takes apart as convertFrames() of SampleFormats.h does, for four channels or more.
+// Returns how many of the frames it has done; the few that it leaves are the caller's.
+using SquareKernel = std::size_t (*)(const char* raw, std::size_t channels, std::size_t outputs,
+                                     float* const* buffers, std::size_t offset, std::size_t frames);
+
 struct SampleKernels {
   static constexpr std::size_t kNumbers = 11;
   // Indexed by format number; null for numbers without a conversion. Stereo is null too where it is
@@ -25,6 +30,7 @@ struct SampleKernels {
   std::array<ConvertKernel, kNumbers + 1> convert;
   std::array<StereoKernel, kNumbers + 1> stereo;
   TakeApartKernel takeApart;
+  std::array<SquareKernel, kNumbers + 1> squares;  // null where there is none
 };
 
 enum class InstructionSet { Portable, SSSE3, AVX2 };

@@ -131,42 +131,109 @@ QSND_AVX2 void stereo24AVX2(const char* raw, float* left, float* right, std::siz
   stereo<typename Order::Format>(raw + done * 6, left + done, right + done, frames - done);
 }
 
-// Four channels of four frames, from `source` on, to the first `outputs` of `buffers`.
-QSND_SSSE3 inline void transpose4(const float* source, std::size_t channels, std::size_t outputs,
-                                  float* const* buffers, std::size_t index) {
+// Four samples of a format that stand side by side, as floats. `spareBytes` behind them are read
+// too.
+template <class Order>
+struct Row24 {
+  static constexpr std::size_t bytes = 3;
+  static constexpr std::size_t spareBytes = 4;
+  QSND_SSSE3 static inline __m128 load(const char* raw) {
+    const __m128i words = _mm_shuffle_epi8(load128(raw), load128(kInOrder<Order>));
+    return _mm_mul_ps(_mm_cvtepi32_ps(words), _mm_set1_ps(kScale32));
+  }
+};
+
+struct Row16 {
+  static constexpr std::size_t bytes = 2;
+  static constexpr std::size_t spareBytes = 0;
+  QSND_SSSE3 static inline __m128 load(const char* raw) {
+    const __m128i values = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(raw));
+    const __m128i words = _mm_srai_epi32(_mm_unpacklo_epi16(values, values), 16);
+    return _mm_mul_ps(_mm_cvtepi32_ps(words), _mm_set1_ps(kScale16));
+  }
+};
+
+struct RowUnsigned8 {
+  static constexpr std::size_t bytes = 1;
+  static constexpr std::size_t spareBytes = 0;
+  QSND_SSSE3 static inline __m128 load(const char* raw) {
+    const __m128i zero = _mm_setzero_si128();
+    const __m128i values = _mm_cvtsi32_si128(sampleloops::load<std::int32_t>(raw));
+    const __m128i words = _mm_unpacklo_epi16(_mm_unpacklo_epi8(values, zero), zero);
+    return _mm_mul_ps(_mm_sub_ps(_mm_cvtepi32_ps(words), _mm_set1_ps(128.0f)),
+                      _mm_set1_ps(kScale8));
+  }
+};
+
+struct RowFloat {
+  static constexpr std::size_t bytes = 4;
+  static constexpr std::size_t spareBytes = 0;
+  QSND_SSSE3 static inline __m128 load(const char* raw) {
+    return _mm_loadu_ps(reinterpret_cast<const float*>(raw));
+  }
+};
+
+// Four channels of four frames, the first `outputs` of them to `buffers`.
+template <class Row>
+QSND_SSSE3 inline void square(const char* raw, std::size_t frameBytes, std::size_t outputs,
+                              float* const* buffers, std::size_t index) {
   __m128 rows[4];
   for (std::size_t frame = 0; frame < 4; ++frame)
-    rows[frame] = _mm_loadu_ps(source + frame * channels);
+    rows[frame] = Row::load(raw + frame * frameBytes);
   _MM_TRANSPOSE4_PS(rows[0], rows[1], rows[2], rows[3]);
   for (std::size_t channel = 0; channel < outputs; ++channel)
     _mm_storeu_ps(buffers[channel] + index, rows[channel]);
 }
 
-// Frames of more than four channels in squares of four by four. The last square of a frame begins
-// early enough to end with it, and writes some samples a second time. Channels come in their order,
-// so that where two buffers are the same memory, the later one stays.
-QSND_SSSE3 void takeApartSSSE3(const float* source, std::size_t channels, std::size_t outputs,
+// Frames in squares of four channels by four frames. The last square of a frame begins early enough
+// to end with it, and writes some samples a second time. Channels come in their order, so that
+// where two buffers are the same memory, the later one stays.
+template <class Row>
+QSND_SSSE3 std::size_t squares(const char* raw, std::size_t channels, std::size_t outputs,
                                float* const* buffers, std::size_t offset, std::size_t frames) {
-  if (channels < 4) {
-    kPortableKernels.takeApart(source, channels, outputs, buffers, offset, frames);
-    return;
-  }
+  constexpr std::size_t kSpareFrames = Row::spareBytes == 0 ? 0 : 1;
+  const std::size_t frameBytes = channels * Row::bytes;
   std::size_t done = 0;
-  for (; done + 4 <= frames; done += 4) {
-    const float* const run = source + done * channels;
+  for (; done + 4 + kSpareFrames <= frames; done += 4) {
     for (std::size_t channel = 0; channel < outputs; channel += 4) {
       const std::size_t first = std::min(channel, channels - 4);
       const std::size_t count = std::min<std::size_t>(4, outputs - first);
+      const char* const corner = raw + done * frameBytes + first * Row::bytes;
       if (count == 4) {
-        transpose4(run + first, channels, 4, buffers + first, offset + done);
+        square<Row>(corner, frameBytes, 4, buffers + first, offset + done);
       } else {
-        transpose4(run + first, channels, count, buffers + first, offset + done);
+        square<Row>(corner, frameBytes, count, buffers + first, offset + done);
       }
     }
+  }
+  return done;
+}
+
+QSND_SSSE3 void takeApartSSSE3(const float* source, std::size_t channels, std::size_t outputs,
+                               float* const* buffers, std::size_t offset, std::size_t frames) {
+  std::size_t done = 0;
+  if (channels >= 4) {
+    done = squares<RowFloat>(reinterpret_cast<const char*>(source), channels, outputs, buffers,
+                             offset, frames);
   }
   kPortableKernels.takeApart(source + done * channels, channels, outputs, buffers, offset + done,
                              frames - done);
 }
+
+// Indexed by format number.
+constexpr std::array<SquareKernel, SampleKernels::kNumbers + 1> kSquares = {
+    nullptr,
+    nullptr,
+    squares<RowUnsigned8>,
+    squares<Row16>,
+    squares<Row24<LittleBytes>>,
+    nullptr,
+    squares<RowFloat>,
+    nullptr,
+    nullptr,
+    squares<Row24<BigBytes>>,
+    nullptr,
+    nullptr};
 
 // The common loops once more, with wider instructions for the compiler.
 template <class Format>
@@ -195,7 +262,8 @@ constexpr SampleKernels kSSSE3Kernels = {
      stereo24SSSE3<LittleBytes>, stereoSSSE3<Int32Little>, stereoSSSE3<Float32Little>,
      stereoSSSE3<Float64Little>, stereoSSSE3<Int16Big>, stereo24SSSE3<BigBytes>,
      stereoSSSE3<Int32Big>, stereoSSSE3<Float32Big>},
-    takeApartSSSE3};
+    takeApartSSSE3,
+    kSquares};
 
 constexpr SampleKernels kAVX2Kernels = {
     {nullptr, convertAVX2<Int8>, convertAVX2<UInt8>, convertAVX2<Int16Little>,
@@ -206,7 +274,8 @@ constexpr SampleKernels kAVX2Kernels = {
      stereo24AVX2<LittleBytes>, stereoAVX2<Int32Little>, stereoAVX2<Float32Little>,
      stereoAVX2<Float64Little>, stereoAVX2<Int16Big>, stereo24AVX2<BigBytes>, stereoAVX2<Int32Big>,
      stereoAVX2<Float32Big>},
-    takeApartSSSE3};
+    takeApartSSSE3,
+    kSquares};
 
 }  // namespace
 
