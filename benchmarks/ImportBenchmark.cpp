@@ -1,6 +1,9 @@
 // Audio of a sound document through the importer's bundle, as one buffer of floats a channel,
 // against libraries that read the same WAV file, and against the floor of inflate alone.
 
+#include <algorithm>
+#include <cstdint>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <functional>
@@ -138,23 +141,55 @@ std::vector<turns::Contender> contenders(const Sources& sources, const Pattern& 
   return all;
 }
 
+// What an import cannot do without: a seek and a read of a whole block through stdio, with its
+// default buffer, wherever a request leaves the block in hand.
+turns::Contender stdioAlone(const std::string& path, const Pattern& pattern,
+                            std::size_t frameBytes) {
+  const std::shared_ptr<std::FILE> file(std::fopen(path.c_str(), "rb"), std::fclose);
+  const auto block = std::make_shared<std::vector<char>>(kBlock);
+  const auto blockFrames = static_cast<std::int64_t>(kBlock / frameBytes);
+  return {
+      "stdio alone", [=] {
+        std::int64_t held = -blockFrames;
+        for (const std::int64_t position : pattern.positions) {
+          for (std::int64_t at = position; at < position + pattern.frames;) {
+            if (at < held || at >= held + blockFrames) {
+              held = at;
+              // The importer's stream sits on odd offsets too.
+              fseeko(file.get(), 61 + at * static_cast<std::int64_t>(frameBytes), SEEK_SET);
+              if (std::fread(block->data(), 1, frameBytes * static_cast<std::size_t>(blockFrames),
+                             file.get()) == 0) {
+                return;
+              }
+            }
+            at = held + blockFrames;
+          }
+        }
+      }};
+}
+
 void addStoredRows(const Format& format, const Files& files) {
+  const std::size_t frameBytes = format.channels * static_cast<std::size_t>(format.bits / 8);
   for (const std::uint32_t frames : {1024u, 4096u, 65536u}) {
     turns::add({std::string("import front to back, stored, ") + format.name + ", " +
                     std::to_string(frames) + " frames",
                 [=] {
-                  return contenders({{"importer", openBundle(files.stored)},
-                                     {"libsndfile", openSndfile(files.wave)},
-                                     {"libav", openLibav(files.wave)}},
-                                    frontToBack(frames), format.channels);
+                  auto all = contenders({{"importer", openBundle(files.stored)},
+                                         {"libsndfile", openSndfile(files.wave)},
+                                         {"libav", openLibav(files.wave)}},
+                                        frontToBack(frames), format.channels);
+                  all.push_back(stdioAlone(files.stored, frontToBack(frames), frameBytes));
+                  return all;
                 },
                 {{"libsndfile", format.goal}, {"libav", 1.0}}});
   }
   turns::add({std::string("random stretches, stored, ") + format.name,
               [=] {
-                return contenders({{"importer", openBundle(files.stored)},
-                                   {"libsndfile", openSndfile(files.wave)}},
-                                  randomStretches(), format.channels);
+                auto all = contenders({{"importer", openBundle(files.stored)},
+                                       {"libsndfile", openSndfile(files.wave)}},
+                                      randomStretches(), format.channels);
+                all.push_back(stdioAlone(files.stored, randomStretches(), frameBytes));
+                return all;
               },
               {{"libsndfile", format.randomGoal}}});
 }
@@ -225,6 +260,66 @@ private:
   std::vector<char> fBlock = std::vector<char>(kBlock);
 };
 
+// Inflates an entry as it must be read: a seek and 4,096 bytes at a time through stdio. Hands each
+// block of `size` bytes to `take`.
+template <class Take>
+void inflateThroughStdio(const std::string& path, std::int64_t start, std::size_t size, Take take) {
+  const std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(std::fopen(path.c_str(), "rb"),
+                                                             std::fclose);
+  z_stream z{};
+  inflateInit2(&z, -MAX_WBITS);
+  std::vector<char> block(size);
+  char input[4096];
+  for (int result = Z_OK; result == Z_OK;) {
+    z.next_out = reinterpret_cast<Bytef*>(block.data());
+    z.avail_out = static_cast<uInt>(block.size());
+    while (z.avail_out != 0 && result == Z_OK) {
+      if (z.avail_in == 0) {
+        fseeko(file.get(), start, SEEK_SET);
+        z.next_in = reinterpret_cast<Bytef*>(input);
+        z.avail_in = static_cast<uInt>(std::fread(input, 1, sizeof(input), file.get()));
+        start += z.avail_in;
+      }
+      result = inflate(&z, Z_NO_FLUSH);
+    }
+    take(block.data(), block.size() - z.avail_out);
+  }
+  inflateEnd(&z);
+}
+
+// Where the data of the second entry, the audio, starts: behind its local header.
+std::int64_t dataStart(const std::string& path) {
+  const std::string bytes = support::readFile(path);
+  const std::size_t header = bytes.find("PK\3\4", 4);
+  const auto two = [&](std::size_t at) {
+    return static_cast<unsigned char>(bytes[at]) | static_cast<unsigned char>(bytes[at + 1]) << 8;
+  };
+  return static_cast<std::int64_t>(header) + 30 + two(header + 26) + two(header + 28);
+}
+
+turns::Contender stdioInflate(const std::string& path) {
+  return {"inflate behind stdio", [path, start = dataStart(path)] {
+            inflateThroughStdio(path, start, kBlock,
+                                [](const char*, std::size_t) { benchmark::ClobberMemory(); });
+          }};
+}
+
+// And writes the plain copy, 4,096 bytes at a time through stdio.
+turns::Contender stdioCopy(const std::string& path) {
+  return {"the copy by stdio",
+          [path, start = dataStart(path)] {
+            const std::string copy = path + ".copy";
+            {
+              const std::unique_ptr<std::FILE, int (*)(std::FILE*)> out(
+                  std::fopen(copy.c_str(), "w+b"), std::fclose);
+              inflateThroughStdio(path, start, 4096, [&](const char* block, std::size_t count) {
+                std::fwrite(block, 1, count, out.get());
+              });
+            }
+          },
+          [path] { std::remove((path + ".copy").c_str()); }};
+}
+
 void requireSameBytes(const std::string& ours, const std::string& theirs, const char* who) {
   if (ours != theirs) throw std::runtime_error(std::string("the bytes of ") + who + " differ");
 }
@@ -267,6 +362,7 @@ std::vector<turns::Contender> deflatedStream(const std::string& path) {
   requireSameBytes(bytes, theirs, "minizip");
   return {{"stream", [path] { readEntry(path); }},
           inflateAlone(path, bytes),
+          stdioInflate(path),
           {"minizip", [path] {
              readMinizip(path, [](const char*, std::size_t) { benchmark::ClobberMemory(); });
            }}};
@@ -289,7 +385,8 @@ std::vector<turns::Contender> deflatedImport(const Files& files) {
                (*source)->read(position, pattern.frames, buffers->data());
            },
            [=] { *source = openBundle(files.deflated); }},
-          inflateAlone(files.deflated, bytes)};
+          inflateAlone(files.deflated, bytes),
+          stdioCopy(files.deflated)};
 }
 
 std::vector<turns::Contender> firstSeek(const std::string& path) {
@@ -303,7 +400,7 @@ std::vector<turns::Contender> firstSeek(const std::string& path) {
     if (moved.get() != static_cast<unsigned char>(bytes[bytes.size() / 2]))
       throw std::runtime_error("the byte behind a seek differs");
   };
-  return {{"stream", seek, prepare}, inflateAlone(path, bytes)};
+  return {{"stream", seek, prepare}, inflateAlone(path, bytes), stdioCopy(path)};
 }
 
 void addDeflatedRows(const Files& files) {
