@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <cstdlib>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -25,7 +26,14 @@ public:
   Plugin(const Plugin&) = delete;
   Plugin& operator=(const Plugin&) = delete;
 
-  static std::string builtModule() { return QSND_BUNDLE "/Contents/Linux/ImporterQSND.so"; }
+  // The built one, or that of the set of instructions under test.
+  static std::string builtModule() {
+    const char* const instructions = std::getenv("QSND_TEST_INSTRUCTIONS");
+    const std::string bundle = instructions == nullptr ? QSND_BUNDLE
+                                                       : std::string(QSND_FORCED_BUNDLES "/") +
+                                                             instructions + "/ImporterQSND.bundle";
+    return bundle + "/Contents/Linux/ImporterQSND.so";
+  }
 
   std::int32_t operator()(int selector, void* param1 = nullptr, void* param2 = nullptr) const {
     return fEntry(selector, nullptr, param1, param2);
