@@ -19,7 +19,7 @@ build_packages=(
 test_packages=(
   libgtest-dev libgmock-dev git python3 clang clang-format clang-tidy libclang-rt-14-dev
   libarchive-tools p7zip-full ziptool ffmpeg
-  libbenchmark-dev libzip-dev libarchive-dev libminizip-dev
+  libbenchmark-dev libzip-dev libarchive-dev libminizip-dev libavformat-dev libavcodec-dev libavutil-dev
 )
 m32_packages=(g++-multilib lib32z1-dev)
 gnustep_packages=(gobjc++ libgnustep-base-dev)

@@ -5,6 +5,7 @@
 #include <functional>
 
 #include "SampleKernels.h"
+#include "SampleLoops.h"
 
 namespace {
 
@@ -126,7 +127,7 @@ void convertFrames(std::uint32_t number, const char* raw, std::size_t channels, 
 void copyChannel(const float* source, std::size_t stride, float* destination,
                  std::size_t frames) noexcept {
   for (std::size_t i = 0; i < frames; ++i)
-    destination[i] = source[i * stride];
+    sampleloops::copySample(source + i * stride, destination + i);
 }
 
 void deinterleave(const float* source, std::size_t channels, std::size_t outputs,

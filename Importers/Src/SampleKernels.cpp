@@ -53,10 +53,10 @@ void copyStrided(const float* __restrict source, float* __restrict destination,
   for (; done + kRun <= frames; done += kRun) {
     const float* const run = source + done * Stride;
     for (std::size_t i = 0; i < kRun; ++i)
-      destination[done + i] = run[i * Stride];
+      copySample(run + i * Stride, destination + done + i);
   }
   for (; done < frames; ++done)
-    destination[done] = source[done * Stride];
+    copySample(source + done * Stride, destination + done);
 }
 
 // Frame by frame within a run, so that the interleaved block is read once. A run keeps the order of

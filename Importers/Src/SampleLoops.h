@@ -124,6 +124,13 @@ QSND_INLINE auto store(const char* raw, float* sample) -> decltype(Format::word(
   std::memcpy(sample, &word, sizeof(word));
 }
 
+// Floats are copied as words too.
+QSND_INLINE void copySample(const float* from, float* to) {
+  std::uint32_t word;
+  std::memcpy(&word, from, sizeof(word));
+  std::memcpy(to, &word, sizeof(word));
+}
+
 // Loops of a known length are what compilers vectorise at every level of optimisation.
 constexpr std::size_t kRun = 64;
 
