@@ -26,7 +26,8 @@ struct Format {
 // nothing but records. One thread at a time.
 class Bundle {
 public:
-  // `folder` is the bundle, <name>.bundle. Raises Error when it cannot be loaded or is no importer.
+  // `folder` is the bundle, <name>.bundle. Raises BundleError when it cannot be loaded or is no
+  // importer.
   explicit Bundle(const std::filesystem::path& folder);
 
   // The formats that the importer offers, in its order.

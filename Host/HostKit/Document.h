@@ -1,48 +1,31 @@
 #pragma once
 
-#include <cstddef>
 #include <cstdint>
 #include <filesystem>
 #include <memory>
 
+#include "HostKit/AudioSource.h"
 #include "HostKit/Bundle.h"
 
 namespace hostkit {
 
-// The layout of a document's audio.
-struct AudioInfo {
-  std::uint32_t channels = 0;
-  float sampleRate = 0;           // hertz
-  std::int32_t sampleFormat = 0;  // the importer's number of the stored format
-  std::int64_t frames = 0;
-};
-
-// The most channels that an importer delivers; those behind are silent.
-constexpr std::size_t kMostChannelsDelivered = 6;
-
-// A document that an importer has opened. One thread at a time.
-class Document {
+// A document that an importer has opened in this process.
+class Document final : public AudioSource {
 public:
   // Opens the document at `path` and asks for its layout. Raises Error with the reason. The bundle
   // may go before.
   Document(const Bundle& bundle, const std::filesystem::path& path);
   // Closes it.
-  ~Document();
+  ~Document() override;
   Document(const Document&) = delete;
   Document& operator=(const Document&) = delete;
 
-  const AudioInfo& info() const noexcept { return fInfo; }
+  const AudioInfo& info() const noexcept override { return fInfo; }
 
-  // Frames from the start that can be read. An importer seeks by byte offsets of 31 bits; frames
-  // behind them come out wrong. For samples of an unknown size, all frames.
-  std::int64_t reachableFrames() const noexcept;
-
-  // Fills `buffers`, one of `frames` floats for each of info().channels, with the audio from
-  // `position` on; silence behind the end, and in the channels that are not delivered. A negative
-  // position goes on from the last read. Raises Error with result 1 for a position at or behind the
-  // end, 38 when the data ends too early, another when it cannot be read; what came before it is
-  // then in the buffers.
-  void read(std::int64_t position, std::uint32_t frames, float* const* buffers);
+  std::int64_t reachableFrames() const noexcept override;
+  // After an Error, what came before it is in the buffers.
+  void read(std::int64_t position, std::uint32_t frames, float* const* buffers) override;
+  void close() noexcept override;
 
   // Closes the file and lets it be opened again by reopen().
   void quiet();
@@ -52,7 +35,6 @@ public:
 private:
   void open();
   void inform();
-  void close() noexcept;
 
   std::shared_ptr<const Module> fModule;
   std::u16string fPath;

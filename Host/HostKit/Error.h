@@ -18,4 +18,10 @@ private:
   std::int32_t fResult;
 };
 
+// The same of an importer bundle that cannot be loaded, whatever the document.
+class BundleError : public Error {
+public:
+  using Error::Error;
+};
+
 }  // namespace hostkit

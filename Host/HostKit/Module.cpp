@@ -14,7 +14,7 @@ namespace {
 std::filesystem::path moduleOf(const std::filesystem::path& folder) {
   std::error_code error;
   const auto bundle = std::filesystem::canonical(folder, error);
-  if (error) throw Error("the importer bundle is missing: " + error.message());
+  if (error) throw BundleError("the importer bundle is missing: " + error.message());
   const auto name = bundle.stem().string() + HOSTKIT_MODULE_SUFFIX;
   return bundle / "Contents" / HOSTKIT_MODULE_FOLDER / name;
 }
@@ -28,12 +28,12 @@ std::string loaderError() {
 
 Module::Module(const std::filesystem::path& folder)
     : fLibrary(dlopen(moduleOf(folder).c_str(), RTLD_NOW | RTLD_LOCAL)), fEntry(nullptr) {
-  if (fLibrary == nullptr) throw Error("the importer cannot be loaded: " + loaderError());
+  if (fLibrary == nullptr) throw BundleError("the importer cannot be loaded: " + loaderError());
   fEntry = reinterpret_cast<Entry>(dlsym(fLibrary, "xImportEntry"));
   imImportInfoRec info{};
   if (fEntry == nullptr || call(SelectorInit, &info, nullptr) != ResultInitialised) {
     dlclose(fLibrary);
-    throw Error("the bundle is no importer");
+    throw BundleError("the bundle is no importer");
   }
 }
 

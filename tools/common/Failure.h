@@ -20,6 +20,10 @@ private:
   ExitCode fCode;
 };
 
+// Whoever read standard output has stopped: nobody is left to be told, so the program ends without
+// a word.
+class ReaderGone : public std::exception {};
+
 // A name that can be shown: control characters, which could break a line or steer a terminal, as
 // escapes.
 std::string shown(const std::string& name);

@@ -80,6 +80,10 @@ OutputFile::~OutputFile() {
   removeOnSignal({});
 }
 
+std::string OutputFile::path() const {
+  return fScratch.empty() ? fmt::format("/dev/fd/{}", fDescriptor) : fScratch;
+}
+
 void OutputFile::commit() {
   if (fScratch.empty()) {
     copyToTarget();
@@ -117,6 +121,7 @@ void OutputFile::replaceTarget() {
 }
 
 void OutputFile::fail() const {
+  if (errno == EPIPE && fTarget.empty()) throw ReaderGone();
   const std::string reason = systemReason();
   throw Failure(fmt::format("cannot write {}: {}",
                             fTarget.empty() ? "standard output" : shown(fTarget), reason));

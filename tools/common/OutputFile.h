@@ -19,6 +19,9 @@ public:
   // Open for reading and writing, owned by this object.
   int descriptor() const noexcept { return fDescriptor; }
 
+  // A name by which the file can be opened once more, until commit().
+  std::string path() const;
+
   // Makes what was written durable, then visible. Raises Failure, with the target as it was.
   void commit();
 

@@ -1,20 +1,21 @@
 #include "common/Program.h"
 
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
 #include <system_error>
 
-#include <unistd.h>
-
 #include <fmt/format.h>
+
+#include "common/Terminal.h"
 
 namespace tools {
 namespace {
 
 bool errorsInColour() {
   const char* const noColour = std::getenv("NO_COLOR");
-  return isatty(STDERR_FILENO) != 0 && (noColour == nullptr || *noColour == '\0');
+  return terminalTakesEscapes() && (noColour == nullptr || *noColour == '\0');
 }
 
 void tell(const std::string& program, const std::string& line) {
@@ -51,15 +52,21 @@ int runProgram(CLI::App& app, Session& session, int argc, char** argv) {
   try {
     parse(app, session, argc, argv);
     if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0) {
-      throw Failure("cannot write standard output: " + systemReason());
+      throw std::system_error(errno, std::generic_category());
     }
   } catch (const Failure& failure) {
     session.report(failure);
+  } catch (const ReaderGone&) {
+    session.code = ExitFailed;
   } catch (const std::system_error& error) {
     // What prints tells a full output without saying which.
     const bool isOutput = std::ferror(stdout) != 0;
-    session.report(Failure(isOutput ? "cannot write standard output: " + error.code().message()
-                                    : firstLine(error.what())));
+    if (isOutput && error.code() == std::errc::broken_pipe) {
+      session.code = ExitFailed;
+    } else {
+      session.report(Failure(isOutput ? "cannot write standard output: " + error.code().message()
+                                      : firstLine(error.what())));
+    }
   } catch (const std::exception& error) {
     session.report(Failure(firstLine(error.what())));
   }

@@ -2,13 +2,11 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <cstdlib>
 #include <utility>
 
-#include <sys/ioctl.h>
-#include <unistd.h>
-
 #include <fmt/format.h>
+
+#include "common/Terminal.h"
 
 namespace tools {
 namespace {
@@ -17,25 +15,13 @@ constexpr auto kDelay = std::chrono::milliseconds(500);
 constexpr auto kInterval = std::chrono::milliseconds(100);
 constexpr std::size_t kWidest = 40;
 
-bool canDraw() {
-  const char* const terminal = std::getenv("TERM");
-  const bool isDumb = terminal == nullptr || std::string(terminal) == "dumb";
-  return isatty(STDERR_FILENO) != 0 && !isDumb;
-}
-
-std::size_t columns() {
-  winsize size{};
-  const bool known = ioctl(STDERR_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col != 0;
-  return known ? size.ws_col : 80;
-}
-
 }  // namespace
 
 Progress::Progress(std::string label, std::int64_t total, bool quiet, Unit unit)
     : fLabel(std::move(label)),
       fTotal(total),
       fUnit(unit),
-      fActive(!quiet && canDraw()),
+      fActive(!quiet && terminalTakesEscapes()),
       fStart(Clock::now()),
       fNext(fStart + kDelay) {}
 
@@ -57,7 +43,7 @@ std::string Progress::remarks(std::int64_t done, Clock::time_point now) const {
 
 // The line must not wrap: what has no room is left out, the bar first.
 std::string Progress::line(std::int64_t done, Clock::time_point now) const {
-  const std::size_t room = columns() - 1;
+  const std::size_t room = terminalColumns() - 1;
   if (fTotal <= 0) {
     const std::string amount = fUnit == Unit::Bytes
                                    ? fmt::format("{:.1f} MB", static_cast<double>(done) / 1e6)

@@ -5,6 +5,7 @@
 #include <string>
 
 #include "ZipLayout.h"
+#include "common/PackageType.h"
 
 // Words and numbers for people.
 
@@ -33,7 +34,6 @@ bool isUTF8(const std::string& text);
 // A name as JSON can hold it: bytes that are no UTF-8 as those of ISO-8859-1.
 std::string jsonText(const std::string& text);
 
-// What a type must look like; empty for a good one, else what is wrong.
-std::string typeFault(const std::string& type);
-// The same for a package's comment.
+using tools::typeFault;
+// The same for a package's comment: empty for a good one.
 std::string commentFault(const std::string& comment);

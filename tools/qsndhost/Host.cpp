@@ -1,9 +1,12 @@
 #include "Host.h"
 
+#include <chrono>
 #include <filesystem>
 
 #include <fmt/format.h>
 
+#include "HostKit/Document.h"
+#include "HostKit/Isolated.h"
 #include "common/ExecutablePath.h"
 
 namespace {
@@ -15,41 +18,52 @@ std::filesystem::path findBundle() {
   for (const auto& place : {folder / QSND_BUNDLES_FROM_BIN / kName, folder / ".." / kName}) {
     if (std::filesystem::is_directory(place)) return place;
   }
-  throw tools::Failure(fmt::format("cannot find {}; name it with --bundle", kName));
+  throw BundleFailure(fmt::format("cannot find {}; name it with --bundle", kName));
+}
+
+std::filesystem::path bundleOf(const Host& host) {
+  return host.bundlePath.empty() ? findBundle() : std::filesystem::path(host.bundlePath);
+}
+
+[[noreturn]] void failToLoad(const std::filesystem::path& bundle, const hostkit::Error& error) {
+  throw BundleFailure(fmt::format("cannot load {}: {}", tools::shown(bundle), error.what()));
 }
 
 }  // namespace
 
-hostkit::Bundle Host::loadBundle() const {
-  const std::filesystem::path path =
-      bundlePath.empty() ? findBundle() : std::filesystem::path(bundlePath);
+std::vector<hostkit::Format> Host::formats() {
+  const auto bundle = bundleOf(*this);
   try {
-    return hostkit::Bundle(path);
+    return isolate ? hostkit::isolatedFormats(bundle, std::chrono::seconds(timeout))
+                   : hostkit::Bundle(bundle).formats();
+  } catch (const hostkit::BundleError& error) {
+    failToLoad(bundle, error);
   } catch (const hostkit::Error& error) {
-    throw tools::Failure(fmt::format("cannot load {}: {}", tools::shown(path), error.what()));
+    throw tools::Failure(
+        fmt::format("cannot list the formats of {}: {}", tools::shown(bundle), error.what()));
   }
 }
 
-std::unique_ptr<hostkit::Document> openDocument(const hostkit::Bundle& bundle,
-                                                const std::string& path) {
+std::unique_ptr<hostkit::AudioSource> Host::open(const std::string& path) {
+  const auto bundle = bundleOf(*this);
   try {
-    return std::make_unique<hostkit::Document>(bundle, path);
-  } catch (const hostkit::Error& error) {
-    throw tools::Failure(fmt::format("cannot open {}: {}", tools::shown(path), error.what()));
+    if (isolate) {
+      return std::make_unique<hostkit::IsolatedDocument>(bundle, path,
+                                                         std::chrono::seconds(timeout));
+    }
+    if (!fBundle) fBundle.emplace(bundle);
+    return std::make_unique<hostkit::Document>(*fBundle, path);
+  } catch (const hostkit::BundleError& error) {
+    failToLoad(bundle, error);
   }
 }
 
-std::string sampleFormatName(std::int32_t number) {
-  switch (number) {
-    case 2:
-      return "8-bit integer";
-    case 3:
-      return "16-bit integer";
-    case 4:
-      return "24-bit integer";
-    case 6:
-      return "32-bit float";
-    default:
-      return "unknown";
+void telling(const std::string& verb, const std::string& file, const std::function<void()>& work) {
+  try {
+    work();
+  } catch (const hostkit::Error& error) {
+    throw tools::Failure(fmt::format("cannot {} {}: {}", verb, tools::shown(file), error.what()));
+  } catch (const std::bad_alloc&) {
+    throw tools::Failure(fmt::format("cannot {} {}: not enough memory", verb, tools::shown(file)));
   }
 }

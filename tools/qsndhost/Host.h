@@ -1,28 +1,43 @@
 #pragma once
 
+#include <functional>
 #include <memory>
+#include <optional>
 #include <string>
+#include <vector>
 
+#include "HostKit/AudioSource.h"
 #include "HostKit/Bundle.h"
-#include "HostKit/Document.h"
 #include "common/Program.h"
 
 // What the commands of this program share.
 struct Host : tools::Session {
   std::string bundlePath;  // as given; empty to look for it
+  bool isolate = true;     // import each document in a process of its own
+  int timeout = 60;        // seconds for one answer of the importer; 0 for any time
 
-  // The importer, loaded. Raises tools::Failure.
-  hostkit::Bundle loadBundle() const;
+  // What the importer offers. Raises tools::Failure.
+  std::vector<hostkit::Format> formats();
+  // Opens a document. Raises hostkit::Error, and BundleFailure for an importer that does not load.
+  std::unique_ptr<hostkit::AudioSource> open(const std::string& path);
+
+private:
+  std::optional<hostkit::Bundle> fBundle;  // where nothing is isolated
 };
 
-// Opens a document. Raises tools::Failure, which names the file.
-std::unique_ptr<hostkit::Document> openDocument(const hostkit::Bundle& bundle,
-                                                const std::string& path);
+// The importer itself cannot be loaded, so that there is no use in going on to another document.
+class BundleFailure : public tools::Failure {
+public:
+  using Failure::Failure;
+};
 
-// A person's word for the importer's number of a sample format.
-std::string sampleFormatName(std::int32_t number);
+// Does `work` on a document, and turns what the importer fails at into a tools::Failure that says
+// what was to be done (`verb`, as "export") with which file.
+void telling(const std::string& verb, const std::string& file, const std::function<void()>& work);
 
 // Each adds its command to the program.
 void addExport(CLI::App& app, Host& host);
 void addFormats(CLI::App& app, Host& host);
 void addInfo(CLI::App& app, Host& host);
+void addMake(CLI::App& app, Host& host);
+void addWaveform(CLI::App& app, Host& host);

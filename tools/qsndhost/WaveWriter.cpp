@@ -55,7 +55,7 @@ WaveWriter::~WaveWriter() {
   if (fFile != nullptr) sf_close(fFile);
 }
 
-void WaveWriter::write(const std::vector<std::vector<float>>& buffers, std::size_t frames) {
+void WaveWriter::write(const std::vector<const float*>& buffers, std::size_t frames) {
   fFloats.resize(frames * buffers.size());
   for (std::size_t channel = 0; channel < buffers.size(); ++channel) {
     for (std::size_t i = 0; i < frames; ++i) {

@@ -22,7 +22,7 @@ public:
   WaveWriter& operator=(const WaveWriter&) = delete;
 
   // Writes `frames` frames of one buffer a channel. Raises tools::Failure.
-  void write(const std::vector<std::vector<float>>& buffers, std::size_t frames);
+  void write(const std::vector<const float*>& buffers, std::size_t frames);
   // Completes the file. Raises tools::Failure.
   void finish();
 

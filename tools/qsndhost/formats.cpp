@@ -1,13 +1,12 @@
 #include <cstdio>
 
 #include <fmt/format.h>
-#include <nlohmann/json.hpp>
 
-#include "Host.h"
+#include "Batch.h"
 
 namespace {
 
-void printJSON(const std::vector<hostkit::Format>& formats) {
+nlohmann::json describeJSON(const std::vector<hostkit::Format>& formats) {
   auto list = nlohmann::json::array();
   for (const auto& format : formats) {
     list.push_back({{"type", format.type},
@@ -16,7 +15,7 @@ void printJSON(const std::vector<hostkit::Format>& formats) {
                     {"extensions", format.extensions},
                     {"flags", format.flags}});
   }
-  fmt::print("{}\n", list.dump(2, ' ', false, nlohmann::json::error_handler_t::replace));
+  return list;
 }
 
 void printText(const std::vector<hostkit::Format>& formats) {
@@ -31,9 +30,13 @@ void printText(const std::vector<hostkit::Format>& formats) {
 void addFormats(CLI::App& app, Host& host) {
   auto* const command = app.add_subcommand("formats", "What the importer offers");
   auto asJSON = std::make_shared<bool>(false);
-  command->add_flag("--json", *asJSON, "As JSON");
+  command->add_flag("--json", *asJSON, "As JSON, an array");
+  command->footer(
+      "Examples:\n"
+      "  qsndhost formats\n"
+      "  qsndhost formats --json");
   command->callback([&host, asJSON] {
-    const auto formats = host.loadBundle().formats();
-    *asJSON ? printJSON(formats) : printText(formats);
+    const auto formats = host.formats();
+    *asJSON ? printJSON(describeJSON(formats)) : printText(formats);
   });
 }

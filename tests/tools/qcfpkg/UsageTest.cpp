@@ -83,8 +83,9 @@ TEST_F(Usage, AFullStandardOutputIsTold) {
 TEST_F(Usage, ColoursAreForTerminalsThatWantThem) {
   if (shell("command -v script").status != 0) GTEST_SKIP() << "no script(1)";
   const std::string command = "Q=\"$0\"; script -qec \"$Q list absent\" /dev/null";
+  environment = {{"TERM", "xterm"}};
   EXPECT_NE(shell(command).out.find("\x1b[1;31m"), std::string::npos);
-  environment = {{"NO_COLOR", "1"}};
+  environment = {{"TERM", "xterm"}, {"NO_COLOR", "1"}};
   EXPECT_EQ(shell(command).out.find('\x1b'), std::string::npos);
 }
 

@@ -1,76 +1,13 @@
-#include <algorithm>
 #include <cmath>
 #include <filesystem>
 #include <string>
 #include <vector>
 
-#include <sndfile.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
-#include <gtest/gtest.h>
-#include <nlohmann/json.hpp>
-
-#include "Documents.h"
-#include "support/Run.h"
-#include "support/TempDir.h"
+#include "Program.h"
 
 namespace {
-
-struct Sound {
-  SF_INFO info{};
-  std::vector<int> samples;  // in the top of 32 bits
-};
-
-Sound readSound(const std::filesystem::path& path) {
-  Sound sound;
-  SNDFILE* const file = sf_open(path.c_str(), SFM_READ, &sound.info);
-  if (file == nullptr) throw std::runtime_error(sf_strerror(nullptr));
-  sound.samples.resize(static_cast<std::size_t>(sound.info.frames * sound.info.channels));
-  sf_readf_int(file, sound.samples.data(), sound.info.frames);
-  sf_close(file);
-  return sound;
-}
-
-class Qsndhost : public testing::Test {
-protected:
-  support::Finished run(std::vector<std::string> arguments) {
-    arguments.insert(arguments.begin(), QSNDHOST);
-    return support::run({arguments, {}, folder.path(), environment});
-  }
-  // Runs a shell command in which $0 is the program.
-  support::Finished shell(const std::string& command) {
-    return support::run({{"sh", "-c", command, QSNDHOST}, {}, folder.path(), environment});
-  }
-
-  std::string makeDocument(const std::string& name, std::uint16_t bits, std::uint16_t channels,
-                           std::size_t frames) {
-    Wave wave;
-    wave.bits = bits;
-    wave.channels = channels;
-    wave.rate = 8000;
-    wave.data = noise(frames * channels * bits / 8, bits);
-    return folder.write(name, storedDocument(wave.bytes()));
-  }
-  // Nothing but what the test itself has put there.
-  std::vector<std::string> files() const {
-    std::vector<std::string> names;
-    for (const auto& item : std::filesystem::directory_iterator(folder.path())) {
-      names.push_back(item.path().filename().string());
-    }
-    std::sort(names.begin(), names.end());
-    return names;
-  }
-
-  support::TempDir folder;
-  std::vector<std::pair<std::string, std::string>> environment;
-};
-
-void expectFailure(const support::Finished& finished, int status, const std::string& line) {
-  EXPECT_EQ(finished.status, status);
-  EXPECT_EQ(finished.out, "");
-  EXPECT_EQ(finished.err, "qsndhost: " + line + "\n");
-}
 
 TEST_F(Qsndhost, ListsTheFormats) {
   EXPECT_EQ(run({"formats"}).out, "QSND  Quillon Sound Document (QSND)  .qsnd\n");
@@ -100,7 +37,9 @@ TEST_F(Qsndhost, OneUnreadableDocumentDoesNotHideTheOthers) {
   EXPECT_EQ(finished.status, 3);
   EXPECT_NE(finished.out.find("a.qsnd\n"), std::string::npos);
   EXPECT_NE(finished.out.find("c.qsnd\n"), std::string::npos);
-  EXPECT_EQ(finished.err, "qsndhost: cannot open b.qsnd: not a sound document, or a damaged one\n");
+  EXPECT_EQ(finished.err,
+            "qsndhost: cannot open b.qsnd: not a sound document, or a damaged one\n"
+            "qsndhost: 2 of 3 documents done, 1 failed\n");
   const auto json = nlohmann::json::parse(run({"info", "--json", "a.qsnd", "b.qsnd"}).out);
   EXPECT_EQ(json[1]["error"], "cannot open b.qsnd: not a sound document, or a damaged one");
 }
@@ -298,16 +237,6 @@ TEST_F(Qsndhost, TakesTheBundleThatItIsTold) {
   expectFailure(
       run({"--bundle", "absent.bundle", "formats"}), 3,
       "cannot load absent.bundle: the importer bundle is missing: No such file or directory");
-}
-
-TEST_F(Qsndhost, ColoursAreForTerminalsThatWantThem) {
-  if (shell("command -v script").status != 0) GTEST_SKIP() << "no script(1)";
-  environment = {{"TERM", "xterm"}};
-  const std::string coloured = shell("H=\"$0\"; script -qec \"$H info absent.qsnd\" /dev/null").out;
-  EXPECT_NE(coloured.find("\x1b[1;31m"), std::string::npos);
-  environment = {{"TERM", "xterm"}, {"NO_COLOR", "1"}};
-  const std::string plain = shell("H=\"$0\"; script -qec \"$H info absent.qsnd\" /dev/null").out;
-  EXPECT_EQ(plain.find('\x1b'), std::string::npos);
 }
 
 }  // namespace

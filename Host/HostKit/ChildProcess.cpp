@@ -1,0 +1,203 @@
+#include "HostKit/ChildProcess.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <csignal>
+#include <cstdint>
+#include <cstdio>
+#include <cstring>
+#include <exception>
+#include <thread>
+
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include "HostKit/Error.h"
+
+namespace hostkit {
+namespace {
+
+using namespace std::chrono_literals;
+
+// What goes before the bytes of a message.
+struct Head {
+  std::uint64_t size;
+  std::int32_t failed;  // the bytes are the text of an Error
+  std::int32_t result;  // of that error
+};
+
+// Larger than any answer: a child whose memory is spoilt may say anything.
+constexpr std::uint64_t kMostBytes = 1u << 30;
+
+// Writing to a process that is gone must not end this one.
+class IgnoringPipeSignal {
+public:
+  IgnoringPipeSignal() : fBefore(std::signal(SIGPIPE, SIG_IGN)) {}
+  ~IgnoringPipeSignal() { std::signal(SIGPIPE, fBefore); }
+  IgnoringPipeSignal(const IgnoringPipeSignal&) = delete;
+  IgnoringPipeSignal& operator=(const IgnoringPipeSignal&) = delete;
+
+private:
+  void (*fBefore)(int);
+};
+
+bool writeAll(int socket, const void* bytes, std::size_t size) {
+  auto* from = static_cast<const char*>(bytes);
+  while (size > 0) {
+    const ssize_t written = ::write(socket, from, size);
+    if (written < 0 && errno == EINTR) continue;
+    if (written < 0) return false;
+    from += written;
+    size -= static_cast<std::size_t>(written);
+  }
+  return true;
+}
+
+bool sendMessage(int socket, Head head, const std::string& bytes) {
+  head.size = bytes.size();
+  return writeAll(socket, &head, sizeof(head)) && writeAll(socket, bytes.data(), bytes.size());
+}
+
+bool readAll(int socket, void* bytes, std::size_t size) {
+  auto* to = static_cast<char*>(bytes);
+  while (size > 0) {
+    const ssize_t count = ::read(socket, to, size);
+    if (count < 0 && errno == EINTR) continue;
+    if (count <= 0) return false;
+    to += count;
+    size -= static_cast<std::size_t>(count);
+  }
+  return true;
+}
+
+bool sendAnswer(int socket, const ChildProcess::Answer& answer, const std::string& question) {
+  try {
+    return sendMessage(socket, {0, 0, 0}, answer(question));
+  } catch (const Error& error) {
+    return sendMessage(socket, {0, 1, error.result()}, error.what());
+  } catch (const std::exception& error) {
+    return sendMessage(socket, {0, 1, 0}, error.what());
+  }
+}
+
+// The child, until nobody asks any more.
+[[noreturn]] void serve(int socket, const ChildProcess::Answer& answer, unsigned patience) {
+  for (const int signal : {SIGHUP, SIGINT, SIGTERM, SIGPIPE, SIGALRM})
+    std::signal(signal, SIG_DFL);
+  dup2(STDERR_FILENO, STDOUT_FILENO);
+  Head head{};
+  std::string question;
+  while (readAll(socket, &head, sizeof(head))) {
+    question.resize(head.size);
+    if (!readAll(socket, question.data(), question.size())) break;
+    // A child that hangs must end even when nobody is left to end it.
+    alarm(patience == 0 ? 0 : patience + 2);
+    if (!sendAnswer(socket, answer, question)) break;
+    alarm(0);
+  }
+  ::_exit(0);
+}
+
+std::string describeEnd(int status) {
+  if (WIFSIGNALED(status)) {
+    return std::string("the importer crashed: ") + strsignal(WTERMSIG(status));
+  }
+  return "the importer ended its process with status " + std::to_string(WEXITSTATUS(status));
+}
+
+}  // namespace
+
+ChildProcess::ChildProcess(const Answer& answer, std::chrono::seconds patience)
+    : fPatience(patience) {
+  int sockets[2];
+  if (socketpair(AF_UNIX, SOCK_STREAM, 0, sockets) != 0) {
+    throw Error(std::string("no connection to a process can be made: ") + std::strerror(errno));
+  }
+  std::fflush(nullptr);  // what is in buffers would be written twice
+  fChild = fork();
+  if (fChild == 0) {
+    ::close(sockets[0]);
+    serve(sockets[1], answer, static_cast<unsigned>(patience.count()));
+  }
+  const int reason = errno;
+  ::close(sockets[1]);
+  fSocket = sockets[0];
+  if (fChild < 0) {
+    ::close(fSocket);
+    throw Error(std::string("no process can be made: ") + std::strerror(reason));
+  }
+}
+
+ChildProcess::~ChildProcess() {
+  end();
+}
+
+void ChildProcess::end() noexcept {
+  if (fSocket >= 0) ::close(fSocket);
+  fSocket = -1;
+  if (fChild <= 0) return;
+  kill(fChild, SIGKILL);
+  while (waitpid(fChild, nullptr, 0) < 0 && errno == EINTR) {
+  }
+  fChild = -1;
+}
+
+std::string ChildProcess::ask(const std::string& question) {
+  if (fChild <= 0) throw Error("the importer is gone");
+  const auto deadline =
+      fPatience.count() == 0 ? Clock::time_point::max() : Clock::now() + fPatience;
+  {
+    const IgnoringPipeSignal ignoring;
+    if (!sendMessage(fSocket, {}, question)) failAsItEnded(deadline);
+  }
+  Head head{};
+  receive(&head, sizeof(head), deadline);
+  if (head.size > kMostBytes) {
+    end();
+    throw Error("the importer has damaged its process");
+  }
+  std::string bytes(head.size, '\0');
+  receive(bytes.data(), bytes.size(), deadline);
+  if (head.failed != 0) throw Error(bytes, head.result);
+  return bytes;
+}
+
+void ChildProcess::receive(void* bytes, std::size_t size, Clock::time_point deadline) {
+  auto* to = static_cast<char*>(bytes);
+  while (size > 0) {
+    const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now());
+    if (left.count() <= 0) failAsTooSlow();
+    // A wait of any length is made of short ones: poll counts in an int.
+    pollfd waiting{fSocket, POLLIN, 0};
+    const auto step = std::min<std::chrono::milliseconds>(left, 10s);
+    if (poll(&waiting, 1, static_cast<int>(step.count())) <= 0) continue;
+    const ssize_t count = ::read(fSocket, to, size);
+    if (count < 0 && errno == EINTR) continue;
+    if (count <= 0) failAsItEnded(deadline);
+    to += count;
+    size -= static_cast<std::size_t>(count);
+  }
+}
+
+void ChildProcess::failAsItEnded(Clock::time_point deadline) {
+  int status = 0;
+  pid_t ended = 0;
+  // It has hung up, and is on its way out; one that stays all the same is not waited for.
+  while ((ended = waitpid(fChild, &status, WNOHANG)) == 0 || (ended < 0 && errno == EINTR)) {
+    if (Clock::now() >= deadline) failAsTooSlow();
+    std::this_thread::sleep_for(1ms);
+  }
+  fChild = -1;
+  end();
+  throw Error(describeEnd(status));
+}
+
+void ChildProcess::failAsTooSlow() {
+  end();
+  throw Error("the importer gave no answer within " + std::to_string(fPatience.count()) +
+              (fPatience.count() == 1 ? " second" : " seconds"));
+}
+
+}  // namespace hostkit

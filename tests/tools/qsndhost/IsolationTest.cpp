@@ -1,0 +1,127 @@
+#include <chrono>
+#include <string>
+#include <vector>
+
+#include "Program.h"
+
+namespace {
+
+constexpr const char* kCrashed = "the importer crashed: Segmentation fault";
+
+class Isolation : public Qsndhost {
+protected:
+  // The program with the importer that misbehaves, its documents in text.
+  support::Finished runFaulty(std::vector<std::string> arguments) {
+    arguments.insert(arguments.begin(), {"--bundle", FAULTY_BUNDLE});
+    return run(arguments);
+  }
+  void document(const std::string& name, const std::string& fault) {
+    folder.write(name, "1 8000 1000 " + fault);
+  }
+};
+
+TEST_F(Isolation, ACrashWhereverItComesIsOneLine) {
+  for (const char* const selector : {"39", "37", "25", "9", "1"}) {
+    document("a.doc", std::string("crash ") + selector);
+    expectFailure(runFaulty({"export", "a.doc", "a.wav"}), 3,
+                  std::string("cannot export a.doc: ") + kCrashed);
+    EXPECT_EQ(files(), std::vector<std::string>{"a.doc"}) << selector;
+  }
+}
+
+TEST_F(Isolation, TheSignalIsTold) {
+  document("a.doc", "divide 37");
+  expectFailure(runFaulty({"info", "a.doc"}), 3,
+                "cannot open a.doc: the importer crashed: Floating point exception");
+}
+
+TEST_F(Isolation, AnImporterThatHangsIsGivenUp) {
+  const auto start = std::chrono::steady_clock::now();
+  for (const char* const selector : {"39", "25", "9"}) {
+    document("a.doc", std::string("hang ") + selector);
+    expectFailure(runFaulty({"--timeout", "1", "waveform", "a.doc", "a.png"}), 3,
+                  "cannot draw a.doc: the importer gave no answer within 1 second");
+  }
+  EXPECT_EQ(files(), std::vector<std::string>{"a.doc"});
+  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(20));
+}
+
+TEST_F(Isolation, AnImporterThatEndsItsProcessIsTold) {
+  document("a.doc", "exit 25");
+  expectFailure(runFaulty({"export", "a.doc", "a.wav"}), 3,
+                "cannot export a.doc: the importer ended its process with status 7");
+}
+
+TEST_F(Isolation, TheOtherDocumentsAreDone) {
+  document("a.doc", "");
+  document("b.doc", "crash 25");
+  document("c.doc", "hang 39");
+  document("d.doc", "");
+  const auto finished = runFaulty(
+      {"--timeout", "1", "export", "a.doc", "b.doc", "c.doc", "d.doc", "--folder", "waves"});
+  EXPECT_EQ(finished.status, 3);
+  EXPECT_EQ(finished.err,
+            std::string("qsndhost: cannot export b.doc: ") + kCrashed +
+                "\nqsndhost: cannot export c.doc: the importer gave no answer within 1 second\n"
+                "qsndhost: 2 of 4 documents done, 2 failed\n");
+  EXPECT_EQ(readSound(folder / "waves/d.wav").info.frames, 1000);
+  EXPECT_FALSE(std::filesystem::exists(folder / "waves/b.wav"));
+}
+
+TEST_F(Isolation, InfoPrintsNothingTwiceWhenAChildDies) {
+  document("a.doc", "");
+  document("b.doc", "exit 37");
+  const auto finished = runFaulty({"info", "a.doc", "b.doc", "a.doc"});
+  std::string once =
+      "a.doc\n  channels  1\n  rate      8000 Hz\n  format    32-bit float\n"
+      "  frames    1000\n  duration  0:00:00.125\n";
+  EXPECT_EQ(finished.out, once + once);
+}
+
+TEST_F(Isolation, AnImporterThatFaultsWithoutADocumentIsTold) {
+  environment = {{"FAULTY_IMPORTER", "crash 0"}};
+  expectFailure(runFaulty({"formats"}), 3,
+                std::string("cannot load ") + FAULTY_BUNDLE + ": " + kCrashed);
+  environment = {{"FAULTY_IMPORTER", "exit 14"}};
+  expectFailure(runFaulty({"formats"}), 3,
+                std::string("cannot list the formats of ") + FAULTY_BUNDLE +
+                    ": the importer ended its process with status 7");
+}
+
+TEST_F(Isolation, WhatAnImporterPrintsDoesNotMixWithTheData) {
+  document("a.doc", "print 25");
+  const auto finished = runFaulty({"export", "a.doc", "-"});
+  EXPECT_EQ(finished.status, 0);
+  EXPECT_EQ(finished.out.substr(0, 4), "RIFF");
+  EXPECT_EQ(finished.out.find("chatter"), std::string::npos);
+  EXPECT_EQ(finished.err, "chatter\n");
+}
+
+TEST_F(Isolation, AudioComesOverAsItWasDelivered) {
+  folder.write("a.doc", "2 8000 200000");
+  ASSERT_EQ(runFaulty({"export", "a.doc", "apart.wav"}).status, 0);
+  ASSERT_EQ(runFaulty({"--no-isolate", "export", "a.doc", "here.wav"}).status, 0);
+  EXPECT_EQ(folder.read("apart.wav"), folder.read("here.wav"));
+  EXPECT_EQ(readSound(folder / "apart.wav").info.frames, 200000);
+}
+
+TEST_F(Isolation, WithoutItTheImporterTakesTheProgramDown) {
+  document("a.doc", "crash 25");
+  EXPECT_EQ(runFaulty({"--no-isolate", "export", "a.doc", "a.wav"}).status, 128 + SIGSEGV);
+}
+
+// A real document on which the real importer faults: frames of no bytes.
+TEST_F(Isolation, ADocumentThatDividesByZeroIsOneFailureOfMany) {
+  Wave wave;
+  wave.blockAlign = 0;
+  wave.data = "abcd";
+  folder.write("bad.qsnd", storedDocument(wave.bytes()));
+  makeDocument("good.qsnd", 16, 1, 10);
+  const auto finished = run({"info", "--json", "bad.qsnd", "good.qsnd"});
+  EXPECT_EQ(finished.status, 3);
+  const auto json = nlohmann::json::parse(finished.out);
+  EXPECT_EQ(json[0]["error"].get<std::string>().find("cannot open bad.qsnd: the importer"), 0u);
+  EXPECT_EQ(json[1]["frames"], 10);
+}
+
+}  // namespace

@@ -1,0 +1,139 @@
+#include <map>
+#include <string>
+#include <vector>
+
+#include "Program.h"
+
+namespace {
+
+class Usage : public Qsndhost {
+protected:
+  // The lines under "Examples:" of a help.
+  std::vector<std::string> examplesOf(const std::vector<std::string>& command) {
+    auto arguments = command;
+    arguments.push_back("--help");
+    const std::string help = must(arguments);
+    std::vector<std::string> examples;
+    std::size_t at = help.find("Examples:\n");
+    if (at == std::string::npos) return examples;
+    for (at = help.find('\n', at) + 1; help.compare(at, 2, "  ") == 0;) {
+      const std::size_t end = help.find('\n', at);
+      examples.push_back(help.substr(at + 2, end - at - 2));
+      at = end + 1;
+    }
+    return examples;
+  }
+};
+
+TEST_F(Usage, EveryExampleOfTheHelpRunsAsItStands) {
+  Wave wave;
+  wave.channels = 2;
+  wave.data = noise(4 * 50000, 5);
+  std::filesystem::create_directory(folder / "bin");
+  std::filesystem::create_symlink(QSNDHOST, folder / "bin/qsndhost");
+  for (const std::vector<std::string>& command :
+       {std::vector<std::string>{}, {"formats"}, {"info"}, {"export"}, {"waveform"}, {"make"}}) {
+    const auto examples = examplesOf(command);
+    EXPECT_GE(examples.size(), 2u);
+    for (const std::string& example : examples) {
+      folder.write("song.wav", wave.bytes());
+      folder.write("song.qsnd", storedDocument(wave.bytes()));
+      const auto finished = shell("set -e; PATH=$PWD/bin:$PATH; " + example);
+      EXPECT_EQ(finished.status, 0) << example << "\n" << finished.err;
+      EXPECT_EQ(finished.err.find("cannot"), std::string::npos) << example << finished.err;
+    }
+  }
+  EXPECT_GT(std::filesystem::file_size(folder / "song.flac"), 1000u);
+  EXPECT_TRUE(std::filesystem::exists(folder / "pictures/song.png"));
+}
+
+struct Mistake {
+  std::vector<std::string> arguments;
+  int status;
+  std::string words;
+};
+
+TEST_F(Usage, AMistakeIsOneLineAndNothingHalfWritten) {
+  makeDocument("a.qsnd", 16, 1, 1000);
+  folder.write("no.qsnd", "no package");
+  Wave wave;
+  wave.data = "abcd";
+  wave.dataSize = 100000;
+  folder.write("short.qsnd", storedDocument(wave.bytes()));
+  folder.write("a.wav", "no audio");
+  folder.write("old", "old");
+  const std::vector<Mistake> mistakes{
+      {{"formats", "--bundle", "absent"}, 3, "cannot load absent"},
+      {{"formats", "extra"}, 2, "extra"},
+      {{"formats", "--bundle", "no.qsnd"}, 3, "cannot load no.qsnd: the importer cannot be loaded"},
+      {{"info"}, 2, "FILE is required"},
+      {{"info", "absent.qsnd"}, 3, "cannot open absent.qsnd: no such file"},
+      {{"info", "no.qsnd"}, 3, "cannot open no.qsnd: not a sound document"},
+      {{"info", "."}, 3, "cannot open .: is a folder"},
+      {{"export", "a.qsnd"}, 2, "export takes FILE OUT.wav, or FILE... --folder FOLDER"},
+      {{"export", "absent.qsnd", "old"}, 3, "cannot export absent.qsnd: no such file"},
+      {{"export", "short.qsnd", "old"},
+       3,
+       "cannot export short.qsnd: the audio data ends too early"},
+      {{"export", "a.qsnd", "old", "--format", "17"}, 2, "must be float, 24 or 16"},
+      {{"export", "a.qsnd", "no/folder/a.wav"}, 3, "No such file or directory"},
+      {{"export", "a.qsnd", "-", "--json"}, 2, "cannot both go to standard output"},
+      {{"waveform", "a.qsnd"}, 2, "waveform takes FILE OUT.png|OUT.svg"},
+      {{"waveform", "a.qsnd", "a.txt"}, 2, "let it end in .png or .svg"},
+      {{"waveform", "a.qsnd", "a.png", "--width", "15"}, 2, "--width"},
+      {{"waveform", "a.qsnd", "a.png", "--theme", "blue"}, 2, "--theme"},
+      {{"waveform", "a.qsnd", "a.png", "--start", "1001"}, 2, "--start 1001 is behind the end"},
+      {{"waveform", "short.qsnd", "a.png"},
+       3,
+       "cannot draw short.qsnd: the audio data ends too early"},
+      {{"waveform", "a.qsnd", "-", "--json"}, 2, "cannot both go to standard output"},
+      {{"waveform", "a.qsnd", "a.qsnd", "--as", "png"}, 2, "the output is the document itself"},
+      {{"make", "a.wav"}, 2, "OUT.qsnd is required"},
+      {{"make", "absent.wav", "old"}, 3, "cannot make a document of absent.wav: no such file"},
+      {{"make", "a.wav", "old"}, 3, "it is not a WAV file"},
+      {{"make", "a.wav", "old", "--type", "x"}, 2, "cannot use the type x"},
+      {{"--timeout", "soon", "info", "a.qsnd"}, 2, "--timeout"},
+  };
+  const auto before = files();
+  for (const Mistake& mistake : mistakes) {
+    const auto finished = run(mistake.arguments);
+    EXPECT_EQ(finished.status, mistake.status) << mistake.words;
+    EXPECT_EQ(finished.out, "") << mistake.words;
+    EXPECT_EQ(finished.err.find("qsndhost: "), 0u) << finished.err;
+    EXPECT_EQ(std::count(finished.err.begin(), finished.err.end(), '\n'), 1) << finished.err;
+    EXPECT_NE(finished.err.find(mistake.words), std::string::npos) << finished.err;
+  }
+  EXPECT_EQ(files(), before);
+  EXPECT_EQ(folder.read("old"), "old");
+}
+
+TEST_F(Usage, AFullDiskIsTold) {
+  makeDocument("a.qsnd", 16, 1, 100000);
+  for (const char* const command : {"export a.qsnd -", "waveform a.qsnd -",
+                                    "waveform a.qsnd --json", "info a.qsnd", "formats"}) {
+    expectFailure(shell("\"$0\" " + std::string(command) + " >/dev/full"), 3,
+                  "cannot write standard output: No space left on device");
+  }
+  for (const char* const command : {"export a.qsnd b.wav", "waveform a.qsnd b.svg"}) {
+    const auto full = shell("ulimit -f 8; trap '' XFSZ; \"$0\" " + std::string(command));
+    EXPECT_EQ(full.status, 3) << command;
+    EXPECT_NE(full.err.find("File too large"), std::string::npos) << full.err;
+    EXPECT_EQ(std::count(full.err.begin(), full.err.end(), '\n'), 1) << full.err;
+  }
+  EXPECT_EQ(files(), std::vector<std::string>{"a.qsnd"});
+}
+
+TEST_F(Usage, AReaderThatStopsEndsTheProgramWithoutAWord) {
+  makeDocument("a.qsnd", 16, 2, 1000000);
+  for (const char* const command : {"export a.qsnd -", "waveform a.qsnd --json --width 30000"}) {
+    for (const char* const trap : {"", "trap '' PIPE; "}) {
+      const auto finished =
+          shell("(" + std::string(trap) + "\"$0\" " + command + "; echo $? >status) | head -c 10");
+      EXPECT_EQ(finished.err, "") << command << trap;
+      EXPECT_EQ(finished.out.size(), 10u);
+      EXPECT_NE(folder.read("status"), "0\n") << command << trap;
+    }
+  }
+}
+
+}  // namespace

@@ -1,0 +1,156 @@
+#include "Batch.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <filesystem>
+#include <map>
+
+#include <fmt/format.h>
+
+#include "Words.h"
+#include "common/Terminal.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+void refuse(const std::string& verb, const std::string& file, const std::string& reason) {
+  throw tools::Failure(fmt::format("cannot {} {}: {}", verb, tools::shown(file), reason),
+                       tools::ExitUsage);
+}
+
+void checkOutput(const Task& task, const std::string& verb) {
+  std::error_code error;
+  if (task.output != "-" && fs::equivalent(task.file, task.output, error)) {
+    refuse(verb, task.file, "the output is the document itself");
+  }
+}
+
+void makeFolder(const std::string& folder) {
+  std::error_code error;
+  fs::create_directories(folder, error);
+  if (!error && !fs::is_directory(folder)) error = std::make_error_code(std::errc::not_a_directory);
+  if (error) {
+    throw tools::Failure(
+        fmt::format("cannot make the folder {}: {}", tools::shown(folder), error.message()));
+  }
+}
+
+std::vector<Task> folderTasks(const Outputs& outputs, const OutputWords& words,
+                              const std::string& extension) {
+  std::vector<Task> tasks;
+  std::map<std::string, std::string> taken;
+  for (const std::string& file : outputs.arguments) {
+    const auto name = fs::path(file).filename().replace_extension(extension);
+    const std::string output = (fs::path(outputs.folder) / name).string();
+    const auto [other, isNew] = taken.insert({output, file});
+    if (!isNew) {
+      refuse(words.verb, file,
+             fmt::format("{} would also be the output of {}", tools::shown(output),
+                         tools::shown(other->second)));
+    }
+    tasks.push_back({file, output});
+  }
+  return tasks;
+}
+
+std::string positionText(std::size_t index, std::size_t count) {
+  const auto all = std::to_string(count);
+  return fmt::format("[{:>{}}/{}]", index + 1, all.size(), all);
+}
+
+void showLine(const std::string& line) {
+  fmt::print(stderr, "{}\n", shortened(line, tools::terminalColumns() - 1));
+}
+
+void summarise(const Host& host, std::size_t count, std::size_t failed) {
+  host.note(failed == 0
+                ? fmt::format("all {} documents done", count)
+                : fmt::format("{} of {} documents done, {} failed", count - failed, count, failed));
+}
+
+}  // namespace
+
+nlohmann::json forEachDocument(Host& host, const std::vector<std::string>& files,
+                               const std::string& verb, bool silent, const DocumentWork& work) {
+  const bool isOne = files.size() == 1;
+  const bool showsLines = !isOne && !silent && !host.quiet && tools::errorsGoToTerminal();
+  auto results = nlohmann::json::array();
+  std::size_t failed = 0;
+  for (std::size_t i = 0; i < files.size(); ++i) {
+    const std::string& file = files[i];
+    const std::string position = positionText(i, files.size());
+    const std::string name = tools::shown(fs::path(file).filename().string());
+    nlohmann::json result{{"file", file}};
+    try {
+      telling(verb, file, [&] { result.update(work(file, isOne ? name : position + " " + name)); });
+      if (showsLines) showLine(position + " " + tools::shown(file));
+    } catch (const BundleFailure&) {
+      throw;
+    } catch (const tools::Failure& failure) {
+      host.report(failure);
+      result["error"] = failure.what();
+      ++failed;
+    }
+    results.push_back(std::move(result));
+  }
+  if (!isOne) {
+    summarise(host, files.size(), failed);
+    if (failed != 0) host.code = tools::ExitFailed;
+  }
+  return results;
+}
+
+void addOutputs(CLI::App& command, Outputs& outputs, const OutputWords& words) {
+  command
+      .add_option("FILE", outputs.arguments,
+                  fmt::format("A sound document, then {}, the file to write (- is standard "
+                              "output); with --folder, any number of documents",
+                              words.out))
+      ->required()
+      ->type_name(words.out);
+  command
+      .add_option("-d,--folder", outputs.folder,
+                  "Write an output for each document to this folder, which is made where missing")
+      ->type_name("FOLDER");
+}
+
+std::vector<Task> tasksOf(const Outputs& outputs, const OutputWords& words,
+                          const std::string& extension) {
+  std::vector<Task> tasks;
+  if (!outputs.folder.empty()) {
+    tasks = folderTasks(outputs, words, extension);
+  } else if (outputs.arguments.size() == 2) {
+    tasks.push_back({outputs.arguments[0], outputs.arguments[1]});
+  } else {
+    throw tools::Failure(fmt::format("{0} takes FILE {1}, or FILE... --folder FOLDER; see "
+                                     "qsndhost {0} --help",
+                                     words.command, words.out),
+                         tools::ExitUsage);
+  }
+  for (const Task& task : tasks)
+    checkOutput(task, words.verb);
+  if (!outputs.folder.empty()) makeFolder(outputs.folder);
+  return tasks;
+}
+
+nlohmann::json forEachTask(Host& host, const std::vector<Task>& tasks, const std::string& verb,
+                           const TaskWork& work) {
+  std::vector<std::string> files;
+  std::map<std::string, const Task*> byFile;
+  for (const Task& task : tasks) {
+    files.push_back(task.file);
+    byFile[task.file] = &task;
+  }
+  return forEachDocument(host, files, verb, false,
+                         [&](const std::string& file, const std::string& label) {
+                           const Task& task = *byFile.at(file);
+                           nlohmann::json result{{"output", task.output}};
+                           result.update(work(task, label));
+                           return result;
+                         });
+}
+
+void printJSON(const nlohmann::json& json) {
+  fmt::print("{}\n", json.dump(2, ' ', false, nlohmann::json::error_handler_t::replace));
+}
