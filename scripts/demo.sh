@@ -4,7 +4,8 @@
 #   demo.sh             makes two sound documents, one stored and one deflated, and imports both
 #   demo.sh FILE.qsnd   imports that document
 #
-# The audio ends up in demo-output/, and is compared with what went into the document.
+# The audio ends up in demo-output/, and is compared with what went into the document. waveform.png and
+# waveform-dark.png there are pictures of it.
 set -euo pipefail
 
 fail() {
@@ -88,6 +89,14 @@ import_document() {
   printf '  audio: %s\n' "$imported"
 }
 
+# draw_document FILE.qsnd: pictures of its audio, for light pages and for dark ones.
+draw_document() {
+  "$qsndhost" waveform "$1" "$output/waveform.png" --width 840 &&
+    "$qsndhost" waveform "$1" "$output/waveform-dark.png" --width 840 --theme dark ||
+    fail "qsndhost could not draw $1"
+  printf '  picture: %s\n' "$output/waveform.png"
+}
+
 # import_made NAME LEVEL: a document with the audio of this demo, made and imported.
 import_made() {
   make_document "$output/$1.qsnd" "$output/source.wav" "$2"
@@ -101,6 +110,7 @@ printf '\nThe importer offers:\n'
 "$qsndhost" formats || fail "qsndhost could not load the importer"
 if [[ -n $document ]]; then
   import_document "$document"
+  draw_document "$document"
   unzip -p "$document" Mixdown.wav >"$work/source.wav" ||
     fail "unzip could not read Mixdown.wav in $document: the audio is not compared"
   compare_audio "$work/source.wav" "$imported"
@@ -108,5 +118,6 @@ else
   make_audio "$output/source.wav"
   import_made stored 0
   import_made deflated 9
+  draw_document "$output/stored.qsnd"
 fi
 printf '\nDone: all of it is in %s\n' "$output"

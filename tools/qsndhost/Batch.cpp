@@ -134,21 +134,24 @@ std::vector<Task> tasksOf(const Outputs& outputs, const OutputWords& words,
   return tasks;
 }
 
-nlohmann::json forEachTask(Host& host, const std::vector<Task>& tasks, const std::string& verb,
-                           const TaskWork& work) {
-  std::vector<std::string> files;
-  std::map<std::string, const Task*> byFile;
-  for (const Task& task : tasks) {
-    files.push_back(task.file);
-    byFile[task.file] = &task;
+void runTasks(Host& host, const std::vector<Task>& tasks, const OutputWords& words, bool asJSON,
+              const TaskWork& work) {
+  if (asJSON && tasks.front().output == "-") {
+    throw tools::Failure("--json and the output cannot both go to standard output",
+                         tools::ExitUsage);
   }
-  return forEachDocument(host, files, verb, false,
-                         [&](const std::string& file, const std::string& label) {
-                           const Task& task = *byFile.at(file);
-                           nlohmann::json result{{"output", task.output}};
-                           result.update(work(task, label));
-                           return result;
-                         });
+  std::vector<std::string> files;
+  for (const Task& task : tasks)
+    files.push_back(task.file);
+  auto next = tasks.begin();
+  const auto results = forEachDocument(host, files, words.verb, false,
+                                       [&](const std::string&, const std::string& label) {
+                                         const Task& task = *next++;
+                                         nlohmann::json result{{"output", task.output}};
+                                         result.update(work(task, label));
+                                         return result;
+                                       });
+  if (asJSON) printJSON(results);
 }
 
 void printJSON(const nlohmann::json& json) {

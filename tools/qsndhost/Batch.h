@@ -49,10 +49,11 @@ void addOutputs(CLI::App& command, Outputs& outputs, const OutputWords& words);
 std::vector<Task> tasksOf(const Outputs& outputs, const OutputWords& words,
                           const std::string& extension);
 
-// forEachDocument on the files of the tasks; each result also has "output".
+// forEachDocument on the files of the tasks; with `asJSON` the results, which also have "output",
+// go to standard output. Raises tools::Failure where that is an output already.
 using TaskWork = std::function<nlohmann::json(const Task& task, const std::string& label)>;
-nlohmann::json forEachTask(Host& host, const std::vector<Task>& tasks, const std::string& verb,
-                           const TaskWork& work);
+void runTasks(Host& host, const std::vector<Task>& tasks, const OutputWords& words, bool asJSON,
+              const TaskWork& work);
 
 // An array of results on standard output.
 void printJSON(const nlohmann::json& json);

@@ -66,15 +66,9 @@ nlohmann::json exportDocument(Host& host, const Options& options, const Task& ta
 
 void run(Host& host, const Options& options) {
   const auto tasks = tasksOf(options.outputs, kWords, ".wav");
-  if (options.asJSON && tasks.front().output == "-") {
-    throw tools::Failure("--json and the audio cannot both go to standard output",
-                         tools::ExitUsage);
-  }
-  const auto results =
-      forEachTask(host, tasks, kWords.verb, [&](const Task& task, const std::string& label) {
-        return exportDocument(host, options, task, label);
-      });
-  if (options.asJSON) printJSON(results);
+  runTasks(host, tasks, kWords, options.asJSON, [&](const Task& task, const std::string& label) {
+    return exportDocument(host, options, task, label);
+  });
 }
 
 }  // namespace

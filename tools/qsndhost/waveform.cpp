@@ -133,15 +133,9 @@ void drawAll(Host& host, const Options& options) {
   const auto tasks = tasksOf(options.outputs, kWords, extension);
   for (const Task& task : tasks)
     kindOf(options, task.output);
-  if (options.asJSON && tasks.front().output == "-") {
-    throw tools::Failure("--json and the picture cannot both go to standard output",
-                         tools::ExitUsage);
-  }
-  const auto results =
-      forEachTask(host, tasks, kWords.verb, [&](const Task& task, const std::string& label) {
-        return drawDocument(host, options, task, label);
-      });
-  if (options.asJSON) printJSON(results);
+  runTasks(host, tasks, kWords, options.asJSON, [&](const Task& task, const std::string& label) {
+    return drawDocument(host, options, task, label);
+  });
 }
 
 void run(Host& host, const Options& options) {
