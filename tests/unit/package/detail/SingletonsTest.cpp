@@ -1,11 +1,14 @@
 #include <atomic>
 #include <cstdlib>
+#include <new>
 #include <thread>
 #include <vector>
 
 #include <gtest/gtest.h>
 
 #include "package/QCFPackage.h"
+
+#include "support/Allocations.h"
 
 namespace {
 
@@ -70,6 +73,34 @@ TEST(SingletonsDeathTest, FactoryAndFileSystemAskedForAtOnceDoNotBlockEachOther)
         std::exit(0);
       },
       testing::ExitedWithCode(0), "");
+}
+
+// Whether an instance whose making failed is made by the next call: neither a lock nor half an
+// instance has been left.
+template <class Singleton>
+bool isMadeAfterAFailure() {
+  bool failed = false;
+  allocations::fail(1);
+  try {
+    Singleton::getInstance();
+  } catch (const std::bad_alloc&) {
+    failed = true;
+  }
+  allocations::endShortage();
+  return failed && Singleton::getInstance() != nullptr;
+}
+
+TEST(SingletonsDeathTest, AFileSystemThatCouldNotBeMadeIsMadeByTheNextCall) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  EXPECT_EXIT(std::exit(isMadeAfterAFailure<pkg::BasePkgFileSystem<>>() ? 0 : 1),
+              testing::ExitedWithCode(0), "");
+}
+
+// Its making fails while the file system's lock is held as well as its own.
+TEST(SingletonsDeathTest, AFactoryThatCouldNotBeMadeIsMadeByTheNextCall) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  EXPECT_EXIT(std::exit(isMadeAfterAFailure<pkg::zip::ZipPackageFactory<>>() ? 0 : 1),
+              testing::ExitedWithCode(0), "");
 }
 
 }  // namespace
