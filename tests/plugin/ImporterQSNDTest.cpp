@@ -94,6 +94,33 @@ TEST_F(ImporterObject, APositionBeforeTheFileDeliversNothing) {
   EXPECT_EQ(framesRead, 0);
 }
 
+// Nothing but the end of the stream is forgotten before a seek.
+TEST_F(ImporterObject, AfterASeekThatFailedEveryReadDeliversNothingUntilItIsOpenedAgain) {
+  ASSERT_EQ(open(), 0);
+  char buffer[64];
+  EXPECT_TRUE(importer.SetStreamPosition(-100000)) << "it did not throw";
+  EXPECT_EQ(importer.StreamAudioFromQSND(10, buffer), 0);
+  EXPECT_TRUE(importer.SetStreamPosition(0));
+  EXPECT_EQ(importer.StreamAudioFromQSND(10, buffer), 0);
+  ASSERT_EQ(open(), 0);
+  EXPECT_TRUE(importer.SetStreamPosition(0));
+  EXPECT_EQ(importer.StreamAudioFromQSND(10, buffer), 10);
+}
+
+TEST_F(ImporterObject, AFrameThatTheFileCutsOffIsDropped) {
+  for (const std::size_t cut : {1u, 2u, 3u}) {
+    Wave wave;
+    wave.channels = 2;
+    wave.data = std::string(400 - cut, '\1');
+    wave.dataSize = 400;
+    path = widen(folder.write("cut.qsnd", storedDocument(wave.bytes())));
+    ASSERT_EQ(open(), 0);
+    ASSERT_TRUE(importer.SetStreamPosition(97));
+    char buffer[64];
+    EXPECT_EQ(importer.StreamAudioFromQSND(10, buffer), 2) << cut;
+  }
+}
+
 TEST_F(ImporterObject, ReadsWholeFramesFromWhereTheStreamWasMoved) {
   ASSERT_EQ(open(), 0);
   EXPECT_TRUE(importer.SetStreamPosition(97));
