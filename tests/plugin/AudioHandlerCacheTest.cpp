@@ -383,4 +383,17 @@ TEST_F(AudioHandlerCache, SwitchingTheCacheOffReleasesTheBufferAtTheNextTransfer
   EXPECT_EQ(references(), 1);
 }
 
+TEST_F(AudioHandlerCache, ABufferIsKeptWhereNoTableCanReleaseIt) {
+  {
+    AudioHandler handler;
+    prepare(handler);
+    expectServed(handler, 0, 10);
+    ASSERT_NE(handler.cachedBuffer, nullptr);
+    handler.bufferSuite = nullptr;
+    expectServed(handler, 5000, 10);
+    EXPECT_NE(handler.cachedBuffer, nullptr);
+  }
+  EXPECT_EQ(references(), 2) << "the cache's and the handler's, whose end could not tell";
+}
+
 }  // namespace
