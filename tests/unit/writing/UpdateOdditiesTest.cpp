@@ -180,4 +180,61 @@ TEST_F(UpdateOddities, WhereEveryEntryIsDeletedTheTypeMustComeFirstAgain) {
   }
 }
 
+// The properties are saved where a beginning has come to its end: what failed before has nothing to
+// bring back. Headers keep their dates; comment, types and creators are gone with the next save.
+TEST_F(UpdateOddities, CancelBehindABeginningThatFailedForgetsEveryProperty) {
+  Entry typed = storedEntry("b.txt", "beta");
+  typed.centralExtra = zipbytes::typeCreatorBlock("TEXTttxt");
+  Entry lost = storedEntry("a.txt", "alpha");
+  lost.offset = 3;  // no header stands there
+  zipbytes::File old;
+  old.add(typed, "beta");
+  old.list(lost);
+  const Package package = open(old.bytes(old.end("a comment")));
+  const File file = package->getFile("b.txt", true);
+  EXPECT_EQ(package->getProperty(pkg::QCFPropertyPackageComment), "a comment");
+  EXPECT_NE(file->getProperty(pkg::QCFPropertyZipDate), "");
+  EXPECT_EQ(file->getProperty(pkg::QCFPropertyZipTypeCreator), "5445585474747874");
+
+  EXPECT_RAISED("IO 8", package->saveAs("new.pkg", kIn | kOut | kTrunc));
+  EXPECT_EQ(package->getProperty(pkg::QCFPropertyPackageComment), "a comment");
+  package->cancelUpdate();
+  EXPECT_EQ(package->getProperty(pkg::QCFPropertyPackageComment), "");
+  for (const auto name :
+       {pkg::QCFPropertyZipDate, pkg::QCFPropertyZipTime, pkg::QCFPropertyZipTypeCreator})
+    EXPECT_EQ(file->getProperty(name), "") << name;
+}
+
+TEST_F(UpdateOddities, CancelBehindAQueueThatFailedForgetsEveryProperty) {
+  support::FailingFileSystem failing(fMemory, 6, {support::Failure::Write});
+  fFiles = &failing;
+  const Package package = open(twoEntries());
+  package->setProperty(pkg::QCFPropertyPackageComment, "a comment");
+  package->beginUpdate();
+  const Stream direct = openForWriting(package, "direct.txt");
+  *direct << "direct";                                        // writes 1 and 2
+  write(package, "queued.txt", "queued", CompressionStored);  // write 3
+  direct->close();                                            // write 4
+  EXPECT_RAISED("IO 29", package->endUpdate());
+  package->cancelUpdate();
+  EXPECT_EQ(package->getProperty(pkg::QCFPropertyPackageComment), "");
+  EXPECT_EQ(package->getFile("a.txt", true)->getProperty(pkg::QCFPropertyZipDate), "");
+
+  package->saveAs("new.pkg", kIn | kOut | kTrunc);
+  EXPECT_TRUE(sameBytes(twoEntries(), bytes()));  // with the dates of the records
+}
+
+TEST_F(UpdateOddities, InPlaceOfTwoRecordsOfOneNameTheFirstStays) {
+  zipbytes::File old;
+  old.add(storedEntry("a.txt", "first"), "first");
+  old.add(storedEntry("b.txt", "beta"), "beta");
+  zipbytes::File expected = old;
+  old.add(storedEntry("a.txt", "second"), "second");
+  const Package package = open(old.bytes());
+  package->doUNSAFEUpdateInPlace();
+  expected.raw(zipbytes::localHeader(storedEntry("a.txt", "second"))).raw("second");
+  EXPECT_TRUE(sameBytes(expected.bytes(), bytes("old.pkg")));
+  EXPECT_EQ(contents(package, "a.txt"), "first");
+}
+
 }  // namespace

@@ -120,6 +120,9 @@ void PkgPropertyMgr<Context>::endUpdate() {
 
 template <class Context>
 void PkgPropertyMgr<Context>::cancelUpdate() {
+  // Where the update's beginning or the writing of its queue has failed, nothing is saved: every
+  // property goes, those of the records included.
+  if (!inUpdate) recordDateTimes = {};
   properties.swap(savedProperties);
   savedProperties.clear();
   inUpdate = false;
