@@ -332,4 +332,48 @@ TEST_F(WriteStream, ATemporaryFileThatCannotBeMadeRaises) {
   EXPECT_EQ(contents(package, "a.txt"), "second try");
 }
 
+TEST_F(WriteStream, AStreamThatWritesRaises23WhenItIsReadAndGoesOnWriting) {
+  const Package package = create();
+  const Stream stored = openForWriting(package, "stored.txt");
+  const Stream spooled = openForWriting(package, "spooled.txt");
+  for (const Stream& stream : {stored, spooled}) {
+    *stream << "da";
+    char byte = 0;
+    EXPECT_RAISED("23", stream->get());
+    stream->clear();
+    EXPECT_RAISED("23", stream->read(&byte, 1));
+    stream->clear();
+    *stream << "ta";
+    stream->close();
+  }
+  const Stream deflated = openForWriting(package, "deflated.txt", CompressionDeflated);
+  *deflated << "da";
+  EXPECT_RAISED("23", deflated->get());
+  deflated->clear();
+  *deflated << "ta";
+  deflated->close();
+  package->endUpdate();
+  const Package again = open(bytes());
+  for (const char* const name : {"stored.txt", "spooled.txt", "deflated.txt"})
+    EXPECT_EQ(contents(again, name), "data") << name;
+}
+
+TEST_F(WriteStream, AStreamThatReadsRaises23WhenItIsWrittenToAndGoesOnReading) {
+  zipbytes::File old;
+  old.add(storedEntry("stored.txt", "data"), "data");
+  old.add(deflatedEntry("deflated.txt", "data"), deflated("data"));
+  const Package package = open(old.bytes());
+  write(package, "spooled.txt", "data");
+  for (const char* const name : {"stored.txt", "deflated.txt", "spooled.txt"}) {
+    const Stream stream = package->getFile(name, true)->open(kIn, false);
+    stream->exceptions(std::ios_base::badbit);
+    EXPECT_RAISED("23", stream->put('x'));
+    stream->clear();
+    EXPECT_RAISED("23", *stream << "more");
+    stream->clear();
+    EXPECT_EQ(readAll(*stream), "data") << name;
+  }
+  EXPECT_EQ(bytes("old.pkg"), old.bytes());
+}
+
 }  // namespace

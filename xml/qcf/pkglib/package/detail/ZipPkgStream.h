@@ -113,6 +113,7 @@ private:
   void settleDirectEntry();
 
   ZipPackage<Context>* package() const { return fEntry->zipPackage(); }
+  bool writes() const { return (fMode & std::ios_base::out) != 0; }
   bool inflates() const { return !this->fPlain && this->fMethod != CompressionStored; }
   char* getData() { return fGetArea + kPutback; }
 
@@ -145,7 +146,7 @@ private:
   bool isOrphan() const { return fBuf.isOrphan(); }
   bool isDirect() const { return static_cast<bool>(fBuf.fRecord); }
   std::int64_t dataEnd() const { return fBuf.fFileEnd; }
-  bool writes() const { return (fBuf.fMode & std::ios_base::out) != 0; }
+  bool writes() const { return fBuf.writes(); }
   // Cuts the stream off from an entry that goes: it is closed from now on.
   void detach();
   void dropBuffer();

@@ -74,7 +74,7 @@ void ZipPkgStreamBuf<Context>::end() {
   this->fFile.reset();
   if (result != Z_OK) throw PackageException<>(PkgLib_Err_ClosingPackageFile);
   fOpen = false;
-  if ((fMode & std::ios_base::out) == 0) return;
+  if (!writes()) return;
   if (fInTemp) {
     fEntry->setExpectedSize(this->fFileEnd - this->fDataStart);
   } else if (!isOrphan()) {

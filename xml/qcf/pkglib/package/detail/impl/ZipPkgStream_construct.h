@@ -18,7 +18,7 @@ ZipPkgStreamBuf<Context>::ZipPkgStreamBuf(ZipPkgFile<Context>* entry, openmode m
     : fEntry(entry), fMode(mode), fRaw(raw) {
   emptyGetArea(0);
   if (fEntry->fTempFile.exists()) fEntry->fTempFile.reopened();
-  if ((fMode & std::ios_base::out) != 0) {
+  if (writes()) {
     initWriting();
   } else {
     initReading();

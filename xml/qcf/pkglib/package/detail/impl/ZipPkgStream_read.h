@@ -66,6 +66,7 @@ void ZipPkgStreamBuf<Context>::emptyGetArea(std::ptrdiff_t kept) {
 
 template <class Context>
 std::streamsize ZipPkgStreamBuf<Context>::fetch(char* destination, std::streamsize count) {
+  if (writes()) throw PackageException<>(PkgLib_Err_UnsupportedOperation);
   return inflates() ? fetchInflated(destination, count) : fetchDirect(destination, count);
 }
 

@@ -54,9 +54,7 @@ typename ZipPkgStreamBuf<Context>::pos_type ZipPkgStreamBuf<Context>::moveTo(std
 template <class Context>
 void ZipPkgStreamBuf<Context>::maybeSwitchToTemp() {
   if (fInTemp || fEntry->getCompressionMethod() == CompressionStored) return;
-  if ((fMode & std::ios_base::out) != 0) {
-    throw PackageException<>(PkgLib_Err_UnsupportedOperation);
-  }
+  if (writes()) throw PackageException<>(PkgLib_Err_UnsupportedOperation);
   if (!fEntry->fTempFile.counts()) fEntry->fTempFile.discard();  // a copy that stopped half way
   if (!fEntry->fTempFile.exists()) makeTempCopy();
   fEntry->fTempFile.reopened();

@@ -27,6 +27,7 @@ typename ZipPkgStreamBuf<Context>::int_type ZipPkgStreamBuf<Context>::overflow(i
 // The first byte of a direct stream brings the local header along.
 template <class Context>
 std::streamsize ZipPkgStreamBuf<Context>::put(const char* source, std::streamsize count) {
+  if (!writes()) throw PackageException<>(PkgLib_Err_UnsupportedOperation);
   if (isOrphan()) throw PackageException<>(PkgLib_Err_IllegalState);
   if (!fInTemp && fPos == 0) fEntry->fWriteLocal->writeLFH(package()->fOutFile.get(), package());
   if (!fInTemp && !fRaw) {
