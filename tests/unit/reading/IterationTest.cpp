@@ -186,3 +186,22 @@ TEST(Iteration, OutlivesEverythingButThePackage) {
   iterator->increment();
   EXPECT_EQ("f", iterator->dereference()->getName());
 }
+
+TEST(Iteration, AStepBeyondTheEndGoesRoundToTheFirstChangedEntry) {
+  const MemoryPackage package(packageOf({"a"}), nullptr, kIn | kOut);
+  Iterator iterator;
+  package->initIterator(iterator, {}, "");
+  iterator->increment();
+  EXPECT_FALSE(iterator->isValid());
+  iterator->increment();
+  EXPECT_FALSE(iterator->isValid());  // nothing is there to go round to
+  writeFile(package, "b", "text");
+  writeFile(package, "c", "text");
+  iterator->increment();
+  EXPECT_EQ("b", iterator->dereference()->getName());
+  iterator->increment();
+  iterator->increment();
+  EXPECT_FALSE(iterator->isValid());
+  iterator->increment();
+  EXPECT_EQ("b", iterator->dereference()->getName());
+}

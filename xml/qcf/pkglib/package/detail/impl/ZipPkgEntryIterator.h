@@ -46,11 +46,14 @@ void ZipPackage<Context>::ZipPkgEntryIteratorImpl::makeValid() {
 
 template <class Context>
 void ZipPackage<Context>::ZipPkgEntryIteratorImpl::increment() {
+  EntryList& changed = zipPackage()->fChangedEntries;
   fImplied.reset();
   if (fPhase == 0) {
     ++fRecord;
-  } else {
+  } else if (fChanged != changed.end()) {
     ++fChanged;
+  } else {
+    fChanged = changed.begin();  // a step beyond the end goes round
   }
   makeValid();
 }
