@@ -114,4 +114,13 @@ TEST_F(ConformanceRules, ATypeThatCannotBeWrittenRaises) {
   EXPECT_EQ(fMemory.temporaryFiles(), 0);
 }
 
+TEST_F(ConformanceRules, ARepairedTypeThatASaveHasWrittenFirstIsNotWrittenAgainInIt) {
+  fPolicies.conformance = 1;
+  const Package package = open(deflatedType());
+  package->beginUpdate("new.pkg", kIn | kOut | kTrunc);
+  EXPECT_RAISED("45", package->setMIMEType("text/html"));
+  package->endUpdate();
+  EXPECT_EQ(package->getMIMEType(), "text/plain");
+}
+
 }  // namespace

@@ -1,3 +1,7 @@
+#include <string>
+#include <vector>
+
+#include "unit/package/detail/FakeParser.h"
 #include "unit/writing/Writing.h"
 
 // What transactions do to entries, streams and files, beyond the bytes of the result.
@@ -322,6 +326,41 @@ TEST_F(Transactions, WriteTwiceInOneSpoolKeepsTheLaterContent) {
   write(package, "b.txt", "second");
   package->doUNSAFEUpdateInPlace();
   EXPECT_EQ(contents(package, "b.txt"), "second");
+}
+
+TEST_F(Transactions, TheOutputBeginsWithARepairedTypeAndEndsWithTheQueue) {
+  fPolicies.conformance = 1;
+  support::FakeParser parser;
+  fParser = &parser;
+  zipbytes::File old;
+  old.add(storedEntry("old.txt", "alpha"), "alpha");
+  old.add(deflatedEntry("mimetype", "text/plain"), deflated("text/plain"));
+  const Package package = open(old.bytes());
+  write(package, "changed.txt", "changed");
+  package->getDirectory("d", false)->create();
+  package->beginUpdate("new.pkg", kIn | kOut | kTrunc);
+  const Stream first = openForWriting(package, "first.txt");
+  write(package, "queued.txt", "queued");
+  *first << "first";
+  first->close();
+  write(package, "second.txt", "second");
+  package->getFile("old.txt", true)->setProperty(pkg::QCFPropertyMacType, "TEXT");
+  package->endUpdate();
+
+  std::vector<std::string> names;
+  boost::shared_ptr<pkg::IPkgEntryIteratorImpl<>> at;
+  for (package->initIterator(at, {}, ""); at->isValid(); at->increment())
+    names.push_back(at->dereference()->getName());
+  EXPECT_EQ(names,
+            (std::vector<std::string>{"mimetype", "old.txt", "changed.txt", "d/", "first.txt",
+                                      "second.txt", "META-INF/pkgproperties.xml", "queued.txt"}));
+  std::size_t place = 0;
+  for (const std::string& name : names) {
+    const std::size_t header = bytes().find(name, place);
+    ASSERT_NE(header, Bytes::npos) << name;
+    EXPECT_EQ(bytes().substr(header - 30, 4), "PK\x03\x04") << name;
+    place = header;
+  }
 }
 
 }  // namespace
