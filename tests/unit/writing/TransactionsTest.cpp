@@ -363,4 +363,38 @@ TEST_F(Transactions, TheOutputBeginsWithARepairedTypeAndEndsWithTheQueue) {
   }
 }
 
+TEST_F(Transactions, WhatWaitsAndIsRemovedIsNeitherWrittenNorListed) {
+  const Package package = open(oneEntry());
+  write(package, "changed.txt", "changed", CompressionStored);
+  package->getFile("changed.txt", true)->remove();
+  package->beginUpdate("new.pkg", kIn | kOut | kTrunc);
+  const Stream direct = openForWriting(package, "b.txt");
+  *direct << "beta";
+  write(package, "queued.txt", "queued", CompressionStored);
+  package->getFile("queued.txt", true)->remove();
+  direct->close();
+  package->endUpdate();
+
+  zipbytes::File expected;
+  expected.add(storedEntry("a.txt", "alpha"), "alpha");
+  expected.add(storedEntry("b.txt", "beta"), "beta");
+  EXPECT_TRUE(sameBytes(expected.bytes(), bytes()));
+  EXPECT_EQ(package->entryExists("changed.txt"), pkg::PkgEntryNone);
+  EXPECT_EQ(package->entryExists("queued.txt"), pkg::PkgEntryNone);
+  EXPECT_EQ(fMemory.temporaryFiles(), 0);
+}
+
+TEST_F(Transactions, ASaveLetsGoOfTheOldFileAndACancelledOneKeepsItsOutput) {
+  support::RecordingFileSystem recording(fMemory);
+  fFiles = &recording;
+  const Package package = open(oneEntry());
+  package->saveAs("new.pkg", kIn | kOut | kTrunc);
+  EXPECT_EQ(recording.filesAlive(), 1);
+  package->beginUpdate("other.pkg", kIn | kOut | kTrunc);
+  package->cancelUpdate();
+  EXPECT_EQ(recording.filesAlive(), 2);
+  package->close();
+  EXPECT_EQ(recording.filesAlive(), 1);
+}
+
 }  // namespace

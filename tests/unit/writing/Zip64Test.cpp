@@ -206,4 +206,20 @@ TEST_F(Zip64, EntryCountsOf65534And65535StandOnEitherSideOfTheLimit) {
   }
 }
 
+// The descriptor takes the numbers that came; the header is never brought up to them.
+TEST_F(Zip64, WithADescriptorTheLocalHeaderKeepsTheSizesThatWereAnnounced) {
+  fPolicies.descriptor = 2;
+  const Package package = create();
+  package->getFile("a.txt", false)->setExpectedSize(5000000000);
+  write(package, "a.txt", "small", CompressionStored);
+  package->endUpdate();
+
+  const Entry central = described(storedEntry("a.txt", "small"));
+  Entry local = withoutNumbers(central);
+  local.localExtra = zipbytes::zip64Block({5000000000, 5000000000});
+  zipbytes::File expected;
+  expected.addAs(local, central, "small", zipbytes::dataDescriptor64(central.crc, 5, 5));
+  EXPECT_TRUE(sameBytes(expected.bytes(), bytes()));
+}
+
 }  // namespace
