@@ -364,6 +364,38 @@ TEST(AudioHandler, AFrameOfExactlyTheBlockIsServed) {
   EXPECT_EQ(out[5], std::vector<float>(2, -0.5f));
 }
 
+// What the callback is given, seen from inside of it.
+struct CallbackWitness {
+  const AudioHandler* handler = nullptr;
+  bool intoRawBlock = false;
+  bool countsStraight = false;  // into the handler's own number of frames
+  std::int64_t blockStart = 0;
+
+  static std::int32_t read(void* context, AudioHandler& handler, long long, unsigned int frames,
+                           char* destination, int& framesRead) {
+    auto& self = *static_cast<CallbackWitness*>(context);
+    self.handler = &handler;
+    self.intoRawBlock = destination == handler.rawBlock.data();
+    self.countsStraight = &framesRead == &handler.bufferFrames;
+    self.blockStart = handler.bufferStartFrame;
+    std::memset(destination, 0, std::size_t{frames} * 2);
+    framesRead = static_cast<int>(frames);
+    return 0;
+  }
+};
+
+TEST(AudioHandler, TheCallbackIsGivenTheHandlerItsRawBlockAndItsNumberOfFrames) {
+  AudioHandler handler;
+  CallbackWitness witness;
+  handler.ConfigureSource(1, 2, 50000, SampleKind::IntLittle, &CallbackWitness::read);
+  ChannelBuffers out(1, 1);
+  ASSERT_EQ(handler.ServeAudio(1234, 1, out.data(), &witness), 0);
+  EXPECT_EQ(witness.handler, &handler);
+  EXPECT_TRUE(witness.intoRawBlock);
+  EXPECT_TRUE(witness.countsStraight);
+  EXPECT_EQ(witness.blockStart, 1234) << "set before the read";
+}
+
 TEST(AudioHandler, AFailureOfTheCallbackReachesTheHostAsItIs) {
   AudioHandler handler;
   MemorySource source = numberedSource(1, 10);

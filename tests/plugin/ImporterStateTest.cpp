@@ -1,6 +1,7 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -56,7 +57,8 @@ protected:
   }
 
   support::TempDir folder;
-  Importer importer;
+  std::unique_ptr<Importer> owned = std::make_unique<Importer>();
+  Importer& importer = *owned;
   ChannelBuffers out{2, 10};
 };
 
@@ -87,6 +89,57 @@ TEST_F(ImporterState, QuietLetsGoOfEverythingButThePath) {
   EXPECT_EQ(stateOf(importer).filePath, path);
   EXPECT_EQ(importer.OnCloseFile(nullptr), 0);
   EXPECT_TRUE(stateOf(importer).filePath.empty());
+}
+
+TEST_F(ImporterState, AFailedOpenOverAnOpenDocumentKeepsItsReferencesUntilTheNextQuiet) {
+  open();
+  const auto package = stateOf(importer).package;
+  const auto* const stream = stateOf(importer).audioStream.get();
+  imFileOpenRec8 record{};
+  record.path = u"/no/such/document.qsnd";
+  void* reference = nullptr;
+  EXPECT_EQ(importer.OnOpenFile8(&reference, &record), 31);
+  EXPECT_FALSE(stateOf(importer).isOpen);
+  EXPECT_EQ(stateOf(importer).package, package);
+  EXPECT_EQ(stateOf(importer).audioStream.get(), stream);
+  EXPECT_NO_THROW(package->getOpenMode(true));
+  importer.OnQuietFile(nullptr);
+  EXPECT_ANY_THROW(package->getOpenMode(true)) << "closed";
+  EXPECT_EQ(stateOf(importer).package, nullptr);
+}
+
+TEST_F(ImporterState, AnImporterThatGoesClosesNothingThatOthersHold) {
+  open();
+  const auto package = stateOf(importer).package;
+  const auto stream = stateOf(importer).audioStream;
+  owned.reset();
+  EXPECT_EQ(package->getOpenMode(true), std::ios::in);
+  EXPECT_EQ(stream->get(), 1) << "the first byte of audio";
+}
+
+// Puts a reference in the place of another that writes its end down.
+template <class Object>
+void watchEnd(boost::shared_ptr<Object>& reference, const char* name,
+              std::vector<std::string>& ends) {
+  reference.reset(reference.get(), [name, &ends, held = reference](Object*) mutable {
+    ends.push_back(name);
+    held.reset();
+  });
+}
+
+TEST_F(ImporterState, TheStreamIsLetGoBeforeThePackage) {
+  for (const bool quiet : {true, false}) {
+    open();
+    std::vector<std::string> ends;
+    watchEnd(stateOf(importer).audioStream, "stream", ends);
+    watchEnd(stateOf(importer).package, "package", ends);
+    if (quiet) {
+      importer.OnQuietFile(nullptr);
+    } else {
+      owned.reset();
+    }
+    EXPECT_EQ(ends, (std::vector<std::string>{"stream", "package"})) << quiet;
+  }
 }
 
 TEST_F(ImporterState, BeforeItsInfoOnlyARequestForTheStartRewinds) {

@@ -221,6 +221,28 @@ TEST_F(PluginEntry, Selector1LeavesAModuleThatOthersUse) {
   EXPECT_EQ(watch.alive, 0);
 }
 
+TEST_F(PluginEntry, AModuleThatCallsBackFromItsEndFindsThePluginWithoutOne) {
+  struct Reentrant : QFL::Module {
+    Reentrant(__CFBundle* bundle, const Plugin& entry, int& count)
+        : Module(bundle), plugin(entry), ends(count) {}
+    ~Reentrant() override {
+      ++ends;
+      EXPECT_EQ(plugin(1), 0);
+    }
+    const Plugin& plugin;
+    int& ends;
+  };
+  int ends = 0;
+  QFL::SetModuleMaker([&](__CFBundle* bundle, ModulePtr& module) {
+    module = ModulePtr(new Reentrant(bundle, plugin, ends));
+  });
+  imImportInfoRec info{};
+  EXPECT_EQ(plugin(0, &info), 400);
+  QFL::SetModuleMaker({});
+  EXPECT_EQ(plugin(1), 0);
+  EXPECT_EQ(ends, 1);
+}
+
 TEST_F(PluginEntry, UnloadingReleasesAModuleThatWasNotShutDown) {
   ModuleWatch watch;
   const support::TempDir scratch;
