@@ -29,7 +29,8 @@
 
 namespace pkg {
 
-// Ready, with static initialisation, before any singleton is asked for: in this order.
+// Ready with static initialisation, before any singleton is asked for. Their order is the
+// compiler's, which makes those of one class in one go: none needs another.
 template <class Context>
 PkgMutualExclusion zip::ZipPackageFactory<Context>::fMutex;
 template <class Context>
