@@ -6,6 +6,7 @@
 #include "package/detail/BasePackage.h"
 
 #include "support/Raised.h"
+#include "support/ZipBytes.h"
 #include "unit/package/detail/TestPackage.h"
 
 namespace {
@@ -100,6 +101,27 @@ TEST(BasePackage, WithoutPoliciesEveryAnswerIsZero) {
   for (const int policy : {0, 1, 100, 7, -1}) {
     EXPECT_EQ(package->getPolicy(static_cast<IPkgPolicies::Policies>(policy)), 0) << policy;
   }
+}
+
+// What an answer of zero means: no order of entries, and on a pipe a descriptor behind the data and
+// the announced CRC before it.
+TEST(BasePackage, WithoutPoliciesAPipeGetsDescriptorsAndTheAnnouncedCRC) {
+  support::MemoryFileSystem memory;
+  support::UnseekableFileSystem pipes(memory);
+  const auto package = QCFPackageFactory().openPackage(std::string("p"), ios::out | ios::trunc,
+                                                       &pipes, nullptr, nullptr);
+  package->beginUpdate();
+  const auto file = package->getFile("a", false);
+  file->setCompressionMethod(CompressionStored);
+  file->setExpectedCRC32(0x12345678);
+  const auto stream = file->open(ios::out, false);
+  stream->write("data", 4);
+  stream->close();
+  package->endUpdate();
+  const std::string& bytes = memory.bytes("p");
+  EXPECT_EQ(bytes.substr(6, 2), zipbytes::u16(0x0808)) << "UTF-8, and a descriptor";
+  EXPECT_EQ(bytes.substr(14, 4), zipbytes::u32(0x12345678));
+  EXPECT_EQ(bytes.substr(30, 9), "adataPK\x07\x08");
 }
 
 TEST(BasePackage, ASecondCloseRaises24) {
