@@ -237,4 +237,51 @@ TEST_F(UpdateOddities, InPlaceOfTwoRecordsOfOneNameTheFirstStays) {
   EXPECT_EQ(contents(package, "a.txt"), "first");
 }
 
+// The end of an update clears the mark of a change from files, not from directories; and in place,
+// what is marked and does not wait is left out.
+TEST_F(UpdateOddities, ADirectoryCreatedBeforeAnUpdateIsGoneWithALaterOneInPlace) {
+  for (const bool inPlace : {false, true}) {
+    const Package package = open(twoEntries());
+    const Directory directory = package->getDirectory("d", false);
+    directory->create();
+    if (inPlace) {
+      package->doUNSAFEUpdateInPlace();
+    } else {
+      package->saveAs("new.pkg", kIn | kOut | kTrunc);
+    }
+    const char* const file = inPlace ? "old.pkg" : "new.pkg";
+    EXPECT_EQ(open(bytes(file), kIn, "copy.pkg")->entryExists("d/"), pkg::PkgEntryDirectory);
+    EXPECT_TRUE(directory->isModified());
+    EXPECT_FALSE(package->isModified());
+    package->doUNSAFEUpdateInPlace();
+    EXPECT_EQ(open(bytes(file), kIn, "copy.pkg")->entryExists("d/"), pkg::PkgEntryNone);
+    EXPECT_EQ(package->entryExists("d/"), pkg::PkgEntryDirectory);  // by its object
+  }
+}
+
+TEST_F(UpdateOddities, ADirectoryCreatedBeforeAnUpdateStaysWithEverySave) {
+  const Package package = open(twoEntries());
+  package->getDirectory("d", false)->create();
+  package->saveAs("new.pkg", kIn | kOut | kTrunc);
+  const Bytes first = bytes();
+  package->saveAs("newer.pkg", kIn | kOut | kTrunc);
+  EXPECT_TRUE(sameBytes(first, bytes("newer.pkg")));
+}
+
+// A copy goes through a stream that writes, as a change does. In place, what is kept is not
+// touched.
+TEST_F(UpdateOddities, AnEntryThatASaveHasCopiedTakesNoZipPropertiesAnyMore) {
+  const Package package = open(twoEntries());
+  const File file = package->getFile("a.txt", true);
+  package->doUNSAFEUpdateInPlace();
+  EXPECT_NO_THROW(file->setProperty(pkg::QCFPropertyZipTypeCreator, "5445585474747874"));
+  package->saveAs("new.pkg", kIn | kOut | kTrunc);
+  EXPECT_RAISED("23", file->setProperty(pkg::QCFPropertyZipTypeCreator, ""));
+  EXPECT_RAISED("23",
+                package->getFile("b.txt", true)->setProperty(pkg::QCFPropertyZipDate, "2100"));
+  EXPECT_EQ(file->getProperty(pkg::QCFPropertyZipTypeCreator), "5445585474747874");
+  EXPECT_NO_THROW(
+      open(bytes())->getFile("a.txt", true)->setProperty(pkg::QCFPropertyZipTypeCreator, ""));
+}
+
 }  // namespace
