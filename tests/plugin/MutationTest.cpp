@@ -11,57 +11,12 @@
 
 #include "Documents.h"
 #include "Plugin.h"
+#include "UnguardedFaults.h"
 #include "support/TempDir.h"
 
 // Damaged documents: whatever the damage, the plug-in answers with one of its numbers and goes on.
 
 namespace {
-
-std::uint32_t numberAt(const std::string& bytes, std::size_t offset, int size) {
-  std::uint32_t value = 0;
-  for (int i = 0; i < size; ++i) {
-    const auto byte = static_cast<unsigned char>(bytes[offset + static_cast<std::size_t>(i)]);
-    value |= static_cast<std::uint32_t>(byte) << (8 * i);
-  }
-  return value;
-}
-
-// The audio entry of a package; empty where there is none that can be read.
-std::string audioOf(const std::string& path) {
-  try {
-    auto package = pkg::zip::ZipPackageFactory<>::getInstance()->openPackage(
-        path, std::ios::in, nullptr, nullptr, nullptr);
-    auto stream = package->getFile("Mixdown.wav", true)->open(std::ios::in, false);
-    std::string bytes(1 << 20, '\0');
-    stream->read(bytes.data(), static_cast<std::streamsize>(bytes.size()));
-    bytes.resize(static_cast<std::size_t>(stream->gcount()));
-    return bytes;
-  } catch (const std::exception&) {
-    return {};
-  }
-}
-
-// Behind the chunk with this tag's header, or npos. `at` is where a chunk begins.
-std::size_t chunkContent(const std::string& bytes, std::size_t at, const char* tag) {
-  while (at + 8 <= bytes.size()) {
-    if (bytes.compare(at, 4, tag) == 0) return at + 8;
-    at += 8 + std::size_t{numberAt(bytes, at + 4, 4)};
-  }
-  return std::string::npos;
-}
-
-// The two faults that the importer does not guard against: a block align of 0 when the length is
-// computed, and frames of no bytes (no channels, or fewer than 8 bits a sample) when the layout is
-// asked for. Errs on the side of leaving a document out: audio that the test cannot read whole is
-// looked at as far as it goes.
-bool dividesByZero(const std::string& audio) {
-  const std::size_t format = chunkContent(audio, 12, "fmt ");
-  if (format == std::string::npos || format + 16 > audio.size()) return false;
-  const bool noChannels = numberAt(audio, format + 2, 2) == 0;
-  const bool noAlign = numberAt(audio, format + 12, 2) == 0;
-  const bool noBytes = numberAt(audio, format + 14, 2) < 8;
-  return noChannels || noAlign || noBytes;
-}
 
 class Mutation : public testing::Test {
 protected:
