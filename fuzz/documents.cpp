@@ -4,11 +4,10 @@
 #include <cstdlib>
 #include <set>
 
+#include "Input.h"
 #include "plugin/Plugin.h"
 #include "plugin/UnguardedFaults.h"
 #include "support/TempDir.h"
-
-#include "Input.h"
 
 namespace {
 

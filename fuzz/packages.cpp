@@ -1,8 +1,7 @@
 // A package under each conformance policy, opened, walked, every entry read and sought.
 
-#include "unit/reading/Exploration.h"
-
 #include "Input.h"
+#include "unit/reading/Exploration.h"
 
 int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   fuzz::Input input(data, size);

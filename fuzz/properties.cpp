@@ -1,9 +1,9 @@
 // A properties document: read, changed, written and read again.
 
 #include "package/expat/ExpatXMLParser.h"
-#include "unit/reading/Reading.h"
 
 #include "Input.h"
+#include "unit/reading/Reading.h"
 
 namespace {
 

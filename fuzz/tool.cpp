@@ -6,10 +6,9 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include "Input.h"
 #include "qcfpkg/Commands.h"
 #include "support/TempDir.h"
-
-#include "Input.h"
 
 namespace {
 
@@ -52,11 +51,13 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     if (!isExitCode(run({"--quiet", "list", "--json", path}))) std::abort();
   } else {
     const std::string limit = command == 2 ? "100K" : "1M";
-    if (!isExitCode(run({"--quiet", "extract", path, "-C", target.string(), "--max-size", limit}))) {
+    if (!isExitCode(
+            run({"--quiet", "extract", path, "-C", target.string(), "--max-size", limit}))) {
       std::abort();
     }
     std::size_t outside = 0;
-    for (auto file = fs::recursive_directory_iterator(world.path()); file != fs::end(file); ++file) {
+    for (auto file = fs::recursive_directory_iterator(world.path()); file != fs::end(file);
+         ++file) {
       if (file->path() == target) {
         file.disable_recursion_pending();
         continue;

@@ -4,9 +4,8 @@
 #include <cstdlib>
 #include <map>
 
-#include "unit/reading/Reading.h"
-
 #include "Input.h"
+#include "unit/reading/Reading.h"
 
 namespace {
 
@@ -14,7 +13,8 @@ using Contents = std::map<std::string, std::string>;
 
 constexpr auto kNew = std::ios_base::in | std::ios_base::out | std::ios_base::trunc;
 constexpr auto kUpdate = std::ios_base::in | std::ios_base::out;
-constexpr const char* kNames[] = {"a", "b.txt", "dir/c", "dir/sub/d", "\xC3\xA9t\xC3\xA9", "mimetype"};
+constexpr const char* kNames[] = {"a",       "b.txt", "dir/c", "dir/sub/d", "\xC3\xA9t\xC3\xA9",
+                                  "mimetype"};
 
 void write(pkg::IPackage<>& package, const std::string& name, const std::string& bytes,
            bool stored) {
