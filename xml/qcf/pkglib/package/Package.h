@@ -193,7 +193,7 @@ public:
   // Ends the stream and, for a written entry, completes it: raises what went wrong. Further calls
   // do nothing. The destructor closes too, but swallows failures.
   virtual void close() = 0;
-  // The entry, not owned; null once the stream has none.
+  // The entry, not owned; null once that has gone or the package has let go of the stream.
   virtual IPkgFile<Context>* getFile() = 0;
 
 protected:
