@@ -13,6 +13,7 @@ SCRATCH = pathlib.Path(os.environ["QCF_SCRATCH_DIR"])
 CMAKE = os.environ["QCF_CMAKE"]
 CXX = os.environ["QCF_CXX"]
 CXX_FLAGS = os.environ["QCF_CXX_FLAGS"].split()
+HAS_IMPORTER = os.environ["QCF_HAS_IMPORTER"] == "1"
 HAS_QSNDHOST = os.environ["QCF_HAS_QSNDHOST"] == "1"
 CONSUMER = pathlib.Path(__file__).parent / "consumer"
 
@@ -48,12 +49,12 @@ def make_package(path):
     return path
 
 
-def make_sound_document(path):
-    """A document with half a second of silence: two channels, 8000 Hz, 16 bits."""
+def make_sound_document(path, frame=bytes(4)):
+    """A document with half a second of one frame: two channels, 8000 Hz, 16 bits."""
     audio = path.with_suffix(".wav")
     with wave.open(str(audio), "wb") as out:
         out.setparams((2, 2, 8000, 0, "NONE", ""))
-        out.writeframes(bytes(4 * 4000))
+        out.writeframes(frame * 4000)
     with zipfile.ZipFile(path, "w") as archive:
         archive.writestr("mimetype", MEDIA_TYPE)
         archive.write(audio, "Mixdown.wav")
