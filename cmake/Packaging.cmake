@@ -47,3 +47,13 @@ file(RELATIVE_PATH QCF_PREFIX_FROM_PC "/prefix/${CMAKE_INSTALL_LIBDIR}/pkgconfig
 string(REGEX REPLACE "/$" "" QCF_PREFIX_FROM_PC "${QCF_PREFIX_FROM_PC}")
 configure_file("${CMAKE_CURRENT_LIST_DIR}/qcfpkg.pc.in" "${PROJECT_BINARY_DIR}/qcfpkg.pc" @ONLY)
 install(FILES "${PROJECT_BINARY_DIR}/qcfpkg.pc" DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT development)
+
+# --- What belongs to the programs: manual pages and shell completions
+
+if(TARGET qsndhost AND TARGET qcfpkg_tool)
+  set(man "${PROJECT_SOURCE_DIR}/man")
+  install(FILES "${man}/qsndhost.1" "${man}/qcfpkg.1" DESTINATION "${CMAKE_INSTALL_MANDIR}/man1" COMPONENT programs)
+  install(FILES "${man}/qsnd.5" "${man}/qcfpkg.5" DESTINATION "${CMAKE_INSTALL_MANDIR}/man5" COMPONENT programs)
+  install(DIRECTORY "${PROJECT_SOURCE_DIR}/completions/"
+    DESTINATION "${CMAKE_INSTALL_DATADIR}/bash-completion/completions" COMPONENT programs)
+endif()
