@@ -87,7 +87,9 @@ class Programs(unittest.TestCase):
     def test_every_command_and_option_is_in_the_manual(self):
         for program in self.PROGRAMS:
             texts = sections(f"{program}.1")
-            for words, options in commands_of(program):
+            every = commands_of(program)
+            self.assertGreater(sum(len(options) for _, options in every), 20)
+            for words, options in every:
                 heading = words[0] if words else ""
                 self.assertIn(heading, texts, program)
                 for option in options:

@@ -19,6 +19,7 @@ BLOCK = re.compile(r"<!-- runs: (?P<files>[^\n]*?) -->\n```sh\n(?P<code>.*?)^```
 SSH = """#!/bin/sh
 while [ "${1#-}" != "$1" ]; do [ "$1" = -l ] && shift; shift; done
 shift
+[ "$1" != -- ] || shift
 cd "$REMOTE_HOME" && exec sh -c "$*"
 """
 
