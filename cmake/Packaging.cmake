@@ -48,12 +48,24 @@ string(REGEX REPLACE "/$" "" QCF_PREFIX_FROM_PC "${QCF_PREFIX_FROM_PC}")
 configure_file("${CMAKE_CURRENT_LIST_DIR}/qcfpkg.pc.in" "${PROJECT_BINARY_DIR}/qcfpkg.pc" @ONLY)
 install(FILES "${PROJECT_BINARY_DIR}/qcfpkg.pc" DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT development)
 
+# --- Packages for Debian
+
+if(QCF_DEBIAN)
+  include(Debian)
+endif()
+
 # --- What belongs to the programs: manual pages and shell completions
 
 if(TARGET qsndhost AND TARGET qcfpkg_tool)
-  set(man "${PROJECT_SOURCE_DIR}/man")
-  install(FILES "${man}/qsndhost.1" "${man}/qcfpkg.1" DESTINATION "${CMAKE_INSTALL_MANDIR}/man1" COMPONENT programs)
-  install(FILES "${man}/qsnd.5" "${man}/qcfpkg.5" DESTINATION "${CMAKE_INSTALL_MANDIR}/man5" COMPONENT programs)
+  foreach(page qsndhost.1 qcfpkg.1 qsnd.5 qcfpkg.5)
+    string(REGEX REPLACE ".*\\." "" section ${page})
+    set(file "${PROJECT_SOURCE_DIR}/man/${page}")
+    if(QCF_DEBIAN)
+      qcf_compress("${file}" "${PROJECT_BINARY_DIR}/debian/${page}.gz")
+      set(file "${PROJECT_BINARY_DIR}/debian/${page}.gz")
+    endif()
+    install(FILES "${file}" DESTINATION "${CMAKE_INSTALL_MANDIR}/man${section}" COMPONENT programs)
+  endforeach()
   install(DIRECTORY "${PROJECT_SOURCE_DIR}/completions/"
     DESTINATION "${CMAKE_INSTALL_DATADIR}/bash-completion/completions" COMPONENT programs)
 endif()

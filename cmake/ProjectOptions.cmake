@@ -9,6 +9,8 @@ option(QCF_BUILD_BENCHMARKS "Build the benchmarks" OFF)
 option(QCF_BUILD_FUZZERS "Build the fuzz targets (clang)" OFF)
 option(QCF_WERROR "Treat warnings as errors" ON)
 set(QCF_SANITIZE "" CACHE STRING "Sanitizers for every target, as -fsanitize= takes them")
+option(QCF_DEBIAN "Prepare packages for Debian (scripts/package.sh)" OFF)
+set(QCF_MAINTAINER "qcfpkg developers <maintainers@qcfpkg.invalid>" CACHE STRING "Who answers for the packages")
 option(QCF_COVERAGE "Instrument for coverage" OFF)
 
 set(CMAKE_CXX_STANDARD 17)

@@ -1,0 +1,26 @@
+#!/usr/bin/env bash
+# Builds the Debian packages of the library, its development files and the programs, in build/debian/packages, and has
+# lintian look at them where it is installed.
+#
+#   package.sh [FOLDER]   builds in FOLDER instead of build/debian
+set -euo pipefail
+cd "$(dirname "$0")/.."
+
+if [[ ${1-} == --help ]]; then
+  sed -n '2,/^set /{/^#/s/^# \{0,1\}//p}' "$0"
+  exit 0
+fi
+folder=${1:-build/debian}
+
+cmake -S . -B "$folder" -G Ninja -DCMAKE_BUILD_TYPE=Release -DCMAKE_INSTALL_PREFIX=/usr -DCMAKE_SKIP_INSTALL_RPATH=ON \
+  -DQCF_DEBIAN=ON -DBUILD_TESTING=OFF -DQCF_BUILD_EXAMPLES=OFF
+cmake --build "$folder" --parallel "$(nproc)"
+rm -rf "$folder/packages"
+(cd "$folder" && cpack)
+
+if command -v lintian >/dev/null; then
+  lintian --allow-root --fail-on error "$folder"/packages/*.deb
+else
+  printf 'package.sh: lintian is missing, the packages were not looked at\n' >&2
+fi
+printf '%s\n' "$folder"/packages/*.deb
