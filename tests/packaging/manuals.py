@@ -80,7 +80,7 @@ class Pages(unittest.TestCase):
                 self.assertIn(f"{name}.{section}", own | {"unzip.1", "zip.1", "file.1"}, page.name)
 
 
-@unittest.skipUnless(project.HAS_QSNDHOST, "this build has no programs")
+@unittest.skipUnless(project.HAS_QSNDHOST and project.HAS_QCFPKG, "this build has not both programs")
 class Programs(unittest.TestCase):
     PROGRAMS = ("qsndhost", "qcfpkg")
 
@@ -151,7 +151,7 @@ class Completion(unittest.TestCase):
         self.assertEqual([], self.offered("qcfpkg", "x"))
         self.assertEqual(["--max-ratio", "--max-size"], self.offered("qcfpkg", "extract", "--max"))
 
-    @unittest.skipUnless(project.HAS_QSNDHOST, "this build has no programs")
+    @unittest.skipUnless(project.HAS_QCFPKG, "this build has no program qcfpkg")
     def test_entries_of_the_package_are_offered(self):
         project.make_package(self.home / "a.pkg")
         self.assertEqual(["mimetype", "text.txt"], self.offered("qcfpkg", "cat", "a.pkg", ""))

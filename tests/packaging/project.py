@@ -15,6 +15,7 @@ CXX = os.environ["QCF_CXX"]
 CXX_FLAGS = os.environ["QCF_CXX_FLAGS"].split()
 HAS_IMPORTER = os.environ["QCF_HAS_IMPORTER"] == "1"
 HAS_QSNDHOST = os.environ["QCF_HAS_QSNDHOST"] == "1"
+HAS_QCFPKG = os.environ["QCF_HAS_QCFPKG"] == "1"
 CONSUMER = pathlib.Path(__file__).parent / "consumer"
 
 MEDIA_TYPE = "application/x-example"
