@@ -6,19 +6,36 @@
 #include <exception>
 #include <fstream>
 #include <numeric>
-#include <sstream>
+#include <stdexcept>
 #include <string_view>
 #include <utility>
 
+#include <fcntl.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
 #include <benchmark/benchmark.h>
+
+#include "Targets.h"
+#include "TurnsTable.h"
 
 namespace turns {
 namespace {
 
-double processorSeconds() {
+// Work that is long gets fewer rounds.
+constexpr int kMostRounds = 31;
+constexpr int kFewestRounds = 3;
+constexpr double kSecondsForRow = 15;
+
+double seconds(clockid_t clock) {
   timespec now{};
-  ::clock_gettime(CLOCK_THREAD_CPUTIME_ID, &now);
+  ::clock_gettime(clock, &now);
   return static_cast<double>(now.tv_sec) + 1e-9 * static_cast<double>(now.tv_nsec);
+}
+
+double seconds(const timeval& time) {
+  return static_cast<double>(time.tv_sec) + 1e-6 * static_cast<double>(time.tv_usec);
 }
 
 double quantile(std::vector<double> values, double part) {
@@ -26,16 +43,161 @@ double quantile(std::vector<double> values, double part) {
   return values[static_cast<std::size_t>(part * static_cast<double>(values.size() - 1) + 0.5)];
 }
 
-struct Line {
-  std::string row;
-  std::string against;
-  double ours;    // milliseconds, median
-  double theirs;  // milliseconds, median
-  double ratio;   // how many times as fast as they, median
-  double low;     // quartiles of the ratio
-  double high;
-  double goal;  // 0: none
-  bool met() const { return goal == 0 || ratio >= goal; }
+struct Turn {
+  double processor = 0;  // seconds
+  double wall = 0;       // seconds
+  long peak = 0;         // KiB; 0 where it is not known
+};
+
+Turn takeTurnHere(const std::function<void()>& work, int repeats) {
+  const double processor = seconds(CLOCK_PROCESS_CPUTIME_ID);
+  const double wall = seconds(CLOCK_MONOTONIC);
+  for (int i = 0; i < repeats; ++i)
+    work();
+  return {(seconds(CLOCK_PROCESS_CPUTIME_ID) - processor) / repeats,
+          (seconds(CLOCK_MONOTONIC) - wall) / repeats};
+}
+
+// In the child: tells its times through `out`, unless a program takes its place.
+[[noreturn]] void workAndTell(const std::function<void()>& work, int repeats, int out) {
+  try {
+    const Turn turn = takeTurnHere(work, repeats);
+    ::_exit(::write(out, &turn, sizeof(turn)) == sizeof(turn) ? 0 : 1);
+  } catch (const std::exception& error) {
+    std::fprintf(stderr, "%s\n", error.what());
+  }
+  ::_exit(1);
+}
+
+Turn takeTurnInProcess(const std::function<void()>& work, int repeats) {
+  int ends[2];
+  if (::pipe2(ends, O_CLOEXEC) != 0) throw std::runtime_error("cannot make a pipe");
+  const double start = seconds(CLOCK_MONOTONIC);
+  const pid_t child = ::fork();
+  if (child < 0) throw std::runtime_error("cannot fork");
+  if (child == 0) workAndTell(work, repeats, ends[1]);
+  ::close(ends[1]);
+  Turn turn;
+  const bool told = ::read(ends[0], &turn, sizeof(turn)) == sizeof(turn);
+  ::close(ends[0]);
+  int status = 0;
+  rusage usage{};
+  ::wait4(child, &status, 0, &usage);
+  if (!WIFEXITED(status) || WEXITSTATUS(status) != 0)
+    throw std::runtime_error("a contender failed");
+  if (!told) {
+    turn.processor = seconds(usage.ru_utime) + seconds(usage.ru_stime);
+    turn.wall = seconds(CLOCK_MONOTONIC) - start;
+  }
+  turn.peak = usage.ru_maxrss;
+  return turn;
+}
+
+using Turns = std::vector<std::vector<Turn>>;  // of each contender, by round
+
+template <class Value>
+double median(const std::vector<Turn>& turns, Value value) {
+  std::vector<double> values;
+  for (const Turn& turn : turns)
+    values.push_back(static_cast<double>(turn.*value));
+  return quantile(values, 0.5);
+}
+
+std::vector<double> ratios(const std::vector<Turn>& ours, const std::vector<Turn>& theirs,
+                           double Turn::*value) {
+  std::vector<double> all;
+  for (std::size_t round = 0; round < ours.size(); ++round)
+    all.push_back(theirs[round].*value / (ours[round].*value));
+  return all;
+}
+
+class Contest {
+public:
+  explicit Contest(bool quick) : fQuick(quick) {}
+
+  void play(const Row& row, benchmark::State& state) try {
+    const std::vector<Contender> contenders = row.open();
+    const Turns turns = rounds(row, contenders, state);
+    reportSpeed(row, contenders, turns, state);
+    if (row.place == Place::OwnProcess) reportMemory(row, contenders, turns);
+  } catch (const std::exception& error) {
+    fail(row.name, error.what(), state);
+  }
+
+  void take(const Fact& fact, benchmark::State& state) try {
+    double value = 0;
+    for (auto _ : state) {
+      value = fact.measure();
+      state.SetIterationTime(0);
+    }
+    state.counters["measured"] = value;
+    fTable.facts.push_back({fact.name, value, fact.atMost});
+  } catch (const std::exception& error) {
+    fail(fact.name, error.what(), state);
+  }
+
+  const Table& table() const { return fTable; }
+
+private:
+  void fail(const std::string& name, const char* reason, benchmark::State& state) {
+    state.SkipWithError(reason);
+    fTable.failures.push_back({name, reason});
+  }
+
+  bool goesOn(int round, double start) const {
+    if (round < kFewestRounds) return true;
+    return !fQuick && round < kMostRounds && seconds(CLOCK_MONOTONIC) - start < kSecondsForRow;
+  }
+
+  Turns rounds(const Row& row, const std::vector<Contender>& contenders, benchmark::State& state) {
+    Turns turns(contenders.size());
+    std::vector<std::size_t> order(contenders.size());
+    std::iota(order.begin(), order.end(), std::size_t{0});
+    const double start = seconds(CLOCK_MONOTONIC);
+    for (auto _ : state) {
+      for (int round = 0; goesOn(round, start); ++round) {
+        for (const std::size_t who : order) {
+          const Contender& one = contenders[who];
+          if (one.prepare) one.prepare();
+          turns[who].push_back(row.place == Place::Here ? takeTurnHere(one.work, row.repeats)
+                                                        : takeTurnInProcess(one.work, row.repeats));
+        }
+        std::rotate(order.begin(), order.begin() + 1, order.end());
+      }
+      state.SetIterationTime(median(turns[0], &Turn::processor));
+    }
+    return turns;
+  }
+
+  void reportSpeed(const Row& row, const std::vector<Contender>& contenders, const Turns& turns,
+                   benchmark::State& state) {
+    for (std::size_t who = 1; who < contenders.size(); ++who) {
+      const std::vector<double> all = ratios(turns[0], turns[who], &Turn::processor);
+      fTable.speed.push_back(
+          {row.name, contenders[who].who, 1e3 * median(turns[0], &Turn::processor),
+           1e3 * median(turns[who], &Turn::processor), quantile(all, 0.5), quantile(all, 0.25),
+           quantile(all, 0.75), quantile(ratios(turns[0], turns[who], &Turn::wall), 0.5),
+           target(row.name, contenders[who].who)});
+      state.counters["x " + contenders[who].who] = quantile(all, 0.5);
+    }
+  }
+
+  void reportMemory(const Row& row, const std::vector<Contender>& contenders, const Turns& turns) {
+    MemoryLine line{row.name, 0, {}, 0};
+    for (std::size_t who = 0; who < contenders.size(); ++who) {
+      const long peak = static_cast<long>(median(turns[who], &Turn::peak));
+      if (who == 0) {
+        line.ours = peak;
+      } else if (line.leanest.empty() || peak < line.theirs) {
+        line.leanest = contenders[who].who;
+        line.theirs = peak;
+      }
+    }
+    fTable.memory.push_back(line);
+  }
+
+  const bool fQuick;
+  Table fTable;
 };
 
 std::vector<Row>& rows() {
@@ -43,98 +205,28 @@ std::vector<Row>& rows() {
   return all;
 }
 
-std::vector<Line>& lines() {
-  static std::vector<Line> all;
+std::vector<Fact>& facts() {
+  static std::vector<Fact> all;
   return all;
 }
 
-using Times = std::vector<std::vector<double>>;  // of each contender, by round
-
-void report(const Row& row, const std::vector<Contender>& contenders, const Times& times,
-            benchmark::State& state) {
-  for (std::size_t who = 1; who < contenders.size(); ++who) {
-    std::vector<double> ratios;
-    for (std::size_t round = 0; round < times[0].size(); ++round)
-      ratios.push_back(times[who][round] / times[0][round]);
-    const auto goal = std::find_if(row.goals.begin(), row.goals.end(), [&](const Goal& one) {
-      return one.against == contenders[who].who;
-    });
-    const Line line{row.name,
-                    contenders[who].who,
-                    1e3 * quantile(times[0], 0.5),
-                    1e3 * quantile(times[who], 0.5),
-                    quantile(ratios, 0.5),
-                    quantile(ratios, 0.25),
-                    quantile(ratios, 0.75),
-                    goal == row.goals.end() ? 0 : goal->factor};
-    state.counters["x " + line.against] = line.ratio;
-    lines().push_back(line);
-  }
+template <class Work>
+void enlist(const std::string& name, Work work) {
+  benchmark::RegisterBenchmark(name.c_str(), work)
+      ->UseManualTime()
+      ->Iterations(1)
+      ->Unit(benchmark::kMillisecond);
 }
 
-void play(const Row& row, int rounds, benchmark::State& state) try {
-  const std::vector<Contender> contenders = row.open();
-  Times times(contenders.size());
-  std::vector<std::size_t> order(contenders.size());
-  std::iota(order.begin(), order.end(), std::size_t{0});
-  int round = -1;  // one to warm up
-  for (auto _ : state) {
-    for (; round < rounds; ++round) {
-      for (const std::size_t who : order) {
-        if (contenders[who].prepare) contenders[who].prepare();
-        const double before = processorSeconds();
-        contenders[who].work();
-        if (round >= 0) times[who].push_back(processorSeconds() - before);
-      }
-      std::rotate(order.begin(), order.begin() + 1, order.end());
-    }
-    state.SetIterationTime(quantile(times[0], 0.5));
-  }
-  report(row, contenders, times, state);
-} catch (const std::exception& error) {
-  state.SkipWithError(error.what());
-  lines().push_back({row.name, error.what(), 0, 0, 0, 0, 0, 1});
-}
-
-std::string markdown() {
-  std::ostringstream out;
-  out << "| work | against | ours, ms | theirs, ms | times as fast | quartiles | at least | |\n"
-         "|---|---|---|---|---|---|---|---|\n";
-  char text[400];
-  for (const Line& line : lines()) {
-    std::snprintf(text, sizeof(text), "| %s | %s | %.3f | %.3f | %.2f | %.2f to %.2f | ",
-                  line.row.c_str(), line.against.c_str(), line.ours, line.theirs, line.ratio,
-                  line.low, line.high);
-    out << text;
-    if (line.goal == 0) {
-      out << "| |\n";
-      continue;
-    }
-    std::snprintf(text, sizeof(text), "%.2f | %s |\n", line.goal, line.met() ? "met" : "missed");
-    out << text;
-  }
-  return out.str();
-}
-
-// Names of rows and contenders hold nothing that JSON would need escaped.
-std::string json() {
-  std::ostringstream out;
-  out << "[";
-  const char* comma = "";
-  for (const Line& line : lines()) {
-    out << comma << "\n  {\"work\": \"" << line.row << "\", \"against\": \"" << line.against
-        << "\", \"ours_ms\": " << line.ours << ", \"theirs_ms\": " << line.theirs
-        << ", \"ratio\": " << line.ratio << ", \"low\": " << line.low << ", \"high\": " << line.high
-        << ", \"goal\": " << line.goal << ", \"met\": " << (line.met() ? "true" : "false") << "}";
-    comma = ",";
-  }
-  out << "\n]\n";
-  return out.str();
-}
-
-bool failed() {
-  return std::any_of(lines().begin(), lines().end(),
-                     [](const Line& line) { return line.ours == 0; });
+void printHelp(const char* program, const char* about) {
+  std::printf(
+      "%s\n\nusage: %s [--quick] [--table=STEM] [option of Google Benchmark]...\n"
+      "  --quick                     few rounds, and small work: shows that all works, judges no "
+      "speed\n"
+      "  --table=STEM                also writes the tables to STEM.md and STEM.json\n"
+      "  --benchmark_filter=PATTERN  only the rows whose names match\n"
+      "  --benchmark_list_tests      the names of the rows\n",
+      about, program);
 }
 
 }  // namespace
@@ -143,15 +235,41 @@ void add(Row row) {
   rows().push_back(std::move(row));
 }
 
-int run(int argc, char** argv) {
+void add(Fact fact) {
+  facts().push_back(std::move(fact));
+}
+
+long peakOf(const std::function<void()>& work) {
+  return takeTurnInProcess(work, 1).peak;
+}
+
+void become(const std::vector<std::string>& words, const std::string& folder) {
+  std::vector<char*> arguments;
+  for (const std::string& word : words)
+    arguments.push_back(const_cast<char*>(word.c_str()));
+  arguments.push_back(nullptr);
+  const int silence = ::open("/dev/null", O_RDWR);
+  if (silence >= 0 && ::chdir(folder.c_str()) == 0) {
+    ::dup2(silence, STDIN_FILENO);
+    ::dup2(silence, STDOUT_FILENO);
+    ::execvp(arguments[0], arguments.data());
+  }
+  throw std::runtime_error("cannot run " + words[0]);
+}
+
+int run(int argc, char** argv, const char* about, const std::function<void(bool quick)>& addRows) {
   constexpr std::string_view kTable = "--table=";
-  int rounds = 31;
+  bool quick = false;
   std::string stem;
   std::vector<char*> passed = {argv[0]};
   for (int i = 1; i < argc; ++i) {
     const std::string_view argument = argv[i];
+    if (argument == "--help") {
+      printHelp(argv[0], about);
+      return 0;
+    }
     if (argument == "--quick") {
-      rounds = 3;
+      quick = true;
     } else if (argument.substr(0, kTable.size()) == kTable) {
       stem = argument.substr(kTable.size());
     } else {
@@ -161,21 +279,20 @@ int run(int argc, char** argv) {
   int count = static_cast<int>(passed.size());
   benchmark::Initialize(&count, passed.data());
   if (benchmark::ReportUnrecognizedArguments(count, passed.data())) return 2;
-  for (const Row& row : rows()) {
-    benchmark::RegisterBenchmark(
-        row.name.c_str(), [&row, rounds](benchmark::State& state) { play(row, rounds, state); })
-        ->UseManualTime()
-        ->Iterations(1)
-        ->Unit(benchmark::kMillisecond);
-  }
+  addRows(quick);
+  Contest contest(quick);
+  for (const Row& row : rows())
+    enlist(row.name, [&](benchmark::State& state) { contest.play(row, state); });
+  for (const Fact& fact : facts())
+    enlist(fact.name, [&](benchmark::State& state) { contest.take(fact, state); });
   benchmark::RunSpecifiedBenchmarks();
-  const std::string table = markdown();
-  std::printf("\n%s", table.c_str());
+  const Table& table = contest.table();
+  std::printf("\n%s", table.markdown().c_str());
   if (!stem.empty()) {
-    std::ofstream(stem + ".md") << table;
-    std::ofstream(stem + ".json") << json();
+    std::ofstream(stem + ".md") << table.markdown();
+    std::ofstream(stem + ".json") << table.json();
   }
-  return failed() ? 1 : 0;
+  return table.failures.empty() ? 0 : 1;
 }
 
 }  // namespace turns

@@ -6,20 +6,22 @@
 
 // Rows of a table in which this project stands first and its peers behind it. All who stand in a
 // row do the same work by turns, round by round, so that a busy machine slows them all alike; what
-// counts are the medians of the ratios of each round. Time is that of the thread on the processor.
+// counts are the medians of the ratios of each round. The time that is compared is that on the
+// processor, the system's part included; the clock on the wall is told beside it.
 
 namespace turns {
 
 struct Contender {
   std::string who;
+  // Raises std::exception when it fails. In a process of its own it may give the process away to
+  // a program (see become).
   std::function<void()> work;
   std::function<void()> prepare = {};  // before each turn, not timed
 };
 
-// Ours is to be at least `factor` times as fast as `against`.
-struct Goal {
-  std::string against;
-  double factor;
+enum class Place {
+  Here,       // in this process: for work on what stays open between the turns
+  OwnProcess  // each turn in a new process, so that its peak memory is its own as well
 };
 
 struct Row {
@@ -27,15 +29,34 @@ struct Row {
   // Opens what the row needs, and checks the answers; raises std::exception where they differ. The
   // first contender is ours.
   std::function<std::vector<Contender>()> open;
-  std::vector<Goal> goals;
+  Place place = Place::Here;
+  int repeats = 1;  // of the work in one turn, for work that is short
+};
+
+// Something to measure that has no peer.
+struct Fact {
+  std::string name;
+  std::function<double()> measure;
+  double atMost;
 };
 
 void add(Row row);
+void add(Fact fact);
 
-// Runs the rows and prints the table. Takes the arguments of Google Benchmark, and
-//   --quick         few rounds: shows that everything works
-//   --table=<stem>  also writes the table to <stem>.md and <stem>.json
-// Returns main's result.
-int run(int argc, char** argv);
+// Does work in a process of its own and returns its peak memory in KiB.
+long peakOf(const std::function<void()>& work);
+
+// Makes this process the program `words[0]`, silent, in `folder`. Returns never; raises
+// std::runtime_error when there is no such program.
+[[noreturn]] void become(const std::vector<std::string>& words, const std::string& folder = ".");
+
+// Lets `addRows` add the rows, runs them and prints the tables. Takes the arguments of Google
+// Benchmark, and
+//   --quick         few rounds, and small work: shows that everything works, and judges no speed
+//   --table=<stem>  also writes the tables to <stem>.md and <stem>.json
+//   --help          prints `about` and the options
+// Returns main's result: 0, 1 when a row could not be run, 2 for an unknown option. A goal that is
+// missed is told in the table and no failure.
+int run(int argc, char** argv, const char* about, const std::function<void(bool quick)>& addRows);
 
 }  // namespace turns

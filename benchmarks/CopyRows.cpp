@@ -1,0 +1,181 @@
+// Saving an unchanged package to another file and appending to one where it stands, against
+// libzip, minizip and programs.
+
+#include <cstdio>
+#include <filesystem>
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include <minizip/unzip.h>
+#include <minizip/zip.h>
+#include <zip.h>
+
+#include "PackageRows.h"
+#include "Turns.h"
+
+namespace {
+
+void saveOurs(const std::string& from, const std::string& to) {
+  const auto package = openPackage(from, std::ios::in);
+  package->saveAs(to, kNewPackage);
+  package->close();
+}
+
+void saveLibzip(const std::string& from, const std::string& to) {
+  zip_t* const source = zip_open(from.c_str(), ZIP_RDONLY, nullptr);
+  zip_t* const target = zip_open(to.c_str(), ZIP_CREATE | ZIP_TRUNCATE, nullptr);
+  require(source != nullptr && target != nullptr, "libzip cannot open");
+  for (zip_int64_t i = 0; i < zip_get_num_entries(source, 0); ++i) {
+    const auto index = static_cast<zip_uint64_t>(i);
+    zip_source_t* const data = zip_source_zip(target, source, index, ZIP_FL_COMPRESSED, 0, -1);
+    zip_file_add(target, zip_get_name(source, index, 0), data, 0);
+  }
+  require(zip_close(target) == 0, "libzip cannot close");
+  zip_discard(source);
+}
+
+// Moves one entry as it is.
+void moveRaw(unzFile from, zipFile to) {
+  unz_file_info64 info;
+  char name[256];
+  unzGetCurrentFileInfo64(from, &info, name, sizeof name, nullptr, 0, nullptr, 0);
+  int method = 0;
+  int level = 0;
+  require(unzOpenCurrentFile2(from, &method, &level, 1) == UNZ_OK, "minizip cannot read");
+  const zip_fileinfo fileInfo{};
+  require(zipOpenNewFileInZip2(to, name, &fileInfo, nullptr, 0, nullptr, 0, nullptr, method, level,
+                               1) == ZIP_OK,
+          "minizip cannot write");
+  std::vector<char> block(kContentBlock);
+  for (int count = 0; (count = unzReadCurrentFile(from, block.data(), kContentBlock)) > 0;)
+    zipWriteInFileInZip(to, block.data(), static_cast<unsigned>(count));
+  zipCloseFileInZipRaw64(to, info.uncompressed_size, info.crc);
+  unzCloseCurrentFile(from);
+}
+
+void saveMinizip(const std::string& from, const std::string& to) {
+  const unzFile source = unzOpen64(from.c_str());
+  const zipFile target = zipOpen64(to.c_str(), APPEND_STATUS_CREATE);
+  require(source != nullptr && target != nullptr, "minizip cannot open");
+  for (int result = unzGoToFirstFile(source); result == UNZ_OK; result = unzGoToNextFile(source))
+    moveRaw(source, target);
+  unzClose(source);
+  require(zipClose(target, nullptr) == ZIP_OK, "minizip cannot close");
+}
+
+std::vector<turns::Contender> savers(const support::TempDir& folder, const Shape& shape) {
+  const std::string from = (folder / "package.zip").string();
+  createPackage(from, shape);
+  std::vector<turns::Contender> all;
+  const auto enlist = [&](const char* who, const std::function<void(const std::string&)>& save) {
+    const std::string to = (folder / (std::string("saved-") + who + ".zip")).string();
+    turns::peakOf([&] { save(to); });
+    requireSameEntries(from, to);
+    all.push_back({who, [=] { save(to); }, [=] { std::filesystem::remove(to); }});
+  };
+  enlist("package", [=](const std::string& to) { saveOurs(from, to); });
+  enlist("libzip", [=](const std::string& to) { saveLibzip(from, to); });
+  enlist("minizip", [=](const std::string& to) { saveMinizip(from, to); });
+  enlist("cp", [=](const std::string& to) { turns::become({"cp", from, to}); });
+  return all;
+}
+
+void appendOurs(const std::string& path, const std::string& name) {
+  const auto package = openPackage(path, std::ios::in | std::ios::out);
+  const auto stream = package->getFile(name, false)->open(std::ios::out, false);
+  stream->write(content(1), 1024);
+  stream->close();
+  package->doUNSAFEUpdateInPlace();
+  package->close();
+}
+
+void appendLibzip(const std::string& path, const std::string& name) {
+  zip_t* const archive = zip_open(path.c_str(), 0, nullptr);
+  require(archive != nullptr, "libzip cannot open");
+  zip_source_t* const data = zip_source_buffer(archive, content(1), 1024, 0);
+  zip_file_add(archive, name.c_str(), data, 0);
+  require(zip_close(archive) == 0, "libzip cannot close");
+}
+
+void appendMinizip(const std::string& path, const std::string& name) {
+  const zipFile file = zipOpen64(path.c_str(), APPEND_STATUS_ADDINZIP);
+  require(file != nullptr, "minizip cannot open");
+  const zip_fileinfo info{};
+  zipOpenNewFileInZip(file, name.c_str(), &info, nullptr, 0, nullptr, 0, nullptr, Z_DEFLATED,
+                      Z_DEFAULT_COMPRESSION);
+  zipWriteInFileInZip(file, content(1), 1024);
+  require(zipClose(file, nullptr) == ZIP_OK, "minizip cannot close");
+}
+
+// What is appended has a new name each time; the programs take it from a file of that name. Each
+// contender has a package of its own, which keeps what was appended in earlier rounds.
+class Appenders {
+public:
+  Appenders(const support::TempDir& folder, const Shape& shape) : fFolder(folder) {
+    createPackage(path("package"), shape);
+    for (const char* who : {"minizip", "libzip", "zip", "7z"})
+      std::filesystem::copy_file(path("package"), path(who),
+                                 std::filesystem::copy_options::overwrite_existing);
+    enlist("package", appendOurs);
+    enlist("minizip", appendMinizip);
+    enlist("libzip", appendLibzip);
+    enlist("zip", [this](const std::string& to, const std::string& name) {
+      turns::become({"zip", "-q", to, name}, fFolder.path().string());
+    });
+    enlist("7z", [this](const std::string& to, const std::string& name) {
+      turns::become({"7z", "a", "-tzip", "-mx=1", to, name}, fFolder.path().string());
+    });
+    for (std::size_t who = 1; who < all.size(); ++who)
+      requireSameEntries(path("package"), path(all[who].who));
+  }
+
+  ~Appenders() {
+    for (const turns::Contender& one : all)
+      std::filesystem::remove(path(one.who));
+  }
+
+  std::vector<turns::Contender> all;
+
+private:
+  using Append = std::function<void(const std::string& path, const std::string& name)>;
+
+  std::string path(const std::string& who) const {
+    return (fFolder / ("append-" + who + ".zip")).string();
+  }
+
+  void enlist(const char* who, const Append& append) {
+    const auto next = std::make_shared<int>(0);
+    const auto work = [to = path(who), append, next] { append(to, "new" + std::to_string(*next)); };
+    const auto prepare = [this, next] {
+      fFolder.write("new" + std::to_string(++*next), {content(1), 1024});
+    };
+    prepare();
+    turns::peakOf(work);
+    all.push_back({who, work, prepare});
+  }
+
+  const support::TempDir& fFolder;
+};
+
+std::vector<turns::Contender> appenders(const support::TempDir& folder, const Shape& shape) {
+  const auto state = std::make_shared<Appenders>(folder, shape);
+  std::vector<turns::Contender> all = state->all;
+  for (turns::Contender& one : all)
+    one.prepare = [state, prepare = one.prepare] { prepare(); };
+  return all;
+}
+
+}  // namespace
+
+void addCopyRows(const support::TempDir& folder, std::size_t part) {
+  const Shape large{10, 1'000'000'000 / 10 / kContentBlock / part, kContentBlock, false};
+  turns::add({"save 1 GB under another name", [=, &folder] { return savers(folder, large); },
+              turns::Place::OwnProcess});
+  turns::add({"append 1 KiB to 1 GB", [=, &folder] { return appenders(folder, large); },
+              turns::Place::OwnProcess});
+  const Shape many{10000 / part, 1, 1024, true};
+  turns::add({"append 1 KiB to 10,000 entries", [=, &folder] { return appenders(folder, many); },
+              turns::Place::OwnProcess});
+}

@@ -1,0 +1,176 @@
+// Opening a package and walking over all its entries, against libzip, libarchive and minizip.
+
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include <archive.h>
+#include <archive_entry.h>
+#include <malloc.h>
+#include <minizip/unzip.h>
+#include <zip.h>
+
+#include "package/QCFPackage.h"
+
+#include "PackageRows.h"
+#include "Turns.h"
+#include "support/Run.h"
+
+namespace {
+
+// What a walk finds. Equal for all readers.
+struct Answer {
+  long long entries = 0;
+  long long bytes = 0;       // of the uncompressed data
+  std::size_t nameHash = 0;  // over all names, in order
+
+  void add(const char* name, long long size) {
+    ++entries;
+    bytes += size;
+    for (; *name != '\0'; ++name)
+      nameHash = nameHash * 31 + static_cast<unsigned char>(*name);
+  }
+  bool operator==(const Answer& other) const {
+    return entries == other.entries && bytes == other.bytes && nameHash == other.nameHash;
+  }
+};
+
+Answer walkOurs(const std::string& path) {
+  const auto package = openPackage(path, std::ios::in);
+  boost::shared_ptr<pkg::IPkgEntryIteratorImpl<>> iterator;
+  package->initIterator(iterator, {}, "");
+  Answer answer;
+  for (; iterator->isValid(); iterator->increment()) {
+    const auto entry = iterator->dereference();
+    answer.add(entry->getName().c_str(), entry->toFile()->getSize64());
+  }
+  package->close();
+  return answer;
+}
+
+void openOurs(const std::string& path) {
+  openPackage(path, std::ios::in)->close();
+}
+
+Answer walkLibzip(const std::string& path) {
+  zip_t* const archive = zip_open(path.c_str(), ZIP_RDONLY, nullptr);
+  require(archive != nullptr, "libzip cannot open " + path);
+  Answer answer;
+  const zip_int64_t count = zip_get_num_entries(archive, 0);
+  for (zip_int64_t i = 0; i < count; ++i) {
+    zip_stat_t status;
+    if (zip_stat_index(archive, static_cast<zip_uint64_t>(i), 0, &status) != 0) break;
+    answer.add(status.name, static_cast<long long>(status.size));
+  }
+  zip_discard(archive);
+  return answer;
+}
+
+// As the walk, without the sum of what it finds: zip_stat_index is all the work.
+void openLibzip(const std::string& path) {
+  zip_t* const archive = zip_open(path.c_str(), ZIP_RDONLY, nullptr);
+  require(archive != nullptr, "libzip cannot open " + path);
+  const zip_int64_t count = zip_get_num_entries(archive, 0);
+  for (zip_int64_t i = 0; i < count; ++i) {
+    zip_stat_t status;
+    zip_stat_index(archive, static_cast<zip_uint64_t>(i), 0, &status);
+  }
+  zip_discard(archive);
+}
+
+Answer walkLibarchive(const std::string& path) {
+  archive* const reader = archive_read_new();
+  archive_read_support_format_zip_seekable(reader);
+  require(archive_read_open_filename(reader, path.c_str(), 65536) == ARCHIVE_OK,
+          "libarchive cannot open " + path);
+  Answer answer;
+  archive_entry* entry = nullptr;
+  while (archive_read_next_header(reader, &entry) == ARCHIVE_OK)
+    answer.add(archive_entry_pathname(entry), archive_entry_size(entry));
+  archive_read_free(reader);
+  return answer;
+}
+
+Answer walkMinizip(const std::string& path) {
+  const unzFile file = unzOpen64(path.c_str());
+  require(file != nullptr, "minizip cannot open " + path);
+  Answer answer;
+  for (int result = unzGoToFirstFile(file); result == UNZ_OK; result = unzGoToNextFile(file)) {
+    unz_file_info64 info;
+    char name[256];
+    if (unzGetCurrentFileInfo64(file, &info, name, sizeof name, nullptr, 0, nullptr, 0) != UNZ_OK) {
+      break;
+    }
+    answer.add(name, static_cast<long long>(info.uncompressed_size));
+  }
+  unzClose(file);
+  return answer;
+}
+
+struct Reader {
+  const char* who;
+  Answer (*walk)(const std::string& path);
+};
+constexpr Reader kReaders[] = {{"package", walkOurs},
+                               {"libzip", walkLibzip},
+                               {"libarchive", walkLibarchive},
+                               {"minizip", walkMinizip}};
+
+// A package of `entries` small files in folders, the type first.
+std::string makePackage(const support::TempDir& folder, std::size_t entries) {
+  const std::string path = (folder / (std::to_string(entries) + ".zip")).string();
+  support::python(R"(
+import sys, zipfile
+with zipfile.ZipFile(sys.argv[1], 'w') as package:
+    package.writestr('mimetype', 'application/x-test')
+    for i in range(1, int(sys.argv[2])):
+        package.writestr('folder%d/file%d.xml' % (i // 100, i), 'x' * (i % 50))
+)",
+                  {path, std::to_string(entries)});
+  return path;
+}
+
+std::vector<turns::Contender> walkers(const std::string& path) {
+  std::vector<turns::Contender> all;
+  const Answer expected = walkOurs(path);
+  for (const Reader& reader : kReaders) {
+    require(reader.walk(path) == expected, std::string(reader.who) + " finds something else");
+    all.push_back({reader.who, [path, reader] { reader.walk(path); }});
+  }
+  return all;
+}
+
+double heapOfOpenPackage(const std::string& path, std::size_t entries) {
+  const auto held = [] {
+    const auto heap = ::mallinfo2();
+    return static_cast<double>(heap.uordblks + heap.hblkhd);
+  };
+  const double before = held();
+  const auto package = openPackage(path, std::ios::in);
+  const double after = held();
+  package->close();
+  return (after - before) / static_cast<double>(entries);
+}
+
+}  // namespace
+
+void addOpenRows(const support::TempDir& folder, std::size_t part) {
+  for (const std::size_t full : {10000, 60000}) {
+    const std::size_t entries = full / part;
+    const std::string path = makePackage(folder, entries);
+    const int repeats = full == 10000 ? 5 : 1;
+    const std::string number = full == 10000 ? "10,000 entries" : "60,000 entries";
+    turns::add({"open " + number,
+                [path] {
+                  require(walkOurs(path) == walkLibzip(path), "libzip finds something else");
+                  return std::vector<turns::Contender>{{"package", [path] { openOurs(path); }},
+                                                       {"libzip", [path] { openLibzip(path); }}};
+                },
+                turns::Place::OwnProcess, repeats});
+    turns::add({"open and walk " + number, [path] { return walkers(path); },
+                turns::Place::OwnProcess, repeats});
+    turns::add(turns::Fact{"heap of an open package of " + number + ", bytes an entry",
+                           [=] { return heapOfOpenPackage(path, entries); }, 600});
+  }
+}

@@ -1,0 +1,74 @@
+#include "PackageRows.h"
+
+#include <cstdint>
+#include <map>
+#include <stdexcept>
+#include <tuple>
+
+#include <zip.h>
+
+#include "package/QCFPackage.h"
+
+#include "support/Run.h"
+
+namespace {
+
+using Entries = std::map<std::string, std::tuple<std::uint64_t, std::uint32_t>>;
+
+Entries entriesOf(const std::string& path) {
+  zip_t* const archive = zip_open(path.c_str(), ZIP_RDONLY, nullptr);
+  require(archive != nullptr, "libzip cannot open " + path);
+  Entries entries;
+  const auto count = static_cast<zip_uint64_t>(zip_get_num_entries(archive, 0));
+  for (zip_uint64_t i = 0; i < count; ++i) {
+    zip_stat_t status;
+    require(zip_stat_index(archive, i, 0, &status) == 0, "libzip cannot tell of an entry");
+    entries[status.name] = {status.size, status.crc};
+  }
+  zip_discard(archive);
+  require(entries.size() == count, "two entries of " + path + " share a name");
+  return entries;
+}
+
+}  // namespace
+
+const char* content(std::size_t block) {
+  static const std::vector<char> bytes = [] {
+    std::vector<char> all(4 * kContentBlock);
+    std::uint32_t state = 1;
+    for (std::size_t i = 0; i < all.size(); ++i) {
+      state = state * 1664525 + 1013904223;
+      all[i] = static_cast<char>(i / 512 % 2 ? state >> 24 : 'a' + (state >> 28));
+    }
+    return all;
+  }();
+  return bytes.data() + block * 4099 % (3 * kContentBlock);
+}
+
+boost::shared_ptr<pkg::IPackage<>> openPackage(const std::string& path, std::ios::openmode mode) {
+  return pkg::QCFPackageFactory().openPackage(path, mode, nullptr, nullptr, nullptr);
+}
+
+void createPackage(const std::string& path, const Shape& shape) {
+  const auto package = openPackage(path, kNewPackage);
+  package->beginUpdate();
+  for (std::size_t entry = 0; entry < shape.entries; ++entry) {
+    const auto file = package->getFile(shape.name(entry), false);
+    file->setCompressionMethod(shape.deflate ? pkg::CompressionDeflated : pkg::CompressionStored);
+    const auto stream = file->open(std::ios::out, false);
+    for (std::size_t block = 0; block < shape.blocks; ++block)
+      stream->write(content(entry + block), static_cast<std::streamsize>(shape.blockSize));
+    stream->close();
+  }
+  package->endUpdate();
+  package->close();
+}
+
+void require(bool holds, const std::string& what) {
+  if (!holds) throw std::runtime_error(what);
+}
+
+void requireSameEntries(const std::string& expected, const std::string& path) {
+  support::mustRun({{"unzip", "-tq", path}});
+  require(entriesOf(path) == entriesOf(expected), "the entries of " + path + " differ");
+}

@@ -1,0 +1,51 @@
+#pragma once
+
+#include <cstddef>
+#include <ios>
+#include <string>
+#include <vector>
+
+#include <boost/shared_ptr.hpp>
+
+#include "package/Package.h"
+
+#include "support/TempDir.h"
+
+// What the rows of the package road have in common. Each file of rows works in `folder`, made by
+// main, and leaves nothing large in it.
+
+constexpr auto kNewPackage = std::ios::in | std::ios::out | std::ios::trunc;
+constexpr std::size_t kContentBlock = 1 << 16;
+
+// Entries of one size each.
+struct Shape {
+  std::size_t entries;
+  std::size_t blocks;     // in each entry
+  std::size_t blockSize;  // bytes, at most kContentBlock
+  bool deflate;
+
+  std::string name(std::size_t entry) const { return "entry" + std::to_string(entry); }
+  std::size_t entrySize() const { return blocks * blockSize; }
+};
+
+// kContentBlock bytes, half text, half noise, different for each `block`. Valid for ever.
+const char* content(std::size_t block);
+
+boost::shared_ptr<pkg::IPackage<>> openPackage(const std::string& path, std::ios::openmode mode);
+
+// Makes a package with the library under test.
+void createPackage(const std::string& path, const Shape& shape);
+
+// Raises std::runtime_error with `what` unless it holds.
+void require(bool holds, const std::string& what);
+
+// Raises std::runtime_error unless unzip finds the archive sound and libzip finds the same names,
+// sizes and checksums in it as in `expected`.
+void requireSameEntries(const std::string& expected, const std::string& path);
+
+// Divides the sizes of rows that would be long.
+constexpr std::size_t kQuickPart = 50;
+
+void addOpenRows(const support::TempDir& folder, std::size_t part);
+void addCreateRows(const support::TempDir& folder, std::size_t part);
+void addCopyRows(const support::TempDir& folder, std::size_t part);

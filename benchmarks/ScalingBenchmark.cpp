@@ -1,0 +1,173 @@
+// One cost for one size, for scaling.py, which draws how costs grow. Prints the seconds on the
+// processor that the work took, the median of several times.
+
+#include <algorithm>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <ctime>
+#include <exception>
+#include <filesystem>
+#include <functional>
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "package/QCFPackage.h"
+
+#include "AudioSources.h"
+#include "PackageRows.h"
+
+namespace {
+
+using Arguments = std::vector<std::string>;
+
+struct Task {
+  const char* usage;
+  std::size_t arguments;
+  std::function<std::function<void()>(const Arguments&)> open;
+};
+
+double processorSeconds() {
+  timespec now{};
+  ::clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &now);
+  return static_cast<double>(now.tv_sec) + 1e-9 * static_cast<double>(now.tv_nsec);
+}
+
+// Repeats short work within one measurement; long work is done at most three times.
+double medianSeconds(const std::function<void()>& work) {
+  constexpr double kEnough = 0.02;
+  const double start = processorSeconds();
+  work();
+  const double once = std::max(processorSeconds() - start, 1e-7);
+  const int repeats = std::max(1, static_cast<int>(kEnough / once));
+  std::vector<double> all;
+  for (int turn = 0; turn < (once > 1 ? 3 : 7); ++turn) {
+    const double before = processorSeconds();
+    for (int i = 0; i < repeats; ++i)
+      work();
+    all.push_back((processorSeconds() - before) / repeats);
+  }
+  std::sort(all.begin(), all.end());
+  return all[all.size() / 2];
+}
+
+std::function<void()> walk(const Arguments& of) {
+  return [=] {
+    const auto package = openPackage(of[0], std::ios::in);
+    boost::shared_ptr<pkg::IPkgEntryIteratorImpl<>> iterator;
+    package->initIterator(iterator, {}, "");
+    while (iterator->isValid())
+      iterator->increment();
+    package->close();
+  };
+}
+
+std::function<void()> create(const Arguments& of) {
+  const Shape shape{std::stoull(of[1]), std::stoull(of[2]), std::stoull(of[3]),
+                    of[4] == "deflated"};
+  return [=] { createPackage(of[0], shape); };
+}
+
+std::function<void()> save(const Arguments& of) {
+  return [=] {
+    const auto package = openPackage(of[0], std::ios::in);
+    package->saveAs(of[1], kNewPackage);
+    package->close();
+  };
+}
+
+// Appends to the package, and cuts it back to what it was.
+std::function<void()> append(const Arguments& of) {
+  const std::string original = support::readFile(of[0]);
+  const std::size_t tail = std::min<std::size_t>(original.size(), 8u << 20);
+  return [=] {
+    {
+      const auto package = openPackage(of[0], std::ios::in | std::ios::out);
+      const auto stream = package->getFile("appended", false)->open(std::ios::out, false);
+      stream->write(content(0), 1024);
+      stream->close();
+      package->doUNSAFEUpdateInPlace();
+      package->close();
+    }
+    std::filesystem::resize_file(of[0], original.size());
+    const std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(std::fopen(of[0].c_str(), "r+b"),
+                                                               std::fclose);
+    std::fseek(file.get(), static_cast<long>(original.size() - tail), SEEK_SET);
+    require(std::fwrite(original.data() + original.size() - tail, 1, tail, file.get()) == tail,
+            "cannot restore the package");
+  };
+}
+
+std::function<void()> readEntry(const Arguments& of) {
+  return [=, block = std::make_shared<std::vector<char>>(32768)] {
+    const auto package = openPackage(of[0], std::ios::in);
+    const auto stream = package->getFile(of[1], true)->open(std::ios::in, false);
+    std::streamsize total = 0;
+    while (stream->read(block->data(), static_cast<std::streamsize>(block->size())),
+           stream->gcount() > 0)
+      total += stream->gcount();
+    require(total == std::stoll(of[2]), "the entry has another size");
+    stream->close();
+    package->close();
+  };
+}
+
+std::function<void()> readLastByte(const Arguments& of) {
+  return [=] {
+    const auto package = openPackage(of[0], std::ios::in);
+    const auto stream = package->getFile(of[1], true)->open(std::ios::in, false);
+    stream->seekg(std::stoll(of[2]) - 1);
+    require(stream->get() != EOF, "the last byte cannot be read");
+    stream->close();
+    package->close();
+  };
+}
+
+// Requests of one length behind each other, over and over from the start.
+std::function<void()> import(const Arguments& of) {
+  const std::size_t channels = std::stoull(of[1]);
+  const auto frames = static_cast<std::uint32_t>(std::stoul(of[2]));
+  const std::int64_t requests = std::stoll(of[3]);
+  const std::shared_ptr<AudioSource> source = openBundle(of[0]);
+  const auto buffers = std::make_shared<Channels>(channels, frames);
+  return [=] {
+    for (std::int64_t request = 0; request < requests; ++request)
+      source->read(request * frames, frames, buffers->data());
+  };
+}
+
+const std::map<std::string, Task> kTasks = {
+    {"open",
+     {"PACKAGE", 1,
+      [](const Arguments& of) { return [of] { openPackage(of[0], std::ios::in)->close(); }; }}},
+    {"walk", {"PACKAGE", 1, walk}},
+    {"create", {"PACKAGE ENTRIES BLOCKS BLOCKSIZE stored|deflated", 5, create}},
+    {"save", {"PACKAGE OTHER", 2, save}},
+    {"append", {"PACKAGE", 1, append}},
+    {"read", {"PACKAGE ENTRY SIZE", 3, readEntry}},
+    {"last", {"PACKAGE ENTRY SIZE", 3, readLastByte}},
+    {"import", {"DOCUMENT CHANNELS FRAMES REQUESTS", 4, import}},
+};
+
+int usage() {
+  std::fprintf(stderr, "scaling_benchmark: takes one of\n");
+  for (const auto& [name, task] : kTasks)
+    std::fprintf(stderr, "  %s %s\n", name.c_str(), task.usage);
+  return 2;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) try {
+  if (argc < 2) return usage();
+  const auto task = kTasks.find(argv[1]);
+  const Arguments arguments(argv + 2, argv + argc);
+  if (task == kTasks.end() || arguments.size() != task->second.arguments) return usage();
+  std::printf("%.9g\n", medianSeconds(task->second.open(arguments)));
+  return 0;
+} catch (const std::exception& error) {
+  std::fprintf(stderr, "scaling_benchmark: %s\n", error.what());
+  return 1;
+}

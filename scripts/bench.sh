@@ -1,0 +1,77 @@
+#!/usr/bin/env bash
+# Measures speed and memory against other libraries and programs, and tells which goals are met.
+#
+#   bench.sh                builds the preset release and runs everything: up to 10 minutes
+#   bench.sh --quick        few rounds and small work, under a minute: shows that everything works
+#   bench.sh --docs         also puts the tables into docs/performance.md
+#   bench.sh --built DIR    takes the programs of the build folder DIR as they are
+#   bench.sh --scaling      instead: how costs grow, as a table and as pictures; --docs puts these into docs/, too
+#
+# The tables stay in build/bench, as Markdown and as JSON. Ends with 0 when everything could be measured, whatever
+# came of it.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+
+fail() {
+  printf 'bench.sh: %s\n' "$1" >&2
+  exit 2
+}
+
+quick=()
+docs=()
+build=
+scaling=
+while [[ $# -gt 0 ]]; do
+  case $1 in
+    --quick) quick=(--quick) ;;
+    --docs) docs=(--docs docs/performance.md) ;;
+    --scaling) scaling=yes ;;
+    --built)
+      [[ -d ${2-} ]] || fail "--built takes a build folder"
+      build=$2
+      shift
+      ;;
+    --help)
+      sed -n '2,/^set /{/^#/s/^# \{0,1\}//p}' "$0"
+      exit 0
+      ;;
+    *) fail "no such option: $1 (try --help)" ;;
+  esac
+  shift
+done
+[[ -z ${docs[*]} || -z ${quick[*]} ]] || fail "a quick run is not for the documentation"
+
+if [[ -z $build ]]; then
+  build=build/release
+  bash scripts/setup.sh --tests
+  cmake --preset release >/dev/null
+  cmake --build --preset release --target import_benchmark package_benchmark scaling_benchmark
+fi
+
+# A disk would decide what the programs are here to show: where memory allows it, files live there.
+free_kib() {
+  awk '/^MemAvailable/ { print $2 }' /proc/meminfo
+}
+if [[ -z ${TMPDIR-} && -d /dev/shm && -w /dev/shm && $(free_kib) -gt $((12 * 1024 * 1024)) ]]; then
+  export TMPDIR=/dev/shm
+fi
+
+results=build/bench
+mkdir -p "$results"
+
+if [[ -n $scaling ]]; then
+  images=$results
+  [[ -z ${docs[*]} ]] || images=docs/images
+  python3 benchmarks/scaling.py "${quick[@]}" "$build/benchmarks/scaling_benchmark" "$results/scaling" "$images" "${docs[@]:1}"
+  exit
+fi
+
+# run NAME: its own account goes to a file, and is shown where it fails.
+run() {
+  "$build/benchmarks/$1_benchmark" "${quick[@]}" "--table=$results/$1" >"$results/$1.log" 2>&1 ||
+    { cat "$results/$1.log" >&2; return 1; }
+}
+run import
+run package
+python3 benchmarks/report.py "${docs[@]}" "$results/import" "$results/package"
+printf 'measured in %d s\n' "$SECONDS"
