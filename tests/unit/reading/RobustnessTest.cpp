@@ -28,7 +28,7 @@ void explore(const std::string& bytes, int policyValue) {
   const std::size_t before = allocations::bytesHeld();
   allocations::resetPeak();
   raisedBy(
-      [&] { explore(*pkg::QCFPackageFactory().openPackage("x", kIn, &files, &policy, nullptr)); });
+      [&] { reading::explore(*pkg::QCFPackageFactory().openPackage("x", kIn, &files, &policy, nullptr)); });
   EXPECT_LT(allocations::bytesAtPeak() - before, kPerByte * bytes.size() + kConstant);
   EXPECT_EQ(0, files.temporaryFiles());
 }
