@@ -27,8 +27,9 @@ void explore(const std::string& bytes, int policyValue) {
   files.put("x", bytes);
   const std::size_t before = allocations::bytesHeld();
   allocations::resetPeak();
-  raisedBy(
-      [&] { reading::explore(*pkg::QCFPackageFactory().openPackage("x", kIn, &files, &policy, nullptr)); });
+  raisedBy([&] {
+    reading::explore(*pkg::QCFPackageFactory().openPackage("x", kIn, &files, &policy, nullptr));
+  });
   EXPECT_LT(allocations::bytesAtPeak() - before, kPerByte * bytes.size() + kConstant);
   EXPECT_EQ(0, files.temporaryFiles());
 }
