@@ -1,0 +1,94 @@
+#!/usr/bin/env python3
+"""Fills the table of docs/reliability.md from the logs of scripts/verify.sh.
+
+  reliability.py LOGS PAGE
+
+Only what a log says is written; the row of a step that did not run stays as it is.
+"""
+import pathlib
+import re
+import sys
+
+BEGIN = "<!-- counts: written by scripts/verify.sh -->"
+END = "<!-- end of counts -->"
+
+
+def ctest(log):
+    passed = re.search(r"(\d+)% tests passed, (\d+) tests failed out of (\d+)", log)
+    if not passed:
+        return []
+    skipped = len(re.findall(r"\*\*\*Skipped", log))
+    return [f"{int(passed[3]):,} tests, {passed[2]} failed, {skipped} skipped"]
+
+
+def gtest(log):
+    passed = sum(int(n) for n in re.findall(r"\[  PASSED  \] (\d+) test", log))
+    failed = len(set(re.findall(r"^\[  FAILED  \] (\S+)", log, re.M)))
+    return [f"{passed:,} tests passed, {failed} failed"] if passed or failed else []
+
+
+def total(log, pattern, words):
+    numbers = [int(n) for n in re.findall(pattern, log)]
+    return [f"{sum(numbers):,} {words}"] if numbers else []
+
+
+def crashes(log):
+    return (total(log, r", killed: .*together (\d+)", "states after a kill")
+            + total(log, r", power cut, .*together (\d+)", "states after a power cut")
+            + total(log, r", ended at (\d+) calls", "ends of a program, old or new after each")
+            + total(log, r", failed at (\d+) calls", "failing calls of a program")
+            + total(log, r"; (\d+) transfers cut in half", "short transfers of a program")
+            + total(log, r", fault points: .*together (\d+)", "file-system fault points")
+            + gtest(log))
+
+
+def kills(log):
+    return total(log, r"(?:add|remove|compact): (\d+) killed", "SIGKILLs, old or new after each") + ctest(log)
+
+
+def walk(log):
+    lines = [line.strip() for line in log.splitlines() if "sequences" in line]
+    return lines[-1:] + gtest(log)
+
+
+def fuzz(log):
+    return (total(log, r"stat::number_of_executed_units:\s*(\d+)", "executions")
+            or [line.strip() for line in log.splitlines() if "executions" in line][-1:])
+
+
+def lint(log):
+    return [f"{len(re.findall(r': (?:warning|error):', log))} findings"]
+
+
+def valgrind(log):
+    return [f"{len(re.findall(r'^=== ', log, re.M))} suites"] + gtest(log)
+
+
+READERS = {"tests": kills, "walk": walk, "mutations": ctest, "audio": ctest, "crashes": crashes,
+           "sanitizers": ctest, "m32": ctest, "darwin": ctest, "fuzz": fuzz, "tidy": lint,
+           "cppcheck": lint, "valgrind": valgrind}
+
+
+def row(step, logs):
+    status, seconds, day = (logs / f"{step}.result").read_text().split()
+    counts = READERS[step]((logs / f"{step}.log").read_text(errors="replace"))
+    words = "; ".join(counts) or "no counts"
+    outcome = "passed" if status == "0" else f"**failed ({status})**"
+    return f"| `{step}` | {outcome} | {words} | {day}, {int(seconds) // 60} min |"
+
+
+def main():
+    logs, page = pathlib.Path(sys.argv[1]), pathlib.Path(sys.argv[2])
+    text = page.read_text()
+    head, rest = text.split(BEGIN)
+    table, tail = rest.split(END)
+    rows = {step: line for line, step in re.findall(r"^(\| `(\w+)` .*)$", table, re.M)}
+    for step in READERS:
+        if (logs / f"{step}.result").exists():
+            rows[step] = row(step, logs)
+    lines = ["| step | outcome | counts | when, how long |", "|---|---|---|---|"]
+    lines += [rows[step] for step in READERS if step in rows]
+    page.write_text(head + BEGIN + "\n" + "\n".join(lines) + "\n" + END + tail)
+
+
+main()

@@ -1,0 +1,85 @@
+#!/usr/bin/env bash
+# Everything that takes too long for .ci/run, whole: hours. Each step's output goes to build/verify/STEP.log, what became of
+# it to STEP.result, and the counts into the table of docs/reliability.md.
+#
+#   verify.sh              every step
+#   verify.sh STEP...      some: tests walk mutations audio crashes sanitizers m32 darwin fuzz tidy cppcheck valgrind
+#   FUZZ_MINUTES=5 verify.sh fuzz    a shorter one
+set -euo pipefail
+cd "$(dirname "$0")/.."
+
+if [[ ${1:-} == --help ]]; then
+  sed -n '2,/^set /{/^#/s/^# \{0,1\}//p}' "$0"
+  exit 0
+fi
+
+logs=build/verify
+bin=build/debug/tests
+jobs=$(nproc)
+steps=(tests walk mutations audio crashes sanitizers m32 darwin fuzz tidy cppcheck valgrind)
+
+build() {
+  cmake --preset "$1"
+  cmake --build --preset "$1" --parallel "$jobs"
+}
+
+# All suites with everything that they leave out otherwise: packages beyond 4 GB, 500 kills of each change.
+run_tests() { QCF_LONG_TESTS=1 bash scripts/test.sh debug; }
+run_walk() { build debug && QCF_WALK_SEQUENCES=100000 $bin/walk/random_walk; }
+run_mutations() {
+  build asan
+  QSND_MUTATIONS=200000 QCF_MUTATIONS=200000 ctest --preset asan --verbose --timeout 14400 \
+    -R '[Mm]utation|Robustness|Damaged'
+}
+run_audio() { build debug && QSND_RANDOM_STRETCHES=10000 ctest --preset debug --verbose --timeout 7200 -R Stretch; }
+run_crashes() {
+  build debug
+  QCF_LONG_TESTS=1 $bin/crash/crash_library
+  $bin/failures/failures
+  $bin/failures/failures_allocation
+}
+run_sanitizers() { bash scripts/test.sh asan; }
+run_m32() { bash scripts/test.sh m32; }
+run_darwin() { bash scripts/check-darwin.sh; }
+run_fuzz() { bash scripts/fuzz.sh "${FUZZ_MINUTES:-60}"; }
+run_tidy() {
+  cmake --preset debug -DCMAKE_EXPORT_COMPILE_COMMANDS=ON
+  run-clang-tidy -quiet -p build/debug "$PWD/(xml|Importers|Host|adapters|tools)/.*"
+}
+run_cppcheck() {
+  cmake --preset debug -DCMAKE_EXPORT_COMPILE_COMMANDS=ON
+  cppcheck --project=build/debug/compile_commands.json --quiet --inline-suppr --error-exitcode=1 \
+    --enable=warning,performance,portability --suppress='*:/usr/*' --suppress="*:$PWD/tests/*" -j "$jobs"
+}
+# The suites of the library's own code; the others start programs, or are about time.
+run_valgrind() {
+  build debug
+  find $bin/unit $bin/failures -maxdepth 3 -type f -executable -print0 |
+    while IFS= read -r -d '' suite; do
+      printf '=== %s\n' "$suite"
+      valgrind --quiet --error-exitcode=9 --leak-check=full --errors-for-leak-kinds=definite "$suite" \
+        --gtest_filter='-*Race*:*Death*:*Mutation*:*Timing*'
+    done
+}
+
+[[ $# -gt 0 ]] && steps=("$@")
+mkdir -p "$logs"
+failed=()
+for step in "${steps[@]}"; do
+  declare -F "run_$step" >/dev/null || { printf 'verify.sh: no such step: %s\n' "$step" >&2; exit 2; }
+done
+for step in "${steps[@]}"; do
+  printf '=== %s (%d s so far)\n' "$step" "$SECONDS"
+  begin=$SECONDS
+  status=0
+  # A shell of its own: here, -e would not hold within the function.
+  export -f build "run_$step"
+  bin=$bin jobs=$jobs bash -euo pipefail -c "run_$step" >"$logs/$step.log" 2>&1 </dev/null || status=$?
+  printf '%d %d %s\n' "$status" $((SECONDS - begin)) "$(date -u +%F)" >"$logs/$step.result"
+  if [[ $status -ne 0 ]]; then
+    failed+=("$step")
+    tail -n 30 "$logs/$step.log"
+  fi
+done
+python3 scripts/reliability.py "$logs" docs/reliability.md
+[[ ${#failed[@]} -eq 0 ]] || { printf 'verify.sh: failed: %s\n' "${failed[*]}" >&2; exit 1; }
