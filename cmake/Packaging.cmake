@@ -46,6 +46,8 @@ install(FILES "${PROJECT_BINARY_DIR}/qcfpkgConfig.cmake" "${PROJECT_BINARY_DIR}/
 file(RELATIVE_PATH QCF_PREFIX_FROM_PC "/prefix/${CMAKE_INSTALL_LIBDIR}/pkgconfig" "/prefix")
 string(REGEX REPLACE "/$" "" QCF_PREFIX_FROM_PC "${QCF_PREFIX_FROM_PC}")
 configure_file("${CMAKE_CURRENT_LIST_DIR}/qcfpkg.pc.in" "${PROJECT_BINARY_DIR}/qcfpkg.pc" @ONLY)
+get_target_property(QCF_LIBRARY_DIR qcfpkg BINARY_DIR)
+configure_file("${CMAKE_CURRENT_LIST_DIR}/qcfpkg-uninstalled.pc.in" "${PROJECT_BINARY_DIR}/qcfpkg-uninstalled.pc" @ONLY)
 install(FILES "${PROJECT_BINARY_DIR}/qcfpkg.pc" DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT development)
 
 # --- Packages for Debian

@@ -88,10 +88,10 @@ class FindPackage(unittest.TestCase):
 
 class PkgConfig(unittest.TestCase):
     def flags(self, prefix, *options):
-        search = the_only(prefix.rglob("qcfpkg.pc")).parent
+        search = BUILD if prefix == BUILD else the_only(prefix.rglob("qcfpkg.pc")).parent
         environment = {**os.environ, "PKG_CONFIG_PATH": str(search)}
         output = run("pkg-config", *options, "qcfpkg", env=environment)
-        return output.replace("\\ ", "\0").split(), search.parent
+        return output.replace("\\ ", "\0").split(), BUILD / "xml/qcf/pkglib" if prefix == BUILD else search.parent
 
     def consume(self, name, prefix, *options):
         flags, libdir = self.flags(prefix, "--cflags", "--libs", *options)
@@ -110,6 +110,9 @@ class PkgConfig(unittest.TestCase):
 
     def test_a_moved_tree_serves_the_shared_library(self):
         self.consume("pc-moved", moved)
+
+    def test_a_build_tree_serves_the_shared_library(self):
+        self.consume("pc-build", BUILD)
 
     def test_the_static_library_comes_with_what_it_needs(self):
         self.consume("pc-static", installed, "--static")
