@@ -17,7 +17,8 @@ import tempfile
 import zipfile
 import zlib
 
-import report
+sys.dont_write_bytecode = True
+import report  # noqa: E402
 
 
 class Measure:
@@ -245,7 +246,8 @@ def main(arguments):
     pathlib.Path(stem + '.md').write_text(text)
     print(text, end='')
     if arguments[3:]:
-        report.put_into(pathlib.Path(arguments[3]), 'scaling', text)
+        pictured = [f'![{picture.title}](images/scaling-{picture.name}.svg)\n' for picture in pictures]
+        report.put_into(pathlib.Path(arguments[3]), 'scaling', text + '\n' + ''.join(pictured))
 
 
 main(sys.argv[1:])

@@ -55,6 +55,12 @@ free_kib() {
 if [[ -z ${TMPDIR-} && -d /dev/shm && -w /dev/shm && $(free_kib) -gt $((12 * 1024 * 1024)) ]]; then
   export TMPDIR=/dev/shm
 fi
+# A folder of this run's own, so that nothing of some gigabytes outlives it, however it ends.
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+trap 'exit 130' INT
+trap 'exit 143' TERM
+export TMPDIR=$work
 
 results=build/bench
 mkdir -p "$results"
