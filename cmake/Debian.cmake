@@ -42,16 +42,21 @@ endfunction()
 set(soversion ${PROJECT_VERSION_MAJOR})
 qcf_debian_package(library libqcfpkg${soversion} libs
   "reads, creates and updates ZIP-based packages"
-  "A package is a ZIP file that begins with its type. This library recognises, opens, creates and updates packages, \
-with Zip64, keeps the rules of the type entry, and holds properties of a package and its entries.")
+  "A package is a ZIP file that begins with its type. This library recognises,
+opens, creates and updates packages, with Zip64, keeps the rules of the type
+entry, and holds properties of a package and its entries.")
 qcf_debian_package(development libqcfpkg-dev libdevel
   "reads, creates and updates ZIP-based packages - development"
-  "Headers, link libraries, the CMake package and the pkg-config file of the library for packages: ZIP files that begin \
-with their type.")
+  "Headers, link libraries, the CMake package and the pkg-config file of the
+library for packages: ZIP files that begin with their type.")
 qcf_debian_package(programs qcfpkg-tools utils
   "programs for ZIP-based packages and sound documents"
-  "The program qcfpkg makes, changes and examines packages: ZIP files that begin with their type. The program qsndhost \
-shows, exports, draws and makes sound documents, through the importer that is part of this package.")
+  "The program qcfpkg makes, changes and examines packages: ZIP files that begin
+with their type. The program qsndhost shows, exports, draws and makes sound
+documents, through the importer that is part of this package.")
+foreach(component LIBRARY PROGRAMS)
+  set(CPACK_DEBIAN_${component}_PACKAGE_CONTROL_EXTRA "${CMAKE_CURRENT_LIST_DIR}/debian/triggers")
+endforeach()
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS "zlib1g-dev, libboost-dev")
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SHLIBDEPS OFF)
 
