@@ -14,6 +14,7 @@
 #include <fmt/format.h>
 
 #include "common/Failure.h"
+#include "common/Leftovers.h"
 #include "common/RemoveOnSignal.h"
 
 namespace tools {
@@ -37,12 +38,6 @@ bool isPlainFileOrAbsent(const std::string& target) {
   return stat(target.c_str(), &status) != 0 || S_ISREG(status.st_mode);
 }
 
-int makeScratch(std::string& name) {
-  const int descriptor = mkstemp(name.data());
-  if (descriptor >= 0) fcntl(descriptor, F_SETFD, FD_CLOEXEC);
-  return descriptor;
-}
-
 void writeAll(int descriptor, const char* bytes, std::size_t size) {
   while (size > 0) {
     const ssize_t written = write(descriptor, bytes, size);
@@ -55,18 +50,19 @@ void writeAll(int descriptor, const char* bytes, std::size_t size) {
 
 }  // namespace
 
-OutputFile::OutputFile(const std::string& target) {
+OutputFile::OutputFile(const Session& session, const std::string& target) {
   if (target != "-") fTarget = resolved(target);
   const bool beside = !fTarget.empty() && isPlainFileOrAbsent(fTarget);
-  const std::filesystem::path folder = beside ? std::filesystem::path(fTarget).parent_path()
-                                              : std::filesystem::temp_directory_path();
-  const std::string name = beside ? std::filesystem::path(fTarget).filename().string() : "output";
-  fScratch = (folder / ("." + name + ".XXXXXX")).string();
-  fDescriptor = makeScratch(fScratch);
+  if (beside) clearLeftovers(session, fTarget);
+  fScratch = scratchTemplate(
+      session.program,
+      beside ? fTarget : (std::filesystem::temp_directory_path() / "output").string());
+  fDescriptor = mkstemp(fScratch.data());
   if (fDescriptor < 0) {
     fScratch.clear();
     fail();
   }
+  holdScratch(fDescriptor);
   if (!beside) {
     unlink(fScratch.c_str());
     fScratch.clear();

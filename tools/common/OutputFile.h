@@ -2,6 +2,8 @@
 
 #include <string>
 
+#include "common/Program.h"
+
 namespace tools {
 
 // An output that appears complete or not at all. It is written to a new file beside its target,
@@ -9,8 +11,9 @@ namespace tools {
 // one piece at commit().
 class OutputFile {
 public:
-  // Raises Failure when the new file cannot be made.
-  explicit OutputFile(const std::string& target);
+  // Clears what killed runs have left beside the target, with a note. Raises Failure when the new
+  // file cannot be made.
+  OutputFile(const Session& session, const std::string& target);
   // Removes what was not committed.
   ~OutputFile();
   OutputFile(const OutputFile&) = delete;

@@ -11,32 +11,18 @@
 
 #include <fmt/format.h>
 
+#include "common/Leftovers.h"
 #include "common/RemoveOnSignal.h"
 
 namespace {
 
 namespace fs = std::filesystem;
 
-constexpr std::size_t kRandomLetters = 6;
-
-std::string scratchPrefix(const std::string& path) {
-  return "." + fs::path(path).filename().string() + ".qcfpkg-";
-}
-
 std::string resolved(const std::string& path) {
   std::error_code error;
   // Absolute first: a name of nothing that exists would stay one without a folder.
   const auto canonical = fs::weakly_canonical(fs::absolute(path, error), error);
   return error ? path : canonical.string();
-}
-
-// A run that lives holds the lock of its scratch file.
-bool isLocked(const fs::path& scratch) {
-  const int descriptor = open(scratch.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK);
-  if (descriptor < 0) return false;
-  const bool locked = flock(descriptor, LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK;
-  close(descriptor);
-  return locked;
 }
 
 mode_t defaultMode() {
@@ -51,6 +37,7 @@ PackageFile::PackageFile(const std::string& path) : fPath(resolved(path)) {}
 
 PackageFile::PackageFile(PackageFile&& other) noexcept
     : fPath(std::move(other.fPath)),
+      fProgram(std::move(other.fProgram)),
       fScratch(std::exchange(other.fScratch, {})),
       fFormerScratch(std::exchange(other.fFormerScratch, {})),
       fLock(std::exchange(other.fLock, -1)),
@@ -74,7 +61,8 @@ void PackageFile::fail(const std::string& reason) const {
 PackageFile PackageFile::existing(const Tool& tool, const std::string& path) {
   PackageFile file(path);
   file.lock();
-  file.clearStale(tool);
+  file.fProgram = tool.program;
+  tools::clearLeftovers(tool, file.fPath);
   return file;
 }
 
@@ -88,7 +76,8 @@ PackageFile PackageFile::created(const Tool& tool, const std::string& path, bool
     if (!overwrite) file.fail("it exists; --overwrite replaces it");
     file.lock();
   }
-  file.clearStale(tool);
+  file.fProgram = tool.program;
+  tools::clearLeftovers(tool, file.fPath);
   return file;
 }
 
@@ -112,32 +101,9 @@ void PackageFile::lock() {
   }
 }
 
-void PackageFile::clearStale(const Tool& tool) const {
-  const std::string prefix = scratchPrefix(fPath);
-  std::error_code error;
-  for (fs::directory_iterator item(fs::path(fPath).parent_path(), error), end;
-       !error && item != end; item.increment(error)) {
-    const std::string name = item->path().filename().string();
-    const bool ours = name.size() == prefix.size() + kRandomLetters &&
-                      name.compare(0, prefix.size(), prefix) == 0;
-    std::error_code ignored;
-    if (!ours || !item->is_regular_file(ignored) || item->is_symlink(ignored)) continue;
-    if (isLocked(item->path())) continue;
-    if (unlink(item->path().c_str()) == 0) {
-      tool.note(fmt::format("removed {}, which an interrupted run had left",
-                            tools::shown(item->path().string())));
-    } else {
-      tool.note(fmt::format("an interrupted run has left {}: {}",
-                            tools::shown(item->path().string()), tools::systemReason()));
-    }
-  }
-}
-
 std::string PackageFile::newScratch() {
   dropFormerScratch();
-  std::string name =
-      (fs::path(fPath).parent_path() / (scratchPrefix(fPath) + std::string(kRandomLetters, 'X')))
-          .string();
+  std::string name = tools::scratchTemplate(fProgram, fPath);
   const int descriptor = mkstemp(name.data());
   if (descriptor < 0) fail(tools::systemReason());
   fFormerScratch = std::exchange(fScratch, name);
@@ -148,10 +114,9 @@ std::string PackageFile::newScratch() {
 
 // Two runs may create one package at once, and neither must take the other's file for a leftover.
 void PackageFile::lockScratch(int descriptor) {
-  fcntl(descriptor, F_SETFD, FD_CLOEXEC);
   if (fScratchLock >= 0) close(fScratchLock);
   fScratchLock = descriptor;
-  flock(descriptor, LOCK_EX | LOCK_NB);  // where files cannot be locked, nothing is guarded
+  tools::holdScratch(descriptor);
 }
 
 void PackageFile::dropFormerScratch() {

@@ -36,13 +36,13 @@ public:
 private:
   explicit PackageFile(const std::string& path);
   void lock();
-  void clearStale(const Tool& tool) const;
   void lockScratch(int descriptor);
   void adoptStatus(int descriptor) const;
   void syncFolder() const;
   [[noreturn]] void fail(const std::string& reason) const;
 
   std::string fPath;
+  std::string fProgram;
   std::string fScratch;
   std::string fFormerScratch;
   int fLock = -1;

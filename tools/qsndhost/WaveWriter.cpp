@@ -1,8 +1,12 @@
 #include "WaveWriter.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <cmath>
 #include <utility>
+
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include "common/Failure.h"
 
@@ -36,15 +40,62 @@ int integerOf(float sample, int bits) {
 
 }  // namespace
 
+// What libsndfile asks of the output. It does not tell of every failure, so they are kept here.
+class WaveWriter::Output {
+public:
+  static sf_count_t length(void* self) {
+    struct stat status {};
+    return of(self).kept(fstat(of(self).fDescriptor, &status) == 0 ? status.st_size : -1);
+  }
+  static sf_count_t seek(sf_count_t offset, int whence, void* self) {
+    return of(self).kept(lseek(of(self).fDescriptor, offset, whence));
+  }
+  static sf_count_t tell(void* self) { return seek(0, SEEK_CUR, self); }
+  static sf_count_t read(void* bytes, sf_count_t count, void* self) {
+    return of(self).kept(::read(of(self).fDescriptor, bytes, static_cast<std::size_t>(count)));
+  }
+  static sf_count_t write(const void* bytes, sf_count_t count, void* self) {
+    const auto* const begin = static_cast<const char*>(bytes);
+    sf_count_t done = 0;
+    while (done < count && of(self).fError == 0) {
+      const ssize_t written =
+          ::write(of(self).fDescriptor, begin + done, static_cast<std::size_t>(count - done));
+      if (written < 0 && errno == EINTR) continue;
+      if (of(self).kept(written) >= 0) done += written;
+    }
+    return done;
+  }
+
+  explicit Output(int descriptor) : fDescriptor(descriptor) {}
+  // Raises tools::Failure for the first call that failed.
+  void check() const {
+    if (fError == 0) return;
+    errno = fError;
+    throw tools::Failure("cannot write WAV: " + tools::systemReason());
+  }
+
+private:
+  static Output& of(void* self) { return *static_cast<Output*>(self); }
+  sf_count_t kept(sf_count_t result) {
+    if (result < 0 && fError == 0) fError = errno;
+    return result;
+  }
+
+  int fDescriptor;
+  int fError = 0;
+};
+
 WaveWriter::WaveWriter(int descriptor, WaveFormat format, int channels, int sampleRate,
                        std::int64_t frames)
-    : fFormat(format), fFile(nullptr) {
+    : fFormat(format), fOutput(std::make_unique<Output>(descriptor)), fFile(nullptr) {
   const bool isLong = frames > kMostWaveBytes / (channels * bytesOf(format));
   SF_INFO info{};
   info.channels = channels;
   info.samplerate = sampleRate;
   info.format = (isLong ? SF_FORMAT_RF64 : SF_FORMAT_WAV) | subtypeOf(format);
-  fFile = sf_open_fd(descriptor, SFM_WRITE, &info, SF_FALSE);
+  SF_VIRTUAL_IO calls{Output::length, Output::seek, Output::read, Output::write, Output::tell};
+  fFile = sf_open_virtual(&calls, SFM_WRITE, &info, fOutput.get());
+  fOutput->check();
   if (fFile == nullptr)
     throw tools::Failure(std::string("cannot write WAV: ") + sf_strerror(nullptr));
   // No time stamp: the same audio gives the same bytes.
@@ -62,7 +113,9 @@ void WaveWriter::write(const std::vector<const float*>& buffers, std::size_t fra
       fFloats[i * buffers.size() + channel] = buffers[channel][i];
     }
   }
-  if (writeInterleaved(frames) != static_cast<sf_count_t>(frames)) {
+  const sf_count_t written = writeInterleaved(frames);
+  fOutput->check();
+  if (written != static_cast<sf_count_t>(frames)) {
     throw tools::Failure(std::string("cannot write WAV: ") + sf_strerror(fFile));
   }
 }
@@ -81,5 +134,6 @@ void WaveWriter::finish() {
   sf_write_sync(fFile);
   SNDFILE* const file = std::exchange(fFile, nullptr);
   const int error = sf_close(file);
+  fOutput->check();
   if (error != 0) throw tools::Failure(std::string("cannot write WAV: ") + sf_error_number(error));
 }

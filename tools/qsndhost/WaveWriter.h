@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -29,7 +30,10 @@ public:
 private:
   sf_count_t writeInterleaved(std::size_t frames);
 
+  class Output;
+
   WaveFormat fFormat;
+  std::unique_ptr<Output> fOutput;  // outlives the file
   SNDFILE* fFile;
   std::vector<float> fFloats;
   std::vector<int> fIntegers;

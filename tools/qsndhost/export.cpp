@@ -45,7 +45,7 @@ nlohmann::json exportDocument(Host& host, const Options& options, const Task& ta
                           tools::shown(task.file), delivered, info.channels));
   }
   const int rate = wholeRate(task.file, info);
-  tools::OutputFile output(task.output);
+  tools::OutputFile output(host, task.output);
   WaveWriter writer(output.descriptor(), options.format, static_cast<int>(delivered), rate,
                     stretch.frames);
   {

@@ -72,7 +72,7 @@ void verify(Host& host, const SourceWave& wave, const std::string& path) {
 void run(Host& host, const Options& options) {
   checkOptions(options);
   SourceWave wave(options.input);
-  tools::OutputFile output(options.output);
+  tools::OutputFile output(host, options.output);
   const std::string shownOutput = tools::shown(options.output);
   try {
     writePackage(host, options, wave, output.path());

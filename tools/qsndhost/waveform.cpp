@@ -121,7 +121,7 @@ nlohmann::json drawDocument(Host& host, const Options& options, const Task& task
                             const std::string& label) {
   const PictureKind kind = kindOf(options, task.output);
   const Waveform waveform = summarise(host, options, task.file, label);
-  tools::OutputFile output(task.output);
+  tools::OutputFile output(host, task.output);
   writeWaveform(output.descriptor(), kind, options.theme, waveform.layout,
                 describe(task.file, waveform), waveform.summary);
   output.commit();
