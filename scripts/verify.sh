@@ -35,6 +35,7 @@ run_audio() { build debug && QSND_RANDOM_STRETCHES=10000 ctest --preset debug --
 run_crashes() {
   build debug
   QCF_LONG_TESTS=1 $bin/crash/crash_library
+  QCF_LONG_TESTS=1 $bin/crash/crash_programs
   $bin/failures/failures
   $bin/failures/failures_allocation
 }
