@@ -3,6 +3,7 @@
 #
 #   setup.sh            to build the library, the importer and the programs, and to run the demo
 #   setup.sh --tests    also what the tests, the format check and clang-tidy need
+#   setup.sh --packages also what scripts/package.sh builds and judges Debian packages with
 #   setup.sh --m32      also the 32-bit compiler and zlib of the preset m32
 #   setup.sh --gnustep  also an Objective-C++ compiler with GNUstep, for the tests of the macOS glue
 #   setup.sh --darwin   also what the builds for macOS on this system take (scripts/check-darwin.sh)
@@ -20,8 +21,9 @@ test_packages=(
   libgtest-dev libgmock-dev git python3 clang clang-format clang-tidy libclang-rt-14-dev
   libarchive-tools p7zip-full ziptool ffmpeg
   libbenchmark-dev libzip-dev libarchive-dev libminizip-dev libavformat-dev libavcodec-dev libavutil-dev
-  lintian dpkg-dev mandoc man-db doxygen parallel rsync file
+  mandoc man-db doxygen parallel rsync
 )
+debian_packages=(dpkg-dev file lintian)
 m32_packages=(g++-multilib lib32z1-dev)
 gnustep_packages=(gobjc++ libgnustep-base-dev)
 darwin_packages=(clang lld-16 llvm libc++-dev libc++abi-dev python3)
@@ -39,8 +41,9 @@ usage() {
 packages=("${build_packages[@]}")
 for argument in "$@"; do
   case $argument in
-    --tests) packages+=("${test_packages[@]}") ;;
-    --m32) packages+=("${test_packages[@]}" "${m32_packages[@]}") ;;
+    --tests) packages+=("${test_packages[@]}" "${debian_packages[@]}") ;;
+    --packages) packages+=("${debian_packages[@]}") ;;
+    --m32) packages+=("${test_packages[@]}" "${debian_packages[@]}" "${m32_packages[@]}") ;;
     --gnustep) packages+=("${gnustep_packages[@]}") ;;
     --darwin) packages+=("${darwin_packages[@]}") ;;
     --help)

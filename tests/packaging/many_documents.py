@@ -15,12 +15,12 @@ import project
 TEXT = (project.SOURCE / "docs" / "many-documents.md").read_text(encoding="utf-8")
 BLOCK = re.compile(r"<!-- runs: (?P<files>[^\n]*?) -->\n```sh\n(?P<code>.*?)^```$", re.S | re.M)
 
-# The machine's name goes, and the rest is run there: in a home of its own.
+# The machine's name goes, and the rest is run there: in a home of its own, with the shell that every login has in SHELL.
 SSH = """#!/bin/sh
 while [ "${1#-}" != "$1" ]; do [ "$1" = -l ] && shift; shift; done
 shift
 [ "$1" != -- ] || shift
-cd "$REMOTE_HOME" && exec sh -c "$*"
+cd "$REMOTE_HOME" && SHELL=/bin/sh exec sh -c "$*"
 """
 
 
