@@ -20,6 +20,18 @@ protected:
     zipbytes::File data;
     return data.raw(fOld.bytes().substr(0, fOld.offset()));
   }
+  // The three entries in an update of the file itself that gives each new one a descriptor.
+  Package beginWithDescriptors() {
+    fPolicies.descriptor = 2;
+    const Package package = open(fOld.bytes());
+    package->beginUpdate();
+    return package;
+  }
+  static Stream openStored(pkg::IPackage<>& package, const std::string& name) {
+    const auto file = package.getFile(name, false);
+    file->setCompressionMethod(CompressionStored);
+    return file->open(kOut, false);
+  }
   Entry at(Entry entry, std::size_t offset) const {
     entry.offset = static_cast<std::uint32_t>(offset);
     return entry;
@@ -145,12 +157,8 @@ TEST_F(InPlace, BeginUpdateDropsEveryOldEntryThatIsNotWritten) {
 
 // Reading moves the file that is also being written.
 TEST_F(InPlace, ReadingAnotherEntryBeforeTheCloseLeavesTheDescriptorRightBehindTheData) {
-  fPolicies.descriptor = 2;
-  const Package package = open(fOld.bytes());
-  package->beginUpdate();
-  const auto file = package->getFile("d.txt", false);
-  file->setCompressionMethod(CompressionStored);
-  const Stream out = file->open(kOut, false);
+  const Package package = beginWithDescriptors();
+  const Stream out = openStored(*package, "d.txt");
   *out << "delta";
   Bytes text;
   *package->getFile("a.txt", true)->open(kIn, false) >> text;
@@ -168,12 +176,8 @@ TEST_F(InPlace, ReadingAnotherEntryBeforeTheCloseLeavesTheDescriptorRightBehindT
 
 // The stream stands at its third byte when it closes, and its data ends at the tenth.
 TEST_F(InPlace, ADescriptorFollowsTheDataOfAStreamThatWentBack) {
-  fPolicies.descriptor = 2;
-  const Package package = open(fOld.bytes());
-  package->beginUpdate();
-  const auto file = package->getFile("d.txt", false);
-  file->setCompressionMethod(CompressionStored);
-  const Stream out = file->open(kOut, false);
+  const Package package = beginWithDescriptors();
+  const Stream out = openStored(*package, "d.txt");
   *out << "0123456789";
   out->seekp(1);
   *out << "ab";

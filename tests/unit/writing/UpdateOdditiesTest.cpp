@@ -22,6 +22,17 @@ protected:
     package->endUpdate();
     return package;
   }
+  // Writes c.txt three times: behind an open stream, which makes it wait; directly; and again
+  // behind one.
+  static void writeWaitingDirectWaiting(const Package& package) {
+    Stream blocker = openForWriting(package, "blocker.txt");
+    write(package, "c.txt", "waits", CompressionStored);
+    blocker->close();
+    write(package, "c.txt", "direct", CompressionStored);
+    blocker = openForWriting(package, "blocker.txt");
+    write(package, "c.txt", "last", CompressionStored);
+    blocker->close();
+  }
   // A package whose type is compressed.
   static Bytes deflatedType() {
     zipbytes::File old;
@@ -57,13 +68,7 @@ TEST_F(UpdateOddities, AChangedEntryThatWaitedThenWentDirectDoesNotWaitAgain) {
   const Package package = open(twoEntries());
   write(package, "c.txt", "changed before");
   package->beginUpdate("new.pkg", kIn | kOut | kTrunc);
-  Stream blocker = openForWriting(package, "blocker.txt");
-  write(package, "c.txt", "waits", CompressionStored);
-  blocker->close();
-  write(package, "c.txt", "direct", CompressionStored);
-  blocker = openForWriting(package, "blocker.txt");
-  write(package, "c.txt", "last", CompressionStored);
-  blocker->close();
+  writeWaitingDirectWaiting(package);
   package->endUpdate();
   EXPECT_EQ(contents(open(bytes(), kIn, "copy.pkg"), "c.txt"), "direct");
   EXPECT_EQ(bytes().find("last"), Bytes::npos);
@@ -72,13 +77,7 @@ TEST_F(UpdateOddities, AChangedEntryThatWaitedThenWentDirectDoesNotWaitAgain) {
 TEST_F(UpdateOddities, AnEntryThatWasNotChangedBeforeWaitsAgain) {
   const Package package = open(twoEntries());
   package->beginUpdate("new.pkg", kIn | kOut | kTrunc);
-  Stream blocker = openForWriting(package, "blocker.txt");
-  write(package, "c.txt", "waits", CompressionStored);
-  blocker->close();
-  write(package, "c.txt", "direct", CompressionStored);
-  blocker = openForWriting(package, "blocker.txt");
-  write(package, "c.txt", "last", CompressionStored);
-  blocker->close();
+  writeWaitingDirectWaiting(package);
   package->endUpdate();
   EXPECT_EQ(contents(open(bytes(), kIn, "copy.pkg"), "c.txt"), "last");
 }
