@@ -39,7 +39,7 @@ build_programs() {
   bash scripts/setup.sh || fail "not everything that the build needs is installed; see above"
   # A build folder of its own: what the tests are built with stays as it is.
   cmake --preset release -B "$build" -DBUILD_TESTING=OFF -DQCF_BUILD_EXAMPLES=OFF -DQCF_BUILD_BENCHMARKS=OFF &&
-    cmake --build "$build" --parallel "$(nproc)" || fail "the build failed; see above"
+    cmake --build "$build" --parallel "$(nproc)" --target qsndhost || fail "the build failed; see above"
 }
 
 # make_audio OUT.wav: a slow chord of plucked strings, five seconds in stereo, 48 kHz, 24 bits.

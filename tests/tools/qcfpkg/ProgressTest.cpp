@@ -9,7 +9,7 @@ namespace {
 class ProgressBar : public Qcfpkg {
 protected:
   // Random data, as deflating takes its time.
-  void SetUp() override { python("import os\nopen('big', 'wb').write(os.urandom(1 << 20) * 128)"); }
+  void SetUp() override { python("import os\nopen('big', 'wb').write(os.urandom(1 << 20) * 64)"); }
   // Everything that a run draws on a terminal of `columns` columns; standard error goes to a file
   // where `err` names one.
   std::string draw(const std::vector<std::string>& arguments, int columns = 80,
