@@ -3,21 +3,18 @@
 // unless set), QCF_WALK_SEED where they begin. A mismatch is shrunk to a short sequence and
 // printed.
 
-#include <cstdio>
+#include <algorithm>
 #include <cstdlib>
-#include <filesystem>
-#include <fstream>
-#include <random>
-#include <sstream>
-
-#include <unistd.h>
 
 #include <gtest/gtest.h>
 
 #include "package/QCFPackage.h"
 
 #include "support/TempDir.h"
+#include "walk/LineParser.h"
 #include "walk/PackageModel.h"
+#include "walk/Sequence.h"
+#include "walk/ZipfileReader.h"
 
 namespace walk {
 namespace {
@@ -26,136 +23,6 @@ using pkg::PackageException;
 
 const char* const kFiles[] = {"mimetype", "a", "b", "d/c"};
 const char* const kDirectories[] = {"d/", "e/"};
-
-enum Operation {
-  Open,
-  Write,
-  Seek,
-  Close,
-  Remove,
-  CreateDirectory,
-  SetDateTime,
-  SetComment,
-  Begin,
-  BeginOther,
-  End,
-  Cancel,
-  SaveAs,
-  InPlace,
-  Reopen,
-  ReadSeeking,
-  OperationCount
-};
-const char* const kOperationNames[] = {
-    "open",         "write",       "seek",   "close",        "remove", "create directory",
-    "set datetime", "set comment", "begin",  "begin other",  "end",    "cancel",
-    "save as",      "in place",    "reopen", "read, seeking"};
-
-struct Step {
-  Operation operation;
-  unsigned a, b;
-};
-using Sequence = std::vector<Step>;
-
-// Reads the library's own documents, which is all that stands in the packages of this test.
-class LineParser : public pkg::IXMLParser {
-public:
-  void setEventHandler(pkg::IXMLParser_EventHandler* handler) override { fHandler = handler; }
-  void parse(std::istream& in) override {
-    const Bytes text((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-    const char* none[] = {nullptr};
-    fHandler->startElement("pkgProperties", none);
-    fHandler->startElement("entries", none);
-    for (const auto& [path, value] : parseDocument(text)) {
-      const char* ofEntry[] = {"path", path.c_str(), nullptr};
-      const char* ofProp[] = {"key", "datetime", nullptr};
-      fHandler->startElement("entry", ofEntry);
-      fHandler->startElement("prop", ofProp);
-      fHandler->characterData(value.data(), static_cast<int>(value.size()));
-      fHandler->endElement("prop");
-      fHandler->endElement("entry");
-    }
-    fHandler->endElement("entries");
-    fHandler->endElement("pkgProperties");
-  }
-  void parseChunk(const char*, int, bool) override {}
-  const char* getErrorText() override { return ""; }
-  void finish() override { fHandler = nullptr; }
-
-private:
-  pkg::IXMLParser_EventHandler* fHandler = nullptr;
-};
-
-// One python3 for the whole run: a path in, what its zipfile finds out. The directory size, which
-// may count records that are gone, is told as recorded and then put right, since zipfile trusts it.
-class ZipfileReader {
-public:
-  ZipfileReader() {
-    int in[2], out[2];
-    if (pipe(in) != 0 || pipe(out) != 0) std::abort();
-    if (fork() == 0) {
-      dup2(in[0], 0);
-      dup2(out[1], 1);
-      for (const int end : {in[0], in[1], out[0], out[1]})
-        ::close(end);
-      execlp("python3", "python3", "-u", "-c", kScript, static_cast<char*>(nullptr));
-      _exit(127);
-    }
-    ::close(in[0]);
-    ::close(out[1]);
-    fRequests = fdopen(in[1], "w");
-    fAnswers = fdopen(out[0], "r");
-  }
-  ~ZipfileReader() {
-    std::fclose(fRequests);
-    std::fclose(fAnswers);
-  }
-
-  std::string describe(const std::string& path) {
-    std::fprintf(fRequests, "%s\n", path.c_str());
-    std::fflush(fRequests);
-    std::string line;
-    for (int c; (c = std::fgetc(fAnswers)) != EOF && c != '\n';)
-      line += static_cast<char>(c);
-    return line;
-  }
-
-private:
-  static constexpr const char* kScript = R"(
-import io, struct, sys, zipfile
-for line in sys.stdin:
-    try:
-        data = open(line[:-1], 'rb').read()
-        end = data.rfind(b'PK\5\6')
-        size, offset = struct.unpack('<LL', data[end + 12:end + 20])
-        fixed = data[:end + 12] + struct.pack('<L', end - offset) + data[end + 16:]
-        with zipfile.ZipFile(io.BytesIO(fixed)) as z:
-            words = ['%d' % size, '[' + z.comment.decode() + ']']
-            for i in z.infolist():
-                words.append('%s %d %d %s' % (i.filename, i.compress_type, i.compress_size, z.read(i).hex()))
-        print(' | '.join(words))
-    except Exception as e:
-        print('ERROR %s %s' % (type(e).__name__, e))
-)";
-  std::FILE* fRequests = nullptr;
-  std::FILE* fAnswers = nullptr;
-};
-
-std::string describe(const PackageModel::Saved& saved) {
-  std::ostringstream text;
-  text << saved.directorySize << " | [" << saved.comment << "]";
-  for (const Record& record : saved.records) {
-    text << " | " << record.name << " " << (record.stored ? 0 : 8) << " " << record.compressed
-         << " ";
-    for (const char c : record.data) {
-      char digits[3];
-      std::snprintf(digits, sizeof digits, "%02x",
-                    static_cast<unsigned>(static_cast<unsigned char>(c)));
-      text << digits;
-    }
-  }
-  return text.str();
-}
 
 // Runs one sequence on both; keeps the first difference.
 class Walk {
@@ -396,7 +263,7 @@ private:
         found = codeOf([&] { fPackage->doUNSAFEUpdateInPlace(); });
         fModel.inPlace();
     }
-    compare(kOperationNames[operation], expected, found);
+    compare(nameOf(operation), expected, found);
     dropClosed();
     if (fModel.saveCount() != fSaves) fSaves = fModel.saveCount();
   }
@@ -494,19 +361,6 @@ private:
   std::string fDifference;
 };
 
-Sequence randomSequence(unsigned seed) {
-  std::mt19937 random(seed);
-  Sequence sequence(random() % 40 + 1);
-  for (Step& step : sequence) {
-    // Openings come more often than the rest: without content there is little to see.
-    const unsigned kind = static_cast<unsigned>(random() % (OperationCount + 6));
-    step.operation = kind < OperationCount ? static_cast<Operation>(kind) : Open;
-    step.a = static_cast<unsigned>(random() % 64);
-    step.b = static_cast<unsigned>(random() % 4096);
-  }
-  return sequence;
-}
-
 // Takes steps away for as long as a difference stays.
 Sequence shrunk(Sequence sequence, const std::string& directory) {
   for (bool smaller = true; smaller;) {
@@ -520,14 +374,6 @@ Sequence shrunk(Sequence sequence, const std::string& directory) {
     }
   }
   return sequence;
-}
-
-std::string toText(const Sequence& sequence) {
-  std::ostringstream text;
-  for (const Step& step : sequence) {
-    text << "\n  " << kOperationNames[step.operation] << " " << step.a << " " << step.b;
-  }
-  return text.str();
 }
 
 unsigned numberFrom(const char* variable, unsigned otherwise) {
