@@ -305,6 +305,13 @@ TEST(MIMEType, IsTheFirstWordOfTheEntry) {
             MemoryPackage(withType(std::string(10000, 't')))->getMIMEType());
 }
 
+TEST(MIMEType, IsCutAt64KiBAsItMayBeOneWordWithoutAnEnd) {
+  zipbytes::File file;
+  const std::string endless(std::size_t{8} << 20, 't');
+  addDeflated(file, "mimetype", endless);
+  EXPECT_EQ(endless.substr(0, 65536), MemoryPackage(file.bytes())->getMIMEType());
+}
+
 TEST(MIMEType, OfAPackageWithoutTheEntryIsEmptyUnderAnyPolicy) {
   for (const int value : {0, 1, 4}) {
     const Policy policy(value);

@@ -32,7 +32,7 @@ public:
   // PackageIOException 2, 8 and 4.
   void readLFH(IPkgFSFileCommon* file);
   // Writes header, name and extra field at the file's position, with date, time, type and creator
-  // from the package's properties.
+  // from the package's properties. Not for a header that was read: its name was not kept.
   void writeLFH(IPkgFSFileCommon* file, ZipPackage<Context>* package);
   // Brings CRC and sizes up to the record's; returns whether the header on disk is out of date.
   // Raises 7 for a size above 32 bits without Zip64, 17 when `sizesAreFinal` and the sizes differ.
