@@ -6,6 +6,7 @@
 #include <exception>
 #include <system_error>
 
+#include <CLI/CLI.hpp>
 #include <fmt/format.h>
 
 #include "common/Terminal.h"

@@ -3,9 +3,12 @@
 #include <functional>
 #include <string>
 
-#include <CLI/CLI.hpp>
-
 #include "common/Failure.h"
+
+// Its header takes seconds to compile: what adds no options does without.
+namespace CLI {
+class App;
+}
 
 namespace tools {
 

@@ -1,5 +1,7 @@
 #include "Commands.h"
 
+#include <CLI/CLI.hpp>
+
 #include "Tool.h"
 
 int runQcfpkg(int argc, char** argv) {

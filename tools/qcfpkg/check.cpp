@@ -1,5 +1,6 @@
 #include <algorithm>
 
+#include <CLI/CLI.hpp>
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
 

@@ -2,6 +2,7 @@
 #include <limits>
 #include <set>
 
+#include <CLI/CLI.hpp>
 #include <fmt/format.h>
 
 #include "EntryData.h"

@@ -1,6 +1,7 @@
 #include <algorithm>
 #include <array>
 
+#include <CLI/CLI.hpp>
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
 

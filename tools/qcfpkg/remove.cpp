@@ -1,5 +1,6 @@
 #include <set>
 
+#include <CLI/CLI.hpp>
 #include <fmt/format.h>
 
 #include "PackageUpdate.h"

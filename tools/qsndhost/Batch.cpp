@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <map>
 
+#include <CLI/CLI.hpp>
 #include <fmt/format.h>
 
 #include "Words.h"

@@ -7,9 +7,11 @@
 #include <string>
 #include <vector>
 
-#include <CLI/CLI.hpp>
-
 #include "HostKit/AudioSource.h"
+
+namespace CLI {
+class App;
+}
 
 // A part of a document's audio, in frames.
 struct Stretch {

@@ -1,5 +1,6 @@
 #include <cstdio>
 
+#include <CLI/CLI.hpp>
 #include <fmt/format.h>
 
 #include "Batch.h"

@@ -1,3 +1,5 @@
+#include <CLI/CLI.hpp>
+
 #include "Host.h"
 
 int main(int argc, char** argv) {

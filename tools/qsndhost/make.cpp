@@ -1,5 +1,6 @@
 #include <filesystem>
 
+#include <CLI/CLI.hpp>
 #include <fmt/format.h>
 
 #include "package/QCFPackage.h"

@@ -1,6 +1,7 @@
 #include <cmath>
 #include <filesystem>
 
+#include <CLI/CLI.hpp>
 #include <fmt/format.h>
 
 #include "Batch.h"
