@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
+#include <new>
 #include <system_error>
 
 #include <CLI/CLI.hpp>
@@ -38,19 +39,12 @@ void parse(CLI::App& app, Session& session, int argc, char** argv) {
   }
 }
 
-}  // namespace
-
-void Session::report(const Failure& failure) {
-  tell(program, failure.what());
-  code = failure.code();
-}
-
-void Session::note(const std::string& line) const {
-  if (!quiet) fmt::print(stderr, "{}: {}\n", program, line);
-}
-
-int runProgram(CLI::App& app, Session& session, int argc, char** argv) {
+void runTelling(Session& session, const std::function<void(CLI::App&)>& describe, int argc,
+                char** argv) {
   try {
+    CLI::App app;
+    app.name(session.program);
+    describe(app);
     parse(app, session, argc, argv);
     if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0) {
       throw std::system_error(errno, std::generic_category());
@@ -68,8 +62,32 @@ int runProgram(CLI::App& app, Session& session, int argc, char** argv) {
       session.report(Failure(isOutput ? "cannot write standard output: " + error.code().message()
                                       : firstLine(error.what())));
     }
+  } catch (const std::bad_alloc&) {
+    throw;
   } catch (const std::exception& error) {
     session.report(Failure(firstLine(error.what())));
+  }
+}
+
+}  // namespace
+
+void Session::report(const Failure& failure) {
+  tell(program, failure.what());
+  code = failure.code();
+}
+
+void Session::note(const std::string& line) const {
+  if (!quiet) fmt::print(stderr, "{}: {}\n", program, line);
+}
+
+int runProgram(Session& session, const std::function<void(CLI::App&)>& describe, int argc,
+               char** argv) {
+  try {
+    runTelling(session, describe, argc, argv);
+  } catch (const std::bad_alloc&) {
+    // There may be no memory even for what a Failure says.
+    tell(session.program, "out of memory");
+    session.code = ExitFailed;
   }
   return session.code;
 }

@@ -24,9 +24,10 @@ struct Session {
   void note(const std::string& line) const;
 };
 
-// Parses the command line, which runs the chosen command's callback. Turns whatever goes wrong into
-// one line on standard error and an exit code. Standard output is complete when it returns
-// ExitDone.
-int runProgram(CLI::App& app, Session& session, int argc, char** argv);
+// Parses the command line as `describe` sets it up, which runs the chosen command's callback. Turns
+// whatever goes wrong, a want of memory at any point too, into one line on standard error and an
+// exit code. Standard output is complete when it returns ExitDone.
+int runProgram(Session& session, const std::function<void(CLI::App&)>& describe, int argc,
+               char** argv);
 
 }  // namespace tools

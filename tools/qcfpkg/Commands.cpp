@@ -4,11 +4,10 @@
 
 #include "Tool.h"
 
-int runQcfpkg(int argc, char** argv) {
-  Tool tool;
-  tool.program = "qcfpkg";
-  CLI::App app("Makes, changes and examines packages: ZIP files that begin with their type.",
-               tool.program);
+namespace {
+
+void describe(CLI::App& app, Tool& tool) {
+  app.description("Makes, changes and examines packages: ZIP files that begin with their type.");
   app.set_version_flag("--version", tool.program + " " + QCF_VERSION);
   app.add_flag("-q,--quiet", tool.quiet, "Tell failures only");
   app.require_subcommand(1);
@@ -35,5 +34,13 @@ int runQcfpkg(int argc, char** argv) {
   addProp(app, tool);
   addCheck(app, tool);
   addCompact(app, tool);
-  return tools::runProgram(app, tool, argc, argv);
+}
+
+}  // namespace
+
+int runQcfpkg(int argc, char** argv) {
+  Tool tool;
+  tool.program = "qcfpkg";
+  return tools::runProgram(
+      tool, [&tool](CLI::App& app) { describe(app, tool); }, argc, argv);
 }

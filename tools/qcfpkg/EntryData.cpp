@@ -1,6 +1,7 @@
 #include "EntryData.h"
 
 #include <algorithm>
+#include <new>
 #include <vector>
 
 #include <zlib.h>
@@ -84,6 +85,7 @@ private:
     const std::size_t size = block.size() - fStream.avail_out;
     if (size != 0) out.take(block.data(), size);
     if (result == Z_STREAM_END) fDone = true;
+    if (result == Z_MEM_ERROR) throw std::bad_alloc();
     const bool going = result == Z_OK || result == Z_STREAM_END || result == Z_BUF_ERROR;
     if (!going) throw DataError("data-damaged", "the deflated data is damaged");
     return size;

@@ -2,10 +2,10 @@
 
 #include "Host.h"
 
-int main(int argc, char** argv) {
-  Host host;
-  host.program = "qsndhost";
-  CLI::App app("Opens sound documents through their importer, as a host does.", host.program);
+namespace {
+
+void describe(CLI::App& app, Host& host) {
+  app.description("Opens sound documents through their importer, as a host does.");
   app.set_version_flag("--version", host.program + " " + QSND_VERSION);
   app.add_option("--bundle", host.bundlePath,
                  "The importer bundle, instead of the one that came along")
@@ -34,5 +34,13 @@ int main(int argc, char** argv) {
   addExport(app, host);
   addWaveform(app, host);
   addMake(app, host);
-  return tools::runProgram(app, host, argc, argv);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  Host host;
+  host.program = "qsndhost";
+  return tools::runProgram(
+      host, [&host](CLI::App& app) { describe(app, host); }, argc, argv);
 }
