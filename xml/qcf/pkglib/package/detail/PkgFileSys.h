@@ -97,7 +97,7 @@ private:
   File openDescriptor(int descriptor, const String& path, const char* systemPath);
 
   std::int32_t fProcessId;
-  std::uint16_t fNameCounter;
+  std::atomic<std::uint16_t> fNameCounter;  // packages of several threads take names from it
   std::uint16_t fNameSeed;
   String fTempDirectory;  // empty, or ends in "/"
 
