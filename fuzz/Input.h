@@ -5,10 +5,10 @@
 #include <cstdint>
 #include <string>
 
-// What a fuzzer or a replay runs: one input, whatever its bytes. Returns 0.
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size);
-
 namespace fuzz {
+
+// What a fuzzer or a replay runs: one input, whatever its bytes. Each target defines it.
+void run(const std::uint8_t* data, std::size_t size);
 
 // Takes an input apart from its front. Behind its end come zeros and empty texts.
 class Input {

@@ -12,10 +12,10 @@ namespace {
 
 int runs = 0;
 
-void run(const std::filesystem::path& path) {
+void replay(const std::filesystem::path& path) {
   std::ifstream in(path, std::ios::binary);
   const std::string bytes{std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
-  LLVMFuzzerTestOneInput(reinterpret_cast<const std::uint8_t*>(bytes.data()), bytes.size());
+  fuzz::run(reinterpret_cast<const std::uint8_t*>(bytes.data()), bytes.size());
   ++runs;
 }
 
@@ -24,11 +24,11 @@ void run(const std::filesystem::path& path) {
 int main(int argc, char** argv) {
   for (int i = 1; i < argc; ++i) {
     if (!std::filesystem::is_directory(argv[i])) {
-      run(argv[i]);
+      replay(argv[i]);
       continue;
     }
     for (const auto& file : std::filesystem::recursive_directory_iterator(argv[i]))
-      if (file.is_regular_file()) run(file.path());
+      if (file.is_regular_file()) replay(file.path());
   }
   std::printf("%d inputs\n", runs);
   return runs == 0;

@@ -39,14 +39,13 @@ void use(const Plugin& plugin, const std::string& path, fuzz::Input& script) {
 
 }  // namespace
 
-int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+void fuzz::run(const std::uint8_t* data, std::size_t size) {
   static const support::TempDir folder;
   static const Plugin plugin;
   fuzz::Input input(data, size);
   const std::string script = input.bytes(32);
   const std::string path = folder.write("document.qsnd", input.rest());
-  if (dividesByZero(audioOf(path))) return 0;
+  if (dividesByZero(audioOf(path))) return;
   fuzz::Input steps(reinterpret_cast<const std::uint8_t*>(script.data()), script.size());
   use(plugin, path, steps);
-  return 0;
 }

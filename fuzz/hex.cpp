@@ -6,7 +6,7 @@
 
 #include "Input.h"
 
-int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+void fuzz::run(const std::uint8_t* data, std::size_t size) {
   fuzz::Input input(data, size);
   auto* const hex = pkg::BasePkgHexStrings<>::getInstance();
   const unsigned room = input.below(64);
@@ -22,5 +22,4 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   length = bytes.size();
   hex->decodeHexString(text, back.data(), length);
   if (length != bytes.size() || back != bytes) std::abort();
-  return 0;
 }

@@ -3,7 +3,7 @@
 #include "Input.h"
 #include "unit/reading/Exploration.h"
 
-int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+void fuzz::run(const std::uint8_t* data, std::size_t size) {
   fuzz::Input input(data, size);
   const reading::Policy policy(static_cast<std::int32_t>(input.below(4)));
   const std::string bytes = input.rest();
@@ -11,5 +11,4 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     reading::MemoryPackage package(bytes, &policy);
     reading::explore(*package);
   });
-  return 0;
 }

@@ -25,7 +25,7 @@ void checkReduced(const std::string& path) {
 
 }  // namespace
 
-int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+void fuzz::run(const std::uint8_t* data, std::size_t size) {
   fuzz::Input input(data, size);
   const bool keepRoot = input.below(2) != 0;
   const std::string path = input.rest();
@@ -36,5 +36,4 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   } catch (pkg::PackageException<>&) {
     if (!path.empty()) std::abort();
   }
-  return 0;
 }

@@ -12,7 +12,7 @@ constexpr auto kNew = std::ios_base::in | std::ios_base::out | std::ios_base::tr
 
 }  // namespace
 
-int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+void fuzz::run(const std::uint8_t* data, std::size_t size) {
   fuzz::Input input(data, size);
   const bool changes = input.below(2) != 0;
   zipbytes::File file;
@@ -29,5 +29,4 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     package->endUpdate();
     package->getFile("a", true)->getProperty(pkg::QCFPropertyDateTime);
   });
-  return 0;
 }

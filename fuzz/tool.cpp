@@ -23,7 +23,7 @@ void silence() {
   ::close(nowhere);
 }
 
-int run(std::vector<std::string> arguments) {
+int qcfpkg(std::vector<std::string> arguments) {
   arguments.insert(arguments.begin(), "qcfpkg");
   std::vector<char*> pointers;
   for (std::string& argument : arguments)
@@ -37,7 +37,7 @@ bool isExitCode(int code) {
 
 }  // namespace
 
-int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+void fuzz::run(const std::uint8_t* data, std::size_t size) {
   static const bool silent = (silence(), true);
   static_cast<void>(silent);
   fuzz::Input input(data, size);
@@ -48,13 +48,13 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   fs::create_directories(target);
 
   if (command == 0) {
-    if (!isExitCode(run({"--quiet", "check", "--json", path}))) std::abort();
+    if (!isExitCode(qcfpkg({"--quiet", "check", "--json", path}))) std::abort();
   } else if (command == 1) {
-    if (!isExitCode(run({"--quiet", "list", "--json", path}))) std::abort();
+    if (!isExitCode(qcfpkg({"--quiet", "list", "--json", path}))) std::abort();
   } else {
     const std::string limit = command == 2 ? "100K" : "1M";
     if (!isExitCode(
-            run({"--quiet", "extract", path, "-C", target.string(), "--max-size", limit}))) {
+            qcfpkg({"--quiet", "extract", path, "-C", target.string(), "--max-size", limit}))) {
       std::abort();
     }
     std::size_t outside = 0;
@@ -68,5 +68,4 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     }
     if (outside != 2) std::abort();  // the package, and the folder that the target is in
   }
-  return 0;
 }

@@ -1,10 +1,12 @@
 // Packages made, changed by the ways that keep every change, saved in each of the three ways, and
 // read back; and damaged packages changed and saved, which may be refused.
 
+#include <cerrno>
 #include <cstdlib>
 #include <map>
 
 #include "Input.h"
+#include "support/FileSystems.h"
 #include "unit/reading/Reading.h"
 
 namespace {
@@ -15,6 +17,28 @@ constexpr auto kNew = std::ios_base::in | std::ios_base::out | std::ios_base::tr
 constexpr auto kUpdate = std::ios_base::in | std::ios_base::out;
 constexpr const char* kNames[] = {"a",       "b.txt", "dir/c", "dir/sub/d", "\xC3\xA9t\xC3\xA9",
                                   "mimetype"};
+
+// Full at 16 MB: where a damaged package says that its directory begins, an update in place makes
+// the file reach.
+class SmallDisk : public support::FileSystemWrapper {
+public:
+  using FileSystemWrapper::FileSystemWrapper;
+
+protected:
+  void write(InnerFile& file, const void* buffer, int size) override {
+    requireRoom(file.tell() + size);
+    file.write(buffer, size);
+  }
+  void truncate(InnerFile& file, long long size) override {
+    requireRoom(size);
+    file.truncate(size);
+  }
+
+private:
+  static void requireRoom(long long size) {
+    if (size > 16'000'000) pkg::throwSystemError(ENOSPC);
+  }
+};
 
 void write(pkg::IPackage<>& package, const std::string& name, const std::string& bytes,
            bool stored) {
@@ -103,8 +127,9 @@ void changeDamaged(fuzz::Input& input) {
   const unsigned way = input.below(3);
   const unsigned mask = input.byte();
   const std::string bytes = input.rest();
-  support::MemoryFileSystem files;
-  files.put("a.pkg", bytes);
+  support::MemoryFileSystem memory;
+  memory.put("a.pkg", bytes);
+  SmallDisk files(memory);
   reading::raisedBy([&] {
     const auto package =
         pkg::QCFPackageFactory().openPackage("a.pkg", kUpdate, &files, nullptr, nullptr);
@@ -134,12 +159,11 @@ void changeDamaged(fuzz::Input& input) {
 
 }  // namespace
 
-int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+void fuzz::run(const std::uint8_t* data, std::size_t size) {
   fuzz::Input input(data, size);
   if (input.below(2) == 0) {
     makeAndChange(input);
   } else {
     changeDamaged(input);
   }
-  return 0;
 }

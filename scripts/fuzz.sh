@@ -4,8 +4,9 @@
 #   fuzz.sh [MINUTES] [TARGET...]    one minute a target without a number
 #
 # Inputs are collected in build/fuzz/corpus/. A finding stays in build/fuzz/findings/: it becomes a
-# file in fuzz/regressions/TARGET/, which the tests replay. No input may take five seconds, or make
-# memory grow by more than 64 MiB at once.
+# file in fuzz/regressions/TARGET/, which the tests replay. Findings are, beside what the sanitizers see, an
+# input that takes over five seconds, and one that makes the heap grow by more than 64 MiB and four times
+# its own size (fuzz/Fuzzer.cpp).
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -26,28 +27,44 @@ targets=("$@")
 
 bash scripts/setup.sh --tests
 cmake --preset fuzz >build/fuzz-configure.log || { cat build/fuzz-configure.log; exit 1; }
-cmake --build --preset fuzz --parallel "$(nproc)"
+cmake --build --preset fuzz --parallel "$(nproc)" --target fuzzers >build/fuzz-build.log ||
+  { cat build/fuzz-build.log; exit 1; }
 python3 fuzz/make_seeds.py build/fuzz/corpus
 mkdir -p build/fuzz/findings
 
+# Targets that work on files do so in memory, and away from the user's cache.
+scratch=$(mktemp -d -p /dev/shm 2>/dev/null || mktemp -d)
+trap 'rm -rf "$scratch"' EXIT
+export TMPDIR=$scratch XDG_CACHE_HOME=$scratch
+
+# of LOG NAME: the last of libFuzzer's numbers of that name
+of() { sed -n "s/^stat::$2: *//p" "$1" | tail -n 1; }
+
 seconds=$((minutes * 60 / ${#targets[@]}))
 failed=0
-printf '%-12s %14s %10s %10s\n' target executions coverage findings
+total=0
+found=0
+row='%-12s %12s %10s %10s %12s %10s\n'
+printf "$row" target executions coverage findings 'slowest (s)' 'peak (MB)'
 for target in "${targets[@]}"; do
   case $target in
     properties) dictionary=fuzz/dictionaries/properties.dict ;;
     *) dictionary=fuzz/dictionaries/zip.dict ;;
   esac
   log=build/fuzz/$target.log
-  findings=build/fuzz/findings/$target-
   before=$(find build/fuzz/findings -name "$target-*" | wc -l)
-  ASAN_OPTIONS=allocator_may_return_null=0 build/fuzz/fuzz/fuzz_"$target" \
-    -dict="$dictionary" -max_total_time="$seconds" -timeout=5 -malloc_limit_mb=64 -rss_limit_mb=2048 \
-    -max_len=65536 -artifact_prefix="$findings" -print_final_stats=1 \
+  ASAN_OPTIONS=allocator_may_return_null=0 LSAN_OPTIONS=suppressions=$PWD/tests/lsan.supp:print_suppressions=0 \
+    build/fuzz/fuzz/fuzz_"$target" \
+    -dict="$dictionary" -max_total_time="$seconds" -timeout=5 -rss_limit_mb=2048 -max_len=65536 \
+    -artifact_prefix="build/fuzz/findings/$target-" -print_final_stats=1 \
     build/fuzz/corpus/"$target" fuzz/regressions/"$target" >"$log" 2>&1 || failed=1
-  after=$(find build/fuzz/findings -name "$target-*" | wc -l)
-  executions=$(sed -n 's/^stat::number_of_executed_units: *//p' "$log" | tail -n 1)
+  executions=$(of "$log" number_of_executed_units)
   coverage=$(sed -n 's/.* cov: \([0-9]*\) .*/\1/p' "$log" | tail -n 1)
-  printf '%-12s %14s %10s %10s\n' "$target" "${executions:-none}" "${coverage:-none}" "$((after - before))"
+  findings=$(($(find build/fuzz/findings -name "$target-*" | wc -l) - before))
+  total=$((total + ${executions:-0}))
+  found=$((found + findings))
+  printf "$row" "$target" "${executions:-none}" "${coverage:-none}" "$findings" \
+    "$(of "$log" slowest_unit_time_sec)" "$(of "$log" peak_rss_mb)"
 done
+printf '%d executions of %d targets in %d minutes, %d findings\n' "$total" "${#targets[@]}" "$minutes" "$found"
 exit "$failed"

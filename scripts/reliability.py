@@ -52,8 +52,10 @@ def walk(log):
 
 
 def fuzz(log):
-    return (total(log, r"stat::number_of_executed_units:\s*(\d+)", "executions")
-            or [line.strip() for line in log.splitlines() if "executions" in line][-1:])
+    ran = re.search(r"^(\d+) executions of (\d+) targets in (\d+) minutes, (\d+) findings$", log, re.M)
+    if not ran:
+        return []
+    return [f"{int(ran[1]):,} executions of {ran[2]} targets in {ran[3]} minutes, {ran[4]} findings"]
 
 
 def lint(log):
