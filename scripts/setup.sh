@@ -3,6 +3,7 @@
 #
 #   setup.sh            to build the library, the importer and the programs, and to run the demo
 #   setup.sh --tests    also what the tests, the format check and clang-tidy need
+#   setup.sh --checks   also what scripts/lint.sh, scripts/coverage.sh and scripts/verify.sh look at the code with
 #   setup.sh --packages also what scripts/package.sh builds and judges Debian packages with
 #   setup.sh --m32      also the 32-bit compiler and zlib of the preset m32
 #   setup.sh --gnustep  also an Objective-C++ compiler with GNUstep, for the tests of the macOS glue
@@ -24,6 +25,7 @@ test_packages=(
   mandoc man-db doxygen parallel rsync
 )
 debian_packages=(dpkg-dev file lintian)
+check_packages=(clang-tidy cppcheck valgrind gcovr abigail-tools)
 m32_packages=(g++-multilib lib32z1-dev)
 gnustep_packages=(gobjc++ libgnustep-base-dev)
 darwin_packages=(clang lld-16 llvm libc++-dev libc++abi-dev python3)
@@ -42,6 +44,7 @@ packages=("${build_packages[@]}")
 for argument in "$@"; do
   case $argument in
     --tests) packages+=("${test_packages[@]}" "${debian_packages[@]}") ;;
+    --checks) packages+=("${check_packages[@]}") ;;
     --packages) packages+=("${debian_packages[@]}") ;;
     --m32) packages+=("${test_packages[@]}" "${debian_packages[@]}" "${m32_packages[@]}") ;;
     --gnustep) packages+=("${gnustep_packages[@]}") ;;

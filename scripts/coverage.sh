@@ -1,0 +1,42 @@
+#!/usr/bin/env bash
+# Builds with counters, runs the tests, and reports how many lines and branches of the system's own code they reach: the
+# library, the importer, the host's parts and the adapters. Branches that the compiler makes for exceptions are left
+# out. Fails below 95 per cent of lines or 85 per cent of branches.
+#
+#   coverage.sh            build, run, report
+#   coverage.sh --report   report what the last run has left
+#
+# The lines that no test reaches go to build/coverage/uncovered.txt.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+
+case ${1:-} in
+  --help)
+    sed -n '2,/^set /{/^#/s/^# \{0,1\}//p}' "$0"
+    exit 0
+    ;;
+esac
+bash scripts/setup.sh --tests --checks
+if [[ ${1:-} != --report ]]; then
+  find build/coverage -name '*.gcda' -delete 2>/dev/null || true
+  bash scripts/test.sh coverage
+fi
+
+status=0
+gcovr --root . --object-directory build/coverage -j "$(nproc)" \
+  --filter 'xml/' --filter 'Importers/' --filter 'Host/' --filter 'adapters/' \
+  --exclude-throw-branches --exclude-unreachable-branches \
+  --fail-under-line 95 --fail-under-branch 85 \
+  --print-summary --txt build/coverage/lines.txt --json build/coverage/coverage.json build/coverage || status=$?
+gcovr --root . --add-tracefile build/coverage/coverage.json --json-summary build/coverage/summary.json
+python3 - <<'END'
+import json
+with open("build/coverage/coverage.json") as file:
+    files = json.load(file)["files"]
+with open("build/coverage/uncovered.txt", "w") as out:
+    for one in files:
+        lines = [line["line_number"] for line in one["lines"] if line["count"] == 0 and not line.get("gcovr/noncode")]
+        for line in sorted(set(lines)):
+            out.write(f"{one['file']}:{line}\n")
+END
+exit "$status"
