@@ -59,7 +59,14 @@ def fuzz(log):
 
 
 def lint(log):
-    return [f"{len(re.findall(r': (?:warning|error):', log))} findings"]
+    looked = re.search(r"^clang-tidy: (\d+) sources$", log, re.M)
+    sources = [f"{looked[1]} sources"] if looked else []
+    return sources + [f"{len(re.findall(r': (?:warning|error|portability|performance|style):', log))} findings"]
+
+
+def coverage(log):
+    shares = re.findall(r"^(lines|branches): ([\d.]+)% \((\d+) out of (\d+)\)", log, re.M)
+    return [f"{share}% of {int(all_):,} {what}" for what, share, _, all_ in shares]
 
 
 def valgrind(log):
@@ -67,8 +74,8 @@ def valgrind(log):
 
 
 READERS = {"tests": kills, "walk": walk, "mutations": ctest, "audio": ctest, "crashes": crashes,
-           "sanitizers": ctest, "m32": ctest, "darwin": ctest, "fuzz": fuzz, "tidy": lint,
-           "cppcheck": lint, "valgrind": valgrind}
+           "sanitizers": ctest, "threads": ctest, "m32": ctest, "darwin": ctest, "fuzz": fuzz, "lint": lint,
+           "coverage": coverage, "valgrind": valgrind}
 
 
 def row(step, logs):

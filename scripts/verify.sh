@@ -3,7 +3,8 @@
 # it to STEP.result, and the counts into the table of docs/reliability.md.
 #
 #   verify.sh              every step
-#   verify.sh STEP...      some: tests walk mutations audio crashes sanitizers m32 darwin fuzz tidy cppcheck valgrind
+#   verify.sh STEP...      some: tests walk mutations audio crashes sanitizers threads m32 darwin fuzz lint
+#                          coverage valgrind
 #   FUZZ_MINUTES=5 verify.sh fuzz    a shorter one
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -16,7 +17,7 @@ fi
 logs=build/verify
 bin=build/debug/tests
 jobs=$(nproc)
-steps=(tests walk mutations audio crashes sanitizers m32 darwin fuzz tidy cppcheck valgrind)
+steps=(tests walk mutations audio crashes sanitizers threads m32 darwin fuzz lint coverage valgrind)
 
 build() {
   cmake --preset "$1"
@@ -40,18 +41,16 @@ run_crashes() {
   $bin/failures/failures_allocation
 }
 run_sanitizers() { bash scripts/test.sh asan; }
+run_threads() {
+  cmake --preset tsan
+  cmake --build --preset tsan --parallel "$jobs" --target threads_packages threads_importers unit_package
+  ctest --preset tsan --verbose -R 'Threads|Singletons|Mutual'
+}
 run_m32() { bash scripts/test.sh m32; }
 run_darwin() { bash scripts/check-darwin.sh; }
 run_fuzz() { bash scripts/fuzz.sh "${FUZZ_MINUTES:-60}"; }
-run_tidy() {
-  cmake --preset debug -DCMAKE_EXPORT_COMPILE_COMMANDS=ON
-  run-clang-tidy -quiet -p build/debug "$PWD/(xml|Importers|Host|adapters|tools)/.*"
-}
-run_cppcheck() {
-  cmake --preset debug -DCMAKE_EXPORT_COMPILE_COMMANDS=ON
-  cppcheck --project=build/debug/compile_commands.json --quiet --inline-suppr --error-exitcode=1 \
-    --enable=warning,performance,portability --suppress='*:/usr/*' --suppress="*:$PWD/tests/*" -j "$jobs"
-}
+run_lint() { bash scripts/lint.sh --all; }
+run_coverage() { bash scripts/coverage.sh; }
 # The suites of the library's own code; the others start programs, or are about time.
 run_valgrind() {
   build debug

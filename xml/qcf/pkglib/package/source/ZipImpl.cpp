@@ -232,10 +232,12 @@ DOSTime dostime(int year, int month, int day, int hour, int minute, int second) 
 
 DOSTime getDOSTime() {
   const std::time_t rounded = (std::time(nullptr) + 1) & ~static_cast<std::time_t>(1);
-  const std::tm* local = std::localtime(&rounded);
-  if (local == nullptr) return _dosTimeMin;
-  return dostime(local->tm_year + 1900, local->tm_mon + 1, local->tm_mday, local->tm_hour,
-                 local->tm_min, local->tm_sec);
+  // What localtime() does, but for its result, which all threads share.
+  std::tm local{};
+  tzset();
+  if (localtime_r(&rounded, &local) == nullptr) return _dosTimeMin;
+  return dostime(local.tm_year + 1900, local.tm_mon + 1, local.tm_mday, local.tm_hour, local.tm_min,
+                 local.tm_sec);
 }
 
 }  // namespace pkg::zip
