@@ -19,7 +19,7 @@ build_packages=(
 # The compilers' and checkers' own needs first, then the independent readers and writers that judge the library's
 # output, then the peers of the benchmarks, then what judges packages and pages.
 test_packages=(
-  libgtest-dev libgmock-dev git python3 clang clang-format clang-tidy libclang-rt-14-dev
+  libgtest-dev libgmock-dev git python3 clang clang-format libclang-rt-14-dev
   libarchive-tools p7zip-full ziptool ffmpeg
   libbenchmark-dev libzip-dev libarchive-dev libminizip-dev libavformat-dev libavcodec-dev libavutil-dev
   mandoc man-db doxygen parallel rsync
