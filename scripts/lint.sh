@@ -1,9 +1,10 @@
 #!/usr/bin/env bash
-# Static checks: the warnings of clang++, clang-tidy (.clang-tidy says why each check is there) and cppcheck.
+# Static checks of what is installed, and of the programs: cppcheck (.cppcheck says what does not apply, and why) over
+# everything, and clang-tidy (.clang-tidy says why each check is there), which tells the warnings of clang++ too.
 #
-#   lint.sh         cppcheck over everything; clang-tidy, which has the compiler's warnings too, over the library's one
-#                   instantiation, and over what changed since the commit LINT_SINCE, the last one unless it is set
-#   lint.sh --all   clang-tidy over every source
+#   lint.sh         clang-tidy over the library's one instantiation, and over what changed since the commit LINT_SINCE,
+#                   the last one unless it is set
+#   lint.sh --all   clang-tidy over every source, and the warnings of clang++ over tests, fuzz targets and examples
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -17,15 +18,16 @@ bash scripts/setup.sh --tests --checks
 cmake --preset debug >/dev/null
 jobs=$(nproc)
 status=0
+own=(xml/\*.cpp Importers/\*.cpp Host/\*.cpp adapters/\*.cpp tools/\*.cpp)
 
 # The sources that clang-tidy looks at, one a line. What is built elsewhere only (macOS, a check's own programs) is not
 # among them: there is no command for it.
 sources() {
   if [[ ${1:-} == --all ]]; then
-    git ls-files '*.cpp'
+    git ls-files "${own[@]}"
   else
     printf 'xml/qcf/pkglib/package/qcf_common_client.cpp\n'
-    git diff --name-only --diff-filter=d "${LINT_SINCE:-HEAD~1}" -- '*.cpp' 2>/dev/null || true
+    git diff --name-only --diff-filter=d "${LINT_SINCE:-HEAD~1}" -- "${own[@]}" 2>/dev/null || true
   fi | sort -u
 }
 
@@ -43,10 +45,25 @@ printf 'clang-tidy: %d sources\n' "$(sources "$@" | built | wc -l)"
 sources "$@" | built | xargs -r -P "$jobs" -n 1 clang-tidy --quiet -p build/debug \
   2> >(grep -v ' warnings\? .*generated\.$' >&2) || status=1
 
+if [[ ${1:-} == --all ]]; then
+  printf 'clang++: everything else\n'
+  # Its commands are those of the build, which may be g++'s.
+  git ls-files 'tests/*.cpp' 'fuzz/*.cpp' 'examples/*.cpp' | built | xargs -r -P "$jobs" -n 1 clang-check -p build/debug \
+    --extra-arg=-Wno-unknown-warning-option || status=1
+fi
+
+# cppcheck does not read the macros of the tests' library: it looks at what is installed, and the programs.
 printf 'cppcheck: everything\n'
-cppcheck --project=build/debug/compile_commands.json --quiet --inline-suppr --error-exitcode=1 -j "$jobs" \
-  --enable=warning,performance,portability --suppressions-list=.cppcheck --suppress='*:/usr/*' \
-  --suppress="*:$PWD/build/*" --suppress="*:$PWD/tests/*" || status=1
+mkdir -p build/lint
+python3 -c '
+import json, pathlib, sys
+with open(sys.argv[1]) as file:
+    commands = json.load(file)
+own = [str(pathlib.Path(folder).resolve()) + "/" for folder in ("xml", "Importers", "Host", "adapters", "tools")]
+print(json.dumps([one for one in commands if any(one["file"].startswith(folder) for folder in own)]))' \
+  build/debug/compile_commands.json >build/lint/compile_commands.json
+cppcheck --project=build/lint/compile_commands.json --quiet --inline-suppr --error-exitcode=1 -j "$jobs" \
+  --enable=warning,performance,portability --suppressions-list=.cppcheck --suppress='*:/usr/*' || status=1
 
 [[ $status -ne 0 ]] || printf 'lint: clean\n'
 exit "$status"
