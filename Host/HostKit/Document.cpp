@@ -52,7 +52,7 @@ std::string whyNotRead(std::int32_t result) {
     case ResultNoAudio:
       return "there is no audio at that position";
     case ResultNothingRead:
-      return "the audio data ends too early";
+      return "the audio data ends too early, or there was no room to inflate it";
     case -1:
       return "the audio data cannot be read";
     default:

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <exception>
 #include <memory>
 #include <optional>
 #include <string>
@@ -173,6 +174,7 @@ IsolatedDocument::IsolatedDocument(const std::filesystem::path& folder,
     : fProcess(serverOf(folder, path), patience) {
   load(fProcess);
   const std::string message = fProcess.ask(messageOf(Question::Open));
+  fIsOpen = true;
   Taking taking(message);
   fInfo = taking.value<AudioInfo>();
   fReachable = taking.value<std::int64_t>();
@@ -194,7 +196,16 @@ void IsolatedDocument::read(std::int64_t position, std::uint32_t frames, float* 
   }
 }
 
+IsolatedDocument::~IsolatedDocument() {
+  try {
+    if (fIsOpen) close();
+  } catch (const std::exception&) {
+    // The process has failed already, which was told.
+  }
+}
+
 void IsolatedDocument::close() {
+  fIsOpen = false;
   fProcess.ask(messageOf(Question::Close));
 }
 

@@ -19,6 +19,8 @@ public:
   // the importer fails its process; so do all operations.
   IsolatedDocument(const std::filesystem::path& folder, const std::filesystem::path& path,
                    std::chrono::seconds patience);
+  // Closes what close() has not: an importer keeps files on disk that only it can remove.
+  ~IsolatedDocument() override;
 
   const AudioInfo& info() const noexcept override { return fInfo; }
   std::int64_t reachableFrames() const noexcept override { return fReachable; }
@@ -28,6 +30,7 @@ public:
 
 private:
   ChildProcess fProcess;
+  bool fIsOpen = false;
   AudioInfo fInfo;
   std::int64_t fReachable = 0;
 };

@@ -1,21 +1,52 @@
 #include "common/Failure.h"
 
+#include <algorithm>
 #include <cerrno>
+#include <cstdint>
 #include <system_error>
 
 #include <fmt/format.h>
 
 namespace tools {
 
+std::size_t utf8Length(const std::string& text, std::size_t at) {
+  const auto lead = static_cast<unsigned char>(text[at]);
+  const std::size_t length = lead < 0x80   ? 1
+                             : lead < 0xC2 ? 0
+                             : lead < 0xE0 ? 2
+                             : lead < 0xF0 ? 3
+                             : lead < 0xF5 ? 4
+                                           : 0;
+  if (length == 0 || text.size() - at < length) return 0;
+  std::uint32_t point = length == 1 ? lead : lead & (0x7Fu >> length);
+  for (std::size_t k = 1; k < length; ++k) {
+    const auto byte = static_cast<unsigned char>(text[at + k]);
+    if ((byte & 0xC0) != 0x80) return 0;
+    point = point << 6 | (byte & 0x3Fu);
+  }
+  const bool overlong = (length == 3 && point < 0x800) || (length == 4 && point < 0x10000);
+  const bool surrogate = point >= 0xD800 && point < 0xE000;
+  return overlong || surrogate || point > 0x10FFFF ? 0 : length;
+}
+
 std::string shown(const std::string& name) {
+  const auto isControl = [&](std::size_t at, std::size_t length) {
+    const auto byte = [&](std::size_t i) { return static_cast<unsigned char>(name[at + i]); };
+    return length == 1 ? byte(0) < 0x20 || byte(0) == 0x7F
+                       : length == 2 && byte(0) == 0xC2 && byte(1) < 0xA0;
+  };
+  if (name.empty()) return "''";
   std::string text;
-  for (const char character : name) {
-    const auto byte = static_cast<unsigned char>(character);
-    if (byte < 0x20 || byte == 0x7F) {
-      text += fmt::format("\\x{:02x}", byte);
+  for (std::size_t at = 0; at < name.size();) {
+    const std::size_t length = utf8Length(name, at);
+    const std::size_t taken = std::max<std::size_t>(length, 1);
+    if (length != 0 && !isControl(at, length)) {
+      text += name.substr(at, taken);
     } else {
-      text.push_back(character);
+      for (std::size_t i = 0; i < taken; ++i)
+        text += fmt::format("\\x{:02x}", static_cast<unsigned char>(name[at + i]));
     }
+    at += taken;
   }
   return text;
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <stdexcept>
 #include <string>
 
@@ -24,9 +25,13 @@ private:
 // a word.
 class ReaderGone : public std::exception {};
 
-// A name that can be shown: control characters, which could break a line or steer a terminal, as
-// escapes.
+// A name that can be shown: control characters, which could break a line or steer a terminal, and
+// bytes that are no UTF-8 as escapes; an empty one as a pair of quotes.
 std::string shown(const std::string& name);
+
+// The length of the UTF-8 character that begins at `at`, which is inside the text; 0 where none
+// does.
+std::size_t utf8Length(const std::string& text, std::size_t at);
 
 // The system's words for errno as it stands.
 std::string systemReason();

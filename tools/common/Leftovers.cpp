@@ -1,10 +1,16 @@
 #include "common/Leftovers.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <filesystem>
+#include <random>
+#include <string_view>
+#include <vector>
 
+#include <dirent.h>
 #include <fcntl.h>
 #include <sys/file.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <fmt/format.h>
@@ -17,35 +23,97 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr std::size_t kRandomLetters = 6;
+constexpr std::string_view kLetters =
+    "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789";
 
 // A run that lives holds the lock of its scratch file.
-bool isHeld(const fs::path& scratch) {
-  const int descriptor = open(scratch.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK);
+bool isHeld(int folder, const char* name) {
+  const int descriptor = openat(folder, name, O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK);
   if (descriptor < 0) return false;
   const bool locked = flock(descriptor, LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK;
   close(descriptor);
   return locked;
 }
 
-void clear(const Session& session, const fs::path& scratch) {
-  if (unlink(scratch.c_str()) == 0) {
-    session.note(
-        fmt::format("removed {}, which an interrupted run had left", shown(scratch.string())));
-  } else {
-    session.note(
-        fmt::format("an interrupted run has left {}: {}", shown(scratch.string()), systemReason()));
+bool isScratchName(const std::string& name, const std::string& prefix) {
+  return name.size() == prefix.size() + kRandomLetters &&
+         name.compare(0, prefix.size(), prefix) == 0 &&
+         name.find_first_not_of(kLetters, prefix.size()) == std::string::npos;
+}
+
+std::vector<std::string> scratchNames(int folder, const std::string& prefix) {
+  std::vector<std::string> names;
+  const int copy = openat(folder, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  DIR* const list = copy < 0 ? nullptr : fdopendir(copy);
+  if (list == nullptr) return names;
+  while (const dirent* const item = readdir(list)) {
+    if (isScratchName(item->d_name, prefix)) names.emplace_back(item->d_name);
   }
+  closedir(list);
+  return names;
+}
+
+// `output` tells the output's own file; null for none.
+void clearAll(const Session& session, int folder, const std::string& shownFolder,
+              const std::string& prefix, const struct stat* output) {
+  for (const std::string& name : scratchNames(folder, prefix)) {
+    struct stat status {};
+    const bool isFile =
+        fstatat(folder, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0 && S_ISREG(status.st_mode);
+    if (!isFile) continue;
+    // A run that was killed between naming its output and removing the scratch name.
+    const bool isOutput =
+        output != nullptr && status.st_ino == output->st_ino && status.st_dev == output->st_dev;
+    if (!isOutput && isHeld(folder, name.c_str())) continue;
+    const std::string path = shown((fs::path(shownFolder) / name).string());
+    if (unlinkat(folder, name.c_str(), 0) == 0) {
+      session.note(fmt::format("removed {}, which an interrupted run had left", path));
+    } else {
+      session.note(fmt::format("an interrupted run has left {}: {}", path, systemReason()));
+    }
+  }
+}
+
+// A folder takes names of 255 bytes: of a long one, this much serves.
+std::string shortened(const std::string& name) {
+  constexpr std::size_t kMost = 200;
+  std::size_t size = std::min(kMost, name.size());
+  const auto isInsideCharacter = [&] {
+    return size < name.size() && (static_cast<unsigned char>(name[size]) & 0xC0) == 0x80;
+  };
+  while (size > 0 && isInsideCharacter())
+    --size;
+  return name.substr(0, size);
 }
 
 }  // namespace
 
 std::string scratchPrefix(const std::string& program, const std::string& output) {
-  return "." + fs::path(output).filename().string() + "." + program + "-";
+  return "." + shortened(fs::path(output).filename().string()) + "." + program + "-";
 }
 
 std::string scratchTemplate(const std::string& program, const std::string& output) {
   const std::string name = scratchPrefix(program, output) + std::string(kRandomLetters, 'X');
   return (fs::path(output).parent_path() / name).string();
+}
+
+int makeScratch(int folder, const std::string& prefix, mode_t mode, std::string& name) {
+  constexpr int kAttempts = 100;
+  std::random_device random;
+  std::uniform_int_distribution<std::size_t> pick(0, kLetters.size() - 1);
+  for (int attempt = 0; attempt < kAttempts; ++attempt) {
+    name = prefix;
+    for (std::size_t i = 0; i < kRandomLetters; ++i)
+      name.push_back(kLetters[pick(random)]);
+    const int descriptor =
+        openat(folder, name.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, mode);
+    if (descriptor >= 0) {
+      holdScratch(descriptor);
+      return descriptor;
+    }
+    if (errno != EEXIST) break;
+  }
+  return -1;
 }
 
 void holdScratch(int descriptor) {
@@ -54,19 +122,19 @@ void holdScratch(int descriptor) {
 }
 
 void clearLeftovers(const Session& session, const std::string& output) {
-  const std::string prefix = scratchPrefix(session.program, output);
-  std::error_code error;
-  for (fs::directory_iterator item(fs::path(output).parent_path(), error), end;
-       !error && item != end; item.increment(error)) {
-    const std::string name = item->path().filename().string();
-    const bool ours = name.size() == prefix.size() + kRandomLetters &&
-                      name.compare(0, prefix.size(), prefix) == 0;
-    std::error_code ignored;
-    if (!ours || !item->is_regular_file(ignored) || item->is_symlink(ignored)) continue;
-    // A run that was killed between naming its output and removing the scratch name.
-    const bool isOutput = fs::equivalent(item->path(), output, ignored);
-    if (isOutput || !isHeld(item->path())) clear(session, item->path());
-  }
+  const std::string parent = fs::path(output).parent_path().string();
+  const int folder = open(parent.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  if (folder < 0) return;  // what cannot be listed cannot be cleared
+  struct stat status {};
+  const bool exists = stat(output.c_str(), &status) == 0;
+  clearAll(session, folder, parent, scratchPrefix(session.program, output),
+           exists ? &status : nullptr);
+  close(folder);
+}
+
+void clearLeftovers(const Session& session, int folder, const std::string& shownFolder,
+                    const std::string& prefix) {
+  clearAll(session, folder, shownFolder, prefix, nullptr);
 }
 
 }  // namespace tools

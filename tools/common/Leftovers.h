@@ -2,20 +2,28 @@
 
 #include <string>
 
+#include <sys/types.h>
+
 #include "common/Program.h"
 
 namespace tools {
 
-// The name, without folder, of scratch files for an output, up to the letters that mkstemp() picks.
+// The name, without folder, of scratch files for an output, up to the letters that are picked.
 std::string scratchPrefix(const std::string& program, const std::string& output);
 // As mkstemp() takes it: beside the output.
 std::string scratchTemplate(const std::string& program, const std::string& output);
+// A new file in an open folder, named by `prefix` and letters, and held; sets `name`. Returns its
+// descriptor, open for writing and owned by the caller, or -1 with errno set.
+int makeScratch(int folder, const std::string& prefix, mode_t mode, std::string& name);
 
-// Marks an open scratch file as one whose run lives, until the descriptor is closed.
+// Marks an open scratch file as one whose run lives, until its last descriptor is closed.
 void holdScratch(int descriptor);
 
 // Removes what killed runs have left beside an output, with a note. A scratch file that is held is
 // kept, unless it is the output itself under a second name.
 void clearLeftovers(const Session& session, const std::string& output);
+// The same for the files in an open folder that have `prefix` in front of their letters.
+void clearLeftovers(const Session& session, int folder, const std::string& shownFolder,
+                    const std::string& prefix);
 
 }  // namespace tools

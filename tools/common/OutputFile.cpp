@@ -16,6 +16,7 @@
 #include "common/Failure.h"
 #include "common/Leftovers.h"
 #include "common/RemoveOnSignal.h"
+#include "common/SyncFolder.h"
 
 namespace tools {
 namespace {
@@ -114,13 +115,17 @@ void OutputFile::replaceTarget() {
   if (rename(fScratch.c_str(), fTarget.c_str()) != 0) fail();
   fScratch.clear();
   removeOnSignal({});
+  if (!syncFolderOf(fTarget)) fail();
 }
 
 void OutputFile::fail() const {
   if (errno == EPIPE && fTarget.empty()) throw ReaderGone();
-  const std::string reason = systemReason();
-  throw Failure(fmt::format("cannot write {}: {}",
-                            fTarget.empty() ? "standard output" : shown(fTarget), reason));
+  throw failure(systemReason());
+}
+
+Failure OutputFile::failure(const std::string& reason) const {
+  const std::string name = fTarget.empty() ? "standard output" : shown(fTarget);
+  return Failure(fmt::format("cannot write {}: {}", name, reason));
 }
 
 }  // namespace tools

@@ -2,6 +2,7 @@
 
 #include <string>
 
+#include "common/Failure.h"
 #include "common/Program.h"
 
 namespace tools {
@@ -21,6 +22,9 @@ public:
 
   // Open for reading and writing, owned by this object.
   int descriptor() const noexcept { return fDescriptor; }
+
+  // What whoever writes to the descriptor raises when that does not work.
+  Failure failure(const std::string& reason) const;
 
   // A name by which the file can be opened once more, until commit().
   std::string path() const;

@@ -6,6 +6,7 @@
 #include <exception>
 #include <new>
 #include <system_error>
+#include <utility>
 
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
@@ -29,13 +30,39 @@ std::string firstLine(const std::string& text) {
   return text.substr(0, text.find('\n'));
 }
 
+// The command that the words have led to, and its name with those before it.
+std::pair<const CLI::App*, std::string> commandReached(const CLI::App& app,
+                                                       const std::string& program) {
+  const CLI::App* command = &app;
+  std::string name = program;
+  while (!command->get_subcommands().empty()) {
+    command = command->get_subcommands().front();
+    name += " " + command->get_name();
+  }
+  return {command, name};
+}
+
+std::string usageText(const CLI::App& app, const CLI::ParseError& error,
+                      const std::string& program) {
+  const auto [command, name] = commandReached(app, program);
+  std::string text = error.what();
+  // The parser tells that a command is missing, whatever stands in its place.
+  const bool wantsCommand = command->get_require_subcommand_min() > 0;
+  if (wantsCommand && dynamic_cast<const CLI::RequiredError*>(&error) != nullptr) {
+    text = "a command is required";
+    const auto strangers = app.remaining(true);
+    if (!strangers.empty()) text = fmt::format("there is no command {}", shown(strangers.front()));
+  }
+  return fmt::format("{}; see {} --help", shown(text), name);
+}
+
 void parse(CLI::App& app, Session& session, int argc, char** argv) {
   try {
     app.parse(argc, argv);
   } catch (const CLI::Success& request) {
     app.exit(request);  // help or version, to standard output
   } catch (const CLI::ParseError& error) {
-    throw Failure(firstLine(error.what()) + "; see " + session.program + " --help", ExitUsage);
+    throw Failure(usageText(app, error, session.program), ExitUsage);
   }
 }
 

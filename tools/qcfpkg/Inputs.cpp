@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <filesystem>
-#include <set>
 
 #include <sys/stat.h>
 #include <unistd.h>
@@ -23,7 +22,7 @@ namespace fs = std::filesystem;
 
 class Collector {
 public:
-  explicit Collector(std::string package) : fPackage(std::move(package)) {}
+  Collector(const Tool& tool, std::string package) : fTool(tool), fPackage(std::move(package)) {}
 
   void take(const std::string& argument) {
     const auto equals = argument.find('=');
@@ -42,9 +41,20 @@ public:
   }
 
   std::vector<Input> finish() {
-    for (std::size_t i = 0; i < fInputs.size(); ++i) {
-      const std::string& name = fInputs[i].name;
-      if (!fNames.insert(name).second) refuse(name, "two inputs have this name");
+    std::set<std::string> names;
+    bool readsInput = false;
+    for (const Input& input : fInputs) {
+      if (!names.insert(input.name).second) refuse(input.name, "two inputs have this name");
+      if (input.source != "-") continue;
+      if (readsInput) refuse(input.name, "standard input can be read only once");
+      readsInput = true;
+    }
+    for (const Input& input : fInputs) {
+      const std::string other = conflictingName(names, input.name);
+      if (!other.empty()) {
+        refuse(input.name,
+               fmt::format("{} is added, too, and one is a folder", tools::shown(other)));
+      }
     }
     return std::move(fInputs);
   }
@@ -60,14 +70,14 @@ private:
     return name;
   }
 
-  void visit(const std::string& name, const std::string& source) {
-    if (source == "-") return put({name, "-", std::nullopt, std::time(nullptr)});
+  void visit(const std::string& name, const std::string& source, bool inFolder = false) {
+    if (source == "-" && !inFolder) return put({name, "-", std::nullopt, std::time(nullptr)});
     struct stat status {};
     if (stat(source.c_str(), &status) != 0) refuse(source, tools::systemReason());
     if (S_ISDIR(status.st_mode)) return visitFolder(name, source, status.st_mtime);
-    if (!S_ISREG(status.st_mode) && !S_ISFIFO(status.st_mode)) {
-      refuse(source, "it is neither a file nor a folder");
-    }
+    // A pipe is read where somebody says so: one in a folder would be waited for in vain.
+    const bool isPipe = S_ISFIFO(status.st_mode) && !inFolder;
+    if (!S_ISREG(status.st_mode) && !isPipe) refuse(source, "it is neither a file nor a folder");
     std::error_code error;
     if (fs::equivalent(source, fPackage, error)) refuse(source, "it is the package itself");
     Input input{name, source, std::nullopt, status.st_mtime};
@@ -91,9 +101,13 @@ private:
     for (const fs::directory_entry& item : items) {
       const std::string leaf = item.path().filename().string();
       // A link to a folder may lead anywhere, back into this one, too.
-      if (item.is_symlink(error) && item.is_directory(error)) continue;
+      if (item.is_symlink(error) && item.is_directory(error)) {
+        fTool.note(fmt::format("left out {}, a symbolic link to a folder",
+                               tools::shown(item.path().string())));
+        continue;
+      }
       if (fs::equivalent(item.path(), fPackage, error)) continue;
-      visit(name.empty() ? leaf : name + "/" + leaf, item.path().string());
+      visit(name.empty() ? leaf : name + "/" + leaf, item.path().string(), true);
     }
   }
 
@@ -109,16 +123,27 @@ private:
     fInputs.push_back(std::move(input));
   }
 
+  const Tool& fTool;
   std::string fPackage;
   std::vector<Input> fInputs;
-  std::set<std::string> fNames;
 };
 
 }  // namespace
 
-std::vector<Input> collectInputs(const std::vector<std::string>& arguments,
+std::string conflictingName(const std::set<std::string>& names, const std::string& name) {
+  for (auto slash = name.find('/'); slash != std::string::npos; slash = name.find('/', slash + 1)) {
+    const std::string parent = name.substr(0, slash);
+    if (names.count(parent) != 0) return parent;
+  }
+  if (name.back() == '/') return {};
+  const auto below = names.lower_bound(name + "/");
+  const bool isFolder = below != names.end() && below->compare(0, name.size() + 1, name + "/") == 0;
+  return isFolder ? *below : std::string();
+}
+
+std::vector<Input> collectInputs(const Tool& tool, const std::vector<std::string>& arguments,
                                  const std::string& package) {
-  Collector collector(package);
+  Collector collector(tool, package);
   for (const std::string& argument : arguments)
     collector.take(argument);
   return collector.finish();

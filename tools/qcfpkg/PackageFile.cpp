@@ -13,6 +13,7 @@
 
 #include "common/Leftovers.h"
 #include "common/RemoveOnSignal.h"
+#include "common/SyncFolder.h"
 
 namespace {
 
@@ -70,6 +71,7 @@ PackageFile PackageFile::created(const Tool& tool, const std::string& path, bool
   PackageFile file(path);
   file.fIsNew = true;
   file.fOverwrite = overwrite;
+  if (path == "-") file.fail("a package is a file, not standard output; ./- is one of that name");
   struct stat status {};
   if (stat(file.fPath.c_str(), &status) == 0) {
     if (!S_ISREG(status.st_mode)) file.fail("it exists and is not a regular file");
@@ -152,19 +154,7 @@ void PackageFile::commit() {
   if (!fOverwrite) unlink(fScratch.c_str());
   fScratch.clear();
   tools::removeOnSignal({});
-  syncFolder();
-}
-
-void PackageFile::syncFolder() const {
-  const int folder =
-      open(fs::path(fPath).parent_path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-  if (folder < 0) return;  // a folder that cannot be read cannot be synced
-  const int result = fsync(folder);
-  const int code = errno;
-  close(folder);
-  errno = code;
-  // Some file systems know no such thing.
-  if (result != 0 && code != EINVAL) fail(tools::systemReason());
+  if (!tools::syncFolderOf(fPath)) fail(tools::systemReason());
 }
 
 void PackageFile::syncInPlace() {

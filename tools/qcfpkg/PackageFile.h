@@ -38,7 +38,6 @@ private:
   void lock();
   void lockScratch(int descriptor);
   void adoptStatus(int descriptor) const;
-  void syncFolder() const;
   [[noreturn]] void fail(const std::string& reason) const;
 
   std::string fPath;

@@ -174,10 +174,12 @@ std::uint64_t Update::copies() const {
 }
 
 void Update::rebuild() {
-  for (const Entry& entry : fOld.entries())
-    requireRewritable(fOld, entry);
+  for (const Entry& entry : fOld.entries()) {
+    const bool isCopied = fGone.count(entry.central.name) == 0;
+    if (isCopied && copyWouldDamage(entry)) requireRewritable(fOld, entry);
+  }
   const std::string scratch = fFile.newScratch();
-  rebuildPackage(fOld, scratch, fFiles);
+  writePlainly(fOld, scratch, [this](int size) { fProgress.wrote(size); });
   fSource = scratch;
 }
 
@@ -324,9 +326,9 @@ void Update::verifyProperties(const Layout& written) const {
 
 }  // namespace
 
-void createPackage(const Tool& tool, const std::string& path, const std::string& type,
-                   const std::vector<Input>& inputs, bool stored, bool overwrite) {
-  PackageFile file = PackageFile::created(tool, path, overwrite);
+void createPackage(const Tool& tool, PackageFile& file, const std::string& type,
+                   const std::vector<Input>& inputs, bool stored) {
+  const std::string& path = file.path();
   const std::string scratch = file.newScratch();
   WriteProgress progress(inputs, 0, tool.quiet);
   SpoolFileSystem files([&](int size) { progress.wrote(size); });

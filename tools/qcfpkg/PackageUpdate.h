@@ -21,9 +21,9 @@ struct Change {
   bool inPlace = false;  // append to the package file: quick, and not safe against a power cut
 };
 
-// Makes a new package of that type. Raises tools::Failure, with nothing left behind.
-void createPackage(const Tool& tool, const std::string& path, const std::string& type,
-                   const std::vector<Input>& inputs, bool stored, bool overwrite);
+// Makes a new package of that type in `file`. Raises tools::Failure, with nothing left behind.
+void createPackage(const Tool& tool, PackageFile& file, const std::string& type,
+                   const std::vector<Input>& inputs, bool stored);
 
 // Changes a package. `file` holds it, and `old` was read while it did. Raises tools::Failure, with
 // the package as it was unless the change is in place.

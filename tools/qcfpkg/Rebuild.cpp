@@ -2,60 +2,28 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <map>
 
 #include <fcntl.h>
 #include <unistd.h>
 
 #include <fmt/format.h>
 
-#include "package/QCFPackage.h"
-
-#include "EntryData.h"
 #include "Texts.h"
+#include "UpdateRules.h"
 #include "common/Failure.h"
 
 using ziplayout::Entry;
 using ziplayout::Header;
+using ziplayout::Layout;
 
 namespace {
 
-constexpr auto kNew = std::ios::in | std::ios::out | std::ios::trunc;
-
-std::string typeAndCreator(const Header& header) {
-  const auto extra = ziplayout::parseExtra(header.extra);
-  const ziplayout::ExtraBlock* const block = extra.find(ziplayout::kExtraTypeCreator);
-  std::string text;
-  if (block == nullptr || block->body.size() != 12) return text;
-  for (const char character : block->body.substr(4)) {
-    text += fmt::format("{:02X}", static_cast<unsigned char>(character));
-  }
-  return text;
-}
-
-void copyEntry(const ziplayout::Layout& old, const Entry& entry, pkg::IPackage<>& package) {
-  const Header& header = entry.central;
-  const bool empty = header.size == 0;
-  const auto file = package.getFile(header.name, false);
-  if (file->getName() != header.name) {
-    throw tools::Failure(fmt::format("cannot change {}: the name {} cannot be written anew",
-                                     tools::shown(old.file().path()), tools::shown(header.name)));
-  }
-  file->setCompressionMethod(empty ? pkg::CompressionStored
-                                   : static_cast<pkg::CompressionMethod>(header.method));
-  file->setProperty(pkg::QCFPropertyZipDate, hexWord(header.date));
-  file->setProperty(pkg::QCFPropertyZipTime, hexWord(header.time));
-  const std::string type = typeAndCreator(header);
-  if (!type.empty()) file->setProperty(pkg::QCFPropertyZipTypeCreator, type);
-  file->setExpectedSize(static_cast<long long>(header.size));
-  file->setExpectedCRC32(header.crc);
-  const auto stream = file->open(std::ios::out, !empty);
-  stream->exceptions(std::ios::badbit);
-  if (!empty) {
-    ziplayout::readStored(old, entry, [&](const char* data, std::size_t size) {
-      stream->write(data, static_cast<std::streamsize>(size));
-    });
-  }
-  stream->close();
+std::string littleEndian(std::uint64_t value, std::size_t size) {
+  std::string bytes;
+  for (std::size_t i = 0; i < size; ++i)
+    bytes.push_back(static_cast<char>(value >> (8 * i) & 0xFF));
+  return bytes;
 }
 
 class Patch {
@@ -69,12 +37,17 @@ public:
   Patch& operator=(const Patch&) = delete;
 
   void put(std::uint64_t offset, std::uint64_t value, std::size_t size) {
-    std::string bytes;
-    for (std::size_t i = 0; i < size; ++i)
-      bytes.push_back(static_cast<char>(value >> (8 * i) & 0xFF));
-    const ssize_t count =
-        pwrite(fDescriptor, bytes.data(), bytes.size(), static_cast<off_t>(offset));
-    if (count != static_cast<ssize_t>(bytes.size())) fail();
+    write(offset, littleEndian(value, size));
+  }
+  void write(std::uint64_t offset, const std::string& bytes) {
+    std::size_t done = 0;
+    while (done < bytes.size()) {
+      const ssize_t count = pwrite(fDescriptor, bytes.data() + done, bytes.size() - done,
+                                   static_cast<off_t>(offset + done));
+      if (count < 0 && errno == EINTR) continue;
+      if (count < 0) fail();
+      done += static_cast<std::size_t>(count);
+    }
   }
 
 private:
@@ -86,6 +59,65 @@ private:
   std::string fPath;
   int fDescriptor;
 };
+
+// All up to the end of the last entry's data; returns that end.
+std::uint64_t copyData(const Layout& old, Patch& file, const std::function<void(int size)>& wrote) {
+  constexpr std::uint64_t kSlice = 1 << 20;
+  std::uint64_t end = 0;
+  for (const Entry& entry : old.entries())
+    end = std::max(end, entry.end(old.file().size()));
+  for (std::uint64_t at = 0; at < end; at += kSlice) {
+    const auto size = static_cast<std::size_t>(std::min(kSlice, end - at));
+    file.write(at, old.file().read(at, size));
+    wrote(static_cast<int>(size));
+  }
+  return end;
+}
+
+// An empty entry that was compressed becomes one that is stored; the bytes behind its header belong
+// to nothing then.
+void emptyLocalHeader(const Entry& entry, Patch& file) {
+  constexpr std::size_t kFlags = 6, kMethod = 8, kNumbers = 14;
+  file.put(entry.offset + kFlags, entry.local->flags & ~ziplayout::kFlagDescriptor, 2);
+  file.put(entry.offset + kMethod, ziplayout::kMethodStored, 2);
+  file.write(entry.offset + kNumbers, std::string(12, '\0'));  // CRC and both sizes
+}
+
+std::string withoutZip64Block(const Header& header) {
+  std::string bytes;
+  for (const ziplayout::ExtraBlock& block : ziplayout::parseExtra(header.extra).blocks) {
+    if (block.id == ziplayout::kExtraZip64) continue;
+    bytes += littleEndian(block.id, 2) + littleEndian(block.body.size(), 2) + block.body;
+  }
+  return bytes;
+}
+
+// The record of an entry as the library copies it whole: with Zip64 only where it is needed.
+std::string plainRecord(const Layout& old, const Entry& entry) {
+  constexpr std::size_t kFixed = 46, kFlags = 8, kMethod = 10, kCRC = 16, kSizes = 20,
+                        kExtraLength = 30, kDisk = 34, kOffset = 42;
+  const Header& header = entry.central;
+  const bool large = isLarge(entry);
+  const bool emptied = isEmptyButStoredOtherwise(entry);
+  const std::string extra = large ? header.extra : withoutZip64Block(header);
+  std::string record = old.file().read(entry.recordOffset, kFixed);
+  const auto put = [&](std::size_t at, std::uint64_t value, std::size_t size) {
+    record.replace(at, size, littleEndian(value, size));
+  };
+  put(kExtraLength, extra.size(), 2);
+  if (!large) {
+    put(kSizes, emptied ? 0 : header.compressedSize, 4);
+    put(kSizes + 4, header.size, 4);
+    put(kDisk, 0, 2);
+    put(kOffset, entry.offset, 4);
+  }
+  if (emptied) {
+    put(kFlags, header.flags & ~ziplayout::kFlagDescriptor, 2);
+    put(kMethod, ziplayout::kMethodStored, 2);
+    put(kCRC, 0, 4);
+  }
+  return record + header.name + extra + entry.comment;
+}
 
 // The library takes the stored bytes of an encrypted entry for its content, and counts them.
 void restoreSize(const Entry& was, const Entry& is, Patch& patch) {
@@ -122,28 +154,21 @@ void restoreEntry(const Entry& was, const Entry& is, Patch& patch) {
 
 }  // namespace
 
-void rebuildPackage(const ziplayout::Layout& old, const std::string& path, SpoolFileSystem& files) {
-  pkg::QCFPackageFactory factory;
-  const auto package = factory.openPackage(path, kNew, &files, nullptr, nullptr);
-  package->beginUpdate();
+void writePlainly(const Layout& old, const std::string& path,
+                  const std::function<void(int size)>& wrote) {
+  Patch file(path);
+  const std::uint64_t end = copyData(old, file, wrote);
+  std::string directory;
   for (const Entry& entry : old.entries()) {
-    if (entry.isFolder()) {
-      package->getDirectory(entry.central.name, false)->create();
-      continue;
-    }
-    try {
-      copyEntry(old, entry, *package);
-    } catch (const ziplayout::DataError& error) {
-      throw tools::Failure(fmt::format("cannot change {}: {} of {}",
-                                       tools::shown(old.file().path()), error.what(),
-                                       tools::shown(entry.central.name)));
-    }
+    if (isEmptyButStoredOtherwise(entry)) emptyLocalHeader(entry, file);
+    directory += plainRecord(old, entry);
   }
-  if (!old.end().comment.empty()) {
-    package->setProperty(pkg::QCFPropertyPackageComment, old.end().comment);
-  }
-  package->endUpdate();
-  package->close();
+  const std::uint64_t count = old.entries().size();
+  const std::string& comment = old.end().comment;
+  file.write(end, directory + littleEndian(ziplayout::kEndSignature, 4) + littleEndian(0, 4) +
+                      littleEndian(count, 2) + littleEndian(count, 2) +
+                      littleEndian(directory.size(), 4) + littleEndian(end, 4) +
+                      littleEndian(comment.size(), 2) + comment);
 }
 
 void restoreHeaders(const ziplayout::Layout& old, const std::string& path) {

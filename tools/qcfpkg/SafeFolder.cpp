@@ -4,8 +4,8 @@
 #include <array>
 #include <cctype>
 #include <cerrno>
-#include <cstdio>
 #include <filesystem>
+#include <utility>
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -14,9 +14,13 @@
 #include <fmt/format.h>
 
 #include "common/Failure.h"
+#include "common/Leftovers.h"
 #include "common/RemoveOnSignal.h"
 
 namespace {
+
+// Not after the file that is written: one look at a folder finds what was left of all.
+constexpr auto kScratchPrefix = ".qcfpkg-";
 
 std::vector<std::string> segmentsOf(const std::string& path) {
   std::vector<std::string> segments;
@@ -65,7 +69,8 @@ std::string unsafeReason(const std::string& name) {
   return {};
 }
 
-SafeFolder::SafeFolder(const std::string& path) : fPath(path) {
+SafeFolder::SafeFolder(const tools::Session& session, const std::string& path)
+    : fSession(session), fPath(path) {
   std::error_code error;
   std::filesystem::create_directories(path, error);
   if (error) failAt(path, error.message());
@@ -101,44 +106,48 @@ void SafeFolder::createFolder(const std::string& path) const {
   close(openFolder(segmentsOf(withoutFinalSlash(path)), shownPath));
 }
 
-std::unique_ptr<SafeFolder::File> SafeFolder::createFile(const std::string& path,
-                                                         bool overwrite) const {
+void SafeFolder::clearOnce(int folder, const std::string& shownPath) {
+  struct stat status {};
+  if (fstat(folder, &status) != 0 || !fCleared.insert({status.st_dev, status.st_ino}).second) {
+    return;
+  }
+  tools::clearLeftovers(fSession, folder, shownPath, kScratchPrefix);
+}
+
+std::unique_ptr<SafeFolder::File> SafeFolder::createFile(const std::string& path, bool overwrite) {
   std::vector<std::string> steps = segmentsOf(path);
   const std::string leaf = steps.back();
   steps.pop_back();
   const std::string shownPath = fPath + "/" + path;
   const int folder = openFolder(steps, shownPath);
+  clearOnce(folder, shownPath.substr(0, shownPath.size() - leaf.size() - 1));
   return std::unique_ptr<File>(new File(folder, leaf, shownPath, overwrite));
 }
 
 SafeFolder::File::File(int folder, const std::string& leaf, std::string shownPath, bool overwrite)
     : fFolder(folder), fLeaf(leaf), fShownPath(std::move(shownPath)), fOverwrite(overwrite) {
-  struct stat status {};
-  const bool exists = fstatat(folder, leaf.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0;
-  if (exists && (!overwrite || S_ISDIR(status.st_mode))) {
+  try {
+    refuseWhatIsInTheWay();
+    fDescriptor = tools::makeScratch(fFolder, kScratchPrefix, 0666, fScratch);
+    if (fDescriptor < 0) fail();
+  } catch (...) {
     close(fFolder);
-    failAt(fShownPath, S_ISDIR(status.st_mode) ? "a folder is in the way"
-                                               : "it exists; --overwrite replaces it");
+    throw;
   }
-  for (int attempt = 0; attempt < 100 && fDescriptor < 0; ++attempt) {
-    fScratch = fmt::format(".qcfpkg-{}-{}", getpid(), attempt);
-    fDescriptor = openat(folder, fScratch.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
-    if (fDescriptor < 0 && errno != EEXIST) break;
-  }
-  if (fDescriptor >= 0) {
-    const std::size_t leafAt = fShownPath.size() - leaf.size();
-    tools::removeOnSignal(fShownPath.substr(0, leafAt) + fScratch);
-    return;
-  }
-  const std::string reason = tools::systemReason();
-  close(fFolder);
-  failAt(fShownPath, reason);
+  tools::removeOnSignal(fShownPath.substr(0, fShownPath.size() - fLeaf.size()) + fScratch);
+}
+
+void SafeFolder::File::refuseWhatIsInTheWay() const {
+  struct stat status {};
+  const bool exists = fstatat(fFolder, fLeaf.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0;
+  if (exists && S_ISDIR(status.st_mode)) failAt(fShownPath, "a folder is in the way");
+  if (exists && !fOverwrite) failAt(fShownPath, "it exists; --overwrite replaces it");
 }
 
 SafeFolder::File::~File() {
-  if (fDescriptor >= 0) close(fDescriptor);
   if (!fScratch.empty()) unlinkat(fFolder, fScratch.c_str(), 0);
   tools::removeOnSignal({});
+  if (fDescriptor >= 0) close(fDescriptor);
   close(fFolder);
 }
 
@@ -162,9 +171,11 @@ void SafeFolder::File::commit(std::time_t modified) {
     const std::array<timespec, 2> times{timespec{0, UTIME_OMIT}, timespec{modified, 0}};
     futimens(fDescriptor, times.data());  // a wrong date is no failure
   }
-  const int descriptor = fDescriptor;
-  fDescriptor = -1;
-  if (close(descriptor) != 0) fail();
+  // Closing may be what tells that a disk is full. The second descriptor keeps the file held.
+  const int held = fcntl(fDescriptor, F_DUPFD_CLOEXEC, 0);
+  if (held < 0) fail();
+  const int written = std::exchange(fDescriptor, held);
+  if (close(written) != 0) fail();
   if (fOverwrite) {
     if (renameat(fFolder, fScratch.c_str(), fFolder, fLeaf.c_str()) != 0) fail();
     fScratch.clear();

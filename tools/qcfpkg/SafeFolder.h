@@ -3,8 +3,14 @@
 #include <cstdint>
 #include <ctime>
 #include <memory>
+#include <set>
 #include <string>
+#include <utility>
 #include <vector>
+
+#include <sys/types.h>
+
+#include "common/Program.h"
 
 // Why a name of an entry must not become a path; empty for a name that may: relative, without "..",
 // ".", empty or drive segments, backslashes and control characters.
@@ -14,8 +20,8 @@ std::string unsafeReason(const std::string& name);
 // to the one before it, and no symbolic link is followed below the folder itself.
 class SafeFolder {
 public:
-  // Makes the folder where it is missing. Raises tools::Failure.
-  explicit SafeFolder(const std::string& path);
+  // Makes the folder where it is missing. `session` outlives it. Raises tools::Failure.
+  SafeFolder(const tools::Session& session, const std::string& path);
   ~SafeFolder();
   SafeFolder(const SafeFolder&) = delete;
   SafeFolder& operator=(const SafeFolder&) = delete;
@@ -32,6 +38,7 @@ public:
   private:
     friend class SafeFolder;
     File(int folder, const std::string& leaf, std::string shownPath, bool overwrite);
+    void refuseWhatIsInTheWay() const;
     [[noreturn]] void fail() const;
 
     int fFolder;
@@ -42,14 +49,18 @@ public:
     bool fOverwrite;
   };
 
-  // `path` is a name that unsafeReason allows. Makes the folders on the way. Raises tools::Failure,
-  // also where something is in the way.
-  std::unique_ptr<File> createFile(const std::string& path, bool overwrite) const;
+  // `path` is a name that unsafeReason allows. Makes the folders on the way, and clears what killed
+  // runs have left in the last of them, with a note. Raises tools::Failure, also where something is
+  // in the way.
+  std::unique_ptr<File> createFile(const std::string& path, bool overwrite);
   void createFolder(const std::string& path) const;
 
 private:
   int openFolder(const std::vector<std::string>& steps, const std::string& path) const;
+  void clearOnce(int folder, const std::string& shownPath);
 
+  const tools::Session& fSession;
   std::string fPath;
   int fDescriptor;
+  std::set<std::pair<dev_t, ino_t>> fCleared;
 };

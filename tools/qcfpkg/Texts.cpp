@@ -6,6 +6,8 @@
 
 #include <fmt/format.h>
 
+#include "common/Failure.h"
+
 std::string methodName(std::uint16_t method) {
   constexpr std::array<std::pair<std::uint16_t, const char*>, 12> kNames{{{0, "stored"},
                                                                           {1, "shrunk"},
@@ -89,24 +91,10 @@ std::string hexWord(std::uint16_t word) {
 }
 
 bool isUTF8(const std::string& text) {
-  for (std::size_t i = 0; i < text.size();) {
-    const auto lead = static_cast<unsigned char>(text[i]);
-    const std::size_t length = lead < 0x80   ? 1
-                               : lead < 0xC2 ? 0
-                               : lead < 0xE0 ? 2
-                               : lead < 0xF0 ? 3
-                               : lead < 0xF5 ? 4
-                                             : 0;
-    if (length == 0 || text.size() - i < length) return false;
-    std::uint32_t point = length == 1 ? lead : lead & (0x7Fu >> length);
-    for (std::size_t k = 1; k < length; ++k) {
-      const auto byte = static_cast<unsigned char>(text[i + k]);
-      if ((byte & 0xC0) != 0x80) return false;
-      point = point << 6 | (byte & 0x3Fu);
-    }
-    const bool overlong = (length == 3 && point < 0x800) || (length == 4 && point < 0x10000);
-    if (overlong || point > 0x10FFFF || (point >= 0xD800 && point < 0xE000)) return false;
-    i += length;
+  for (std::size_t at = 0; at < text.size();) {
+    const std::size_t length = tools::utf8Length(text, at);
+    if (length == 0) return false;
+    at += length;
   }
   return true;
 }

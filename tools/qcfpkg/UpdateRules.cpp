@@ -70,9 +70,25 @@ bool hasOddTypeBlock(const ziplayout::ExtraField& extra) {
   return count > 1;
 }
 
-bool isLarge(const Entry& entry) {
-  constexpr std::uint64_t kLarge = 0xFFFFFFFF;
-  return entry.central.size >= kLarge || entry.central.compressedSize >= kLarge;
+// Of the extra field of a large entry, the library copies these alone.
+constexpr std::array<std::uint16_t, 2> kKeptOfLarge{ziplayout::kExtraZip64,
+                                                    ziplayout::kExtraTypeCreator};
+// What programs write of times and users without being asked.
+constexpr std::array<std::uint16_t, 8> kDispensable{ziplayout::kExtraZip64,
+                                                    ziplayout::kExtraTypeCreator,
+                                                    0x000A,
+                                                    0x5455,
+                                                    0x5855,
+                                                    0x7855,
+                                                    0x7875,
+                                                    0xCAFE};
+
+template <std::size_t count>
+bool hasOthersThan(const ziplayout::ExtraField& extra,
+                   const std::array<std::uint16_t, count>& ids) {
+  return std::any_of(extra.blocks.begin(), extra.blocks.end(), [&](const auto& block) {
+    return std::find(ids.begin(), ids.end(), block.id) == ids.end();
+  });
 }
 
 }  // namespace
@@ -103,39 +119,36 @@ void requireChangeable(const Layout& layout, const Change& change) {
   }
 }
 
+bool isLarge(const Entry& entry) {
+  constexpr std::uint64_t kLarge = 0xFFFFFFFF;
+  return entry.central.size >= kLarge || entry.central.compressedSize >= kLarge;
+}
+
+bool isEmptyButStoredOtherwise(const Entry& entry) {
+  const Header& header = entry.central;
+  return header.size == 0 &&
+         (header.compressedSize != 0 || header.method != ziplayout::kMethodStored);
+}
+
 bool copyWouldDamage(const Entry& entry) {
   const ziplayout::ExtraField extra = ziplayout::parseExtra(entry.central.extra);
   const bool hasZip64 = extra.find(ziplayout::kExtraZip64) != nullptr;
-  const bool isEmptyButStoredOtherwise =
-      entry.central.size == 0 && (entry.central.compressedSize != 0 || entry.central.method != 0);
-  const bool isLargeAndEncrypted = isLarge(entry) && entry.isEncrypted();
-  return !extra.whole || isLargeAndEncrypted || (hasZip64 && !isLarge(entry)) ||
-         hasOddTypeBlock(extra) || isEmptyButStoredOtherwise ||
-         (isLarge(entry) && extra.blocks.size() > 1);
+  return !extra.whole || hasOddTypeBlock(extra) || isEmptyButStoredOtherwise(entry) ||
+         (hasZip64 && !isLarge(entry)) ||
+         (isLarge(entry) && (entry.isEncrypted() || hasOthersThan(extra, kKeptOfLarge)));
 }
 
 void requireRewritable(const Layout& layout, const Entry& entry) {
-  // Zip64, and what programs write of times and users without being asked.
-  constexpr std::array<std::uint16_t, 8> kDispensable{0x0001, 0x000A, 0x5455, 0x5855,
-                                                      0x7855, 0x7875, 0x2705, 0xCAFE};
-  const Header& header = entry.central;
-  const std::string name = tools::shown(header.name);
+  const std::string name = tools::shown(entry.central.name);
   const auto lose = [&](const char* what) {
     refuse(layout,
            fmt::format("its entries have to be written anew, and {} would lose {}", name, what));
   };
-  if (entry.isEncrypted()) lose("its encryption");
-  if (header.method != ziplayout::kMethodStored && header.method != ziplayout::kMethodDeflated) {
-    lose("its method");
-  }
-  if (!entry.comment.empty()) lose("its comment");
-  const ziplayout::ExtraField extra = ziplayout::parseExtra(header.extra);
+  const ziplayout::ExtraField extra = ziplayout::parseExtra(entry.central.extra);
   if (!extra.whole || hasOddTypeBlock(extra)) lose("its extra field");
-  for (const ziplayout::ExtraBlock& block : extra.blocks) {
-    if (std::find(kDispensable.begin(), kDispensable.end(), block.id) == kDispensable.end()) {
-      lose("its extra field");
-    }
-  }
+  const bool losesEncryption = isLarge(entry) || isEmptyButStoredOtherwise(entry);
+  if (losesEncryption && entry.isEncrypted()) lose("its encryption");
+  if (isLarge(entry) && hasOthersThan(extra, kDispensable)) lose("its extra field");
 }
 
 void verifyPackage(const std::string& path, const std::string& shownPath,

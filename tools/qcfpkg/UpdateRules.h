@@ -13,12 +13,17 @@
 // Raises tools::Failure for a package that the library cannot read, or not change without loss.
 void requireChangeable(const ziplayout::Layout& layout, const Change& change);
 
-// Whether a raw copy by the library would come out damaged, so that the entry has to be written
+// Whether a raw copy by the library would come out damaged, so that the record has to be written
 // anew.
 bool copyWouldDamage(const ziplayout::Entry& entry);
 
-// Raises tools::Failure for an entry that writing anew would rob of something.
+// Raises tools::Failure for a damaged copy that writing the record anew does not help.
 void requireRewritable(const ziplayout::Layout& layout, const ziplayout::Entry& entry);
+
+// Whether its sizes need Zip64.
+bool isLarge(const ziplayout::Entry& entry);
+// Such as programs write that deflate whatever comes.
+bool isEmptyButStoredOtherwise(const ziplayout::Entry& entry);
 
 // What an entry must be like after a change.
 struct Expected {

@@ -85,6 +85,7 @@ InputFile::InputFile(const std::string& path)
     if (fDescriptor >= 0) close(fDescriptor);
     throw tools::Failure(fmt::format("cannot open {}: {}", tools::shown(path), reason));
   };
+  if (fDescriptor < 0 && path == "-") refuse("a package is a file, not standard input or output");
   struct stat status {};
   if (fDescriptor < 0 || fstat(fDescriptor, &status) != 0) refuse(tools::systemReason());
   if (S_ISDIR(status.st_mode)) refuse("it is a folder");

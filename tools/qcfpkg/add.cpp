@@ -13,20 +13,17 @@ struct Options {
   bool inPlace = false;
 };
 
-// One path cannot be a file and a folder.
 void refuseConflicts(const ziplayout::Layout& layout, const Options& options,
                      const std::vector<Input>& inputs) {
-  const auto conflict = [](const std::string& one, const std::string& other) {
-    return one.back() != '/' && other.compare(0, one.size() + 1, one + "/") == 0;
-  };
+  std::set<std::string> names;
+  for (const ziplayout::Entry& entry : layout.entries())
+    names.insert(entry.central.name);
   for (const Input& input : inputs) {
-    for (const ziplayout::Entry& entry : layout.entries()) {
-      const std::string& name = entry.central.name;
-      if (name.empty() || (!conflict(input.name, name) && !conflict(name, input.name))) continue;
-      throw tools::Failure(fmt::format("cannot add {} to {}: {} is there, and one is a folder",
-                                       tools::shown(input.name), tools::shown(options.package),
-                                       tools::shown(name)));
-    }
+    const std::string other = conflictingName(names, input.name);
+    if (other.empty()) continue;
+    throw tools::Failure(fmt::format("cannot add {} to {}: {} is there, and one is a folder",
+                                     tools::shown(input.name), tools::shown(options.package),
+                                     tools::shown(other)));
   }
 }
 
@@ -35,7 +32,7 @@ void run(const Tool& tool, const Options& options) {
   const ziplayout::Layout layout(file.path());
   layout.requireWhole();
   Change change;
-  change.added = collectInputs(options.inputs, options.package);
+  change.added = collectInputs(tool, options.inputs, options.package);
   change.stored = options.stored;
   change.inPlace = options.inPlace;
   refuseConflicts(layout, options, change.added);

@@ -23,8 +23,10 @@ void run(const Tool& tool, const Options& options) {
                     tools::shown(options.type), fault),
         tools::ExitUsage);
   }
-  const std::vector<Input> inputs = collectInputs(options.inputs, options.package);
-  createPackage(tool, options.package, options.type, inputs, options.stored, options.overwrite);
+  // First: what a killed run has left in a folder is not to be packed.
+  PackageFile file = PackageFile::created(tool, options.package, options.overwrite);
+  const std::vector<Input> inputs = collectInputs(tool, options.inputs, options.package);
+  createPackage(tool, file, options.type, inputs, options.stored);
 }
 
 }  // namespace

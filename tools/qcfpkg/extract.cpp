@@ -104,9 +104,9 @@ std::time_t modifiedTime(const ziplayout::Header& header) {
   return moment < 0 ? 0 : moment;
 }
 
-void extractAll(const ziplayout::Layout& layout, const Chosen& chosen, const Options& options,
-                tools::Progress& progress) {
-  const SafeFolder folder(options.folder);
+void extractAll(const Tool& tool, const ziplayout::Layout& layout, const Chosen& chosen,
+                const Options& options, tools::Progress& progress) {
+  SafeFolder folder(tool, options.folder);
   std::int64_t done = 0;
   for (const ziplayout::Entry* const entry : chosen) {
     const std::string& name = entry->central.name;
@@ -141,7 +141,7 @@ void run(const Tool& tool, const Options& options) {
   }
   tools::Progress progress("extracting", static_cast<std::int64_t>(total), tool.quiet,
                            tools::Progress::Unit::Bytes);
-  extractAll(layout, chosen, options, progress);
+  extractAll(tool, layout, chosen, options, progress);
 }
 
 }  // namespace

@@ -14,6 +14,7 @@
 namespace {
 
 struct Options {
+  std::string verb = "tell";
   std::string package;
   std::string entry;
   std::string name;
@@ -27,8 +28,9 @@ constexpr std::array<const char*, 5> kNames{"modified", "type-creator", "datetim
 
 [[noreturn]] void refuse(const Options& options, const std::string& reason,
                          tools::ExitCode code = tools::ExitFailed) {
-  throw tools::Failure(
-      fmt::format("cannot tell properties of {}: {}", tools::shown(options.package), reason), code);
+  throw tools::Failure(fmt::format("cannot {} properties of {}: {}", options.verb,
+                                   tools::shown(options.package), reason),
+                       code);
 }
 
 std::string documentKey(const std::string& name) {
@@ -208,7 +210,10 @@ void addProp(CLI::App& app, Tool& tool) {
   addPackage(*setCommand, *options);
   addName(*setCommand, *options);
   setCommand->add_option("VALUE", options->value, "Its value")->required();
-  setCommand->callback([&tool, options] { set(tool, *options); });
+  setCommand->callback([&tool, options] {
+    options->verb = "set";
+    set(tool, *options);
+  });
 
   auto* const listCommand = command->add_subcommand("list", "Every property, one a line");
   addPackage(*listCommand, *options);

@@ -41,7 +41,7 @@ int integerOf(float sample, int bits) {
 }  // namespace
 
 // What libsndfile asks of the output. It does not tell of every failure, so they are kept here.
-class WaveWriter::Output {
+class WaveWriter::Bytes {
 public:
   static sf_count_t length(void* self) {
     struct stat status {};
@@ -66,38 +66,39 @@ public:
     return done;
   }
 
-  explicit Output(int descriptor) : fDescriptor(descriptor) {}
+  explicit Bytes(const tools::OutputFile& output)
+      : fOutput(output), fDescriptor(output.descriptor()) {}
   // Raises tools::Failure for the first call that failed.
   void check() const {
     if (fError == 0) return;
     errno = fError;
-    throw tools::Failure("cannot write WAV: " + tools::systemReason());
+    throw fOutput.failure(tools::systemReason());
   }
 
 private:
-  static Output& of(void* self) { return *static_cast<Output*>(self); }
+  static Bytes& of(void* self) { return *static_cast<Bytes*>(self); }
   sf_count_t kept(sf_count_t result) {
     if (result < 0 && fError == 0) fError = errno;
     return result;
   }
 
+  const tools::OutputFile& fOutput;
   int fDescriptor;
   int fError = 0;
 };
 
-WaveWriter::WaveWriter(int descriptor, WaveFormat format, int channels, int sampleRate,
-                       std::int64_t frames)
-    : fFormat(format), fOutput(std::make_unique<Output>(descriptor)), fFile(nullptr) {
+WaveWriter::WaveWriter(const tools::OutputFile& output, WaveFormat format, int channels,
+                       int sampleRate, std::int64_t frames)
+    : fFormat(format), fOutput(output), fBytes(std::make_unique<Bytes>(output)), fFile(nullptr) {
   const bool isLong = frames > kMostWaveBytes / (channels * bytesOf(format));
   SF_INFO info{};
   info.channels = channels;
   info.samplerate = sampleRate;
   info.format = (isLong ? SF_FORMAT_RF64 : SF_FORMAT_WAV) | subtypeOf(format);
-  SF_VIRTUAL_IO calls{Output::length, Output::seek, Output::read, Output::write, Output::tell};
-  fFile = sf_open_virtual(&calls, SFM_WRITE, &info, fOutput.get());
-  fOutput->check();
-  if (fFile == nullptr)
-    throw tools::Failure(std::string("cannot write WAV: ") + sf_strerror(nullptr));
+  SF_VIRTUAL_IO calls{Bytes::length, Bytes::seek, Bytes::read, Bytes::write, Bytes::tell};
+  fFile = sf_open_virtual(&calls, SFM_WRITE, &info, fBytes.get());
+  fBytes->check();
+  if (fFile == nullptr) throw fOutput.failure(sf_strerror(nullptr));
   // No time stamp: the same audio gives the same bytes.
   sf_command(fFile, SFC_SET_ADD_PEAK_CHUNK, nullptr, SF_FALSE);
 }
@@ -114,9 +115,9 @@ void WaveWriter::write(const std::vector<const float*>& buffers, std::size_t fra
     }
   }
   const sf_count_t written = writeInterleaved(frames);
-  fOutput->check();
+  fBytes->check();
   if (written != static_cast<sf_count_t>(frames)) {
-    throw tools::Failure(std::string("cannot write WAV: ") + sf_strerror(fFile));
+    throw fOutput.failure(sf_strerror(fFile));
   }
 }
 
@@ -134,6 +135,6 @@ void WaveWriter::finish() {
   sf_write_sync(fFile);
   SNDFILE* const file = std::exchange(fFile, nullptr);
   const int error = sf_close(file);
-  fOutput->check();
-  if (error != 0) throw tools::Failure(std::string("cannot write WAV: ") + sf_error_number(error));
+  fBytes->check();
+  if (error != 0) throw fOutput.failure(sf_error_number(error));
 }

@@ -8,6 +8,8 @@
 
 #include <sndfile.h>
 
+#include "common/OutputFile.h"
+
 enum class WaveFormat { Float, Int24, Int16 };
 
 // Writes a WAV file, or an RF64 one where the audio is too long for that. Integers are the floats
@@ -15,9 +17,9 @@ enum class WaveFormat { Float, Int24, Int16 };
 // was.
 class WaveWriter {
 public:
-  // `descriptor` is open for reading and writing and stays the caller's. `frames` is what will be
-  // written. Raises tools::Failure.
-  WaveWriter(int descriptor, WaveFormat format, int channels, int sampleRate, std::int64_t frames);
+  // `output` outlives this. `frames` is what will be written. Raises tools::Failure.
+  WaveWriter(const tools::OutputFile& output, WaveFormat format, int channels, int sampleRate,
+             std::int64_t frames);
   ~WaveWriter();
   WaveWriter(const WaveWriter&) = delete;
   WaveWriter& operator=(const WaveWriter&) = delete;
@@ -30,10 +32,11 @@ public:
 private:
   sf_count_t writeInterleaved(std::size_t frames);
 
-  class Output;
+  class Bytes;
 
   WaveFormat fFormat;
-  std::unique_ptr<Output> fOutput;  // outlives the file
+  const tools::OutputFile& fOutput;
+  std::unique_ptr<Bytes> fBytes;  // outlives the file
   SNDFILE* fFile;
   std::vector<float> fFloats;
   std::vector<int> fIntegers;

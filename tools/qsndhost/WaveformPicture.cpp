@@ -225,18 +225,18 @@ cairo_status_t writeTo(void* descriptor, const unsigned char* bytes, unsigned in
   return CAIRO_STATUS_SUCCESS;
 }
 
-void expect(cairo_status_t status) {
+void expect(cairo_status_t status, const tools::OutputFile& output) {
   if (status == CAIRO_STATUS_SUCCESS) return;
-  if (status == CAIRO_STATUS_WRITE_ERROR) {
-    throw tools::Failure("cannot write the picture: " + tools::systemReason());
-  }
-  throw tools::Failure(fmt::format("cannot draw the picture: {}", cairo_status_to_string(status)));
+  throw output.failure(status == CAIRO_STATUS_WRITE_ERROR ? tools::systemReason()
+                                                          : cairo_status_to_string(status));
 }
 
 }  // namespace
 
-void writeWaveform(int descriptor, PictureKind kind, Theme theme, const WaveformLayout& layout,
-                   const WaveformTexts& texts, const WaveformSummary& summary) {
+void writeWaveform(const tools::OutputFile& output, PictureKind kind, Theme theme,
+                   const WaveformLayout& layout, const WaveformTexts& texts,
+                   const WaveformSummary& summary) {
+  int descriptor = output.descriptor();
   const bool isPNG = kind == PictureKind::PNG;
   const Surface surface(
       isPNG
@@ -247,12 +247,12 @@ void writeWaveform(int descriptor, PictureKind kind, Theme theme, const Waveform
   const std::unique_ptr<cairo_t, decltype(&cairo_destroy)> context(cairo_create(surface.get()),
                                                                    cairo_destroy);
   Painter(context.get(), theme == Theme::Dark ? kDark : kLight, layout, texts, summary).paint();
-  expect(cairo_status(context.get()));
+  expect(cairo_status(context.get()), output);
   if (isPNG) {
     cairo_surface_flush(surface.get());
-    expect(cairo_surface_write_to_png_stream(surface.get(), writeTo, &descriptor));
+    expect(cairo_surface_write_to_png_stream(surface.get(), writeTo, &descriptor), output);
   } else {
     cairo_surface_finish(surface.get());
   }
-  expect(cairo_surface_status(surface.get()));
+  expect(cairo_surface_status(surface.get()), output);
 }

@@ -47,8 +47,7 @@ nlohmann::json exportDocument(Host& host, const Options& options, const Task& ta
   }
   const int rate = wholeRate(task.file, info);
   tools::OutputFile output(host, task.output);
-  WaveWriter writer(output.descriptor(), options.format, static_cast<int>(delivered), rate,
-                    stretch.frames);
+  WaveWriter writer(output, options.format, static_cast<int>(delivered), rate, stretch.frames);
   {
     tools::Progress progress(label, stretch.frames, host.quiet);
     readStretch(*source, stretch, [&](const auto& buffers, std::size_t frames, std::int64_t done) {

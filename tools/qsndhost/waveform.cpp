@@ -123,8 +123,8 @@ nlohmann::json drawDocument(Host& host, const Options& options, const Task& task
   const PictureKind kind = kindOf(options, task.output);
   const Waveform waveform = summarise(host, options, task.file, label);
   tools::OutputFile output(host, task.output);
-  writeWaveform(output.descriptor(), kind, options.theme, waveform.layout,
-                describe(task.file, waveform), waveform.summary);
+  writeWaveform(output, kind, options.theme, waveform.layout, describe(task.file, waveform),
+                waveform.summary);
   output.commit();
   return options.asJSON ? describeJSON(waveform) : nlohmann::json::object();
 }

@@ -74,6 +74,51 @@ TEST_F(Create, ThePackageIsNotPackedIntoItself) {
   EXPECT_EQ(contents("d/a.pkg").count("d/a.pkg"), 0u);
 }
 
+TEST_F(Create, WhatAKilledRunLeftInAFolderIsNotPacked) {
+  std::filesystem::create_directories(folder / "d");
+  folder.write("d/x", "x");
+  folder.write("d/.a.pkg.qcfpkg-Ab12Xy", "half a package");
+  EXPECT_EQ(run({"create", "--type", "application/x-test", "d/a.pkg", "d"}).status, 0);
+  EXPECT_EQ(contents("d/a.pkg"),
+            (Contents{{"mimetype", "application/x-test"}, {"d/", ""}, {"d/x", "x"}}));
+}
+
+TEST_F(Create, WhatIsLeftOutIsTold) {
+  std::filesystem::create_directories(folder / "d/real");
+  folder.write("d/x", "x");
+  std::filesystem::create_symlink("x", folder / "d/link");
+  std::filesystem::create_directory_symlink("..", folder / "d/up");
+  const auto finished = run({"create", "--type", "application/x-test", "a.pkg", "d"});
+  EXPECT_EQ(finished.status, 0);
+  EXPECT_EQ(finished.err, "qcfpkg: left out d/up, a symbolic link to a folder\n");
+  EXPECT_EQ(contents("a.pkg").at("d/link"), "x");
+  EXPECT_EQ(contents("a.pkg").size(), 5u);
+}
+
+TEST_F(Create, APipeInAFolderIsNotWaitedFor) {
+  std::filesystem::create_directories(folder / "d");
+  mkfifo((folder / "d/pipe").c_str(), 0600);
+  expectFailure({"create", "--type", "application/x-test", "a.pkg", "d"}, 3,
+                "cannot add d/pipe: it is neither a file nor a folder");
+}
+
+TEST_F(Create, AFileNamedLikeStandardInputIsAFile) {
+  std::filesystem::create_directories(folder / "d");
+  folder.write("d/-", "dash");
+  must({"create", "--type", "application/x-test", "a.pkg", "d"}, "from a pipe");
+  EXPECT_EQ(contents("a.pkg").at("d/-"), "dash");
+}
+
+TEST_F(Create, NamesOf255BytesLeaveRoomForAScratchFile) {
+  folder.write("x", "x");
+  std::string name;
+  while (name.size() < 254)
+    name += "\xc3\xbc";
+  must({"create", "--type", "application/x-test", name, "x"});
+  must({"add", name, "y=x"});
+  EXPECT_EQ(files(), (std::vector<std::string>{"x", name}));
+}
+
 TEST_F(Create, AnOldFileIsReplacedOnRequestOnlyAndKeepsItsMode) {
   folder.write("x", "x");
   folder.write("a.pkg", "old");
@@ -96,6 +141,10 @@ TEST_F(Create, AFailureLeavesNothing) {
                 "No such file or directory");
   expectFailure({"create", "--type", "application/x-test", "a.pkg", "x", "x"}, 3,
                 "two inputs have this name");
+  expectFailure({"create", "--type", "application/x-test", "a.pkg", "d/y=x", "d=x"}, 3,
+                "cannot add d/y: d is added, too, and one is a folder");
+  expectFailure({"create", "--type", "application/x-test", "a.pkg", "d=-", "e=-"}, 3,
+                "cannot add e: standard input can be read only once");
   expectFailure({"create", "--type", "application/x-test", "a.pkg", "mimetype=x"}, 3,
                 "mimetype is the package's type");
   EXPECT_EQ(files(), std::vector<std::string>{"x"});

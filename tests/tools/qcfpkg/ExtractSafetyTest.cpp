@@ -65,6 +65,13 @@ protected:
       item = item->first.compare(0, 7, "outside") == 0 ? std::next(item) : all.erase(item);
     return all;
   }
+  // A package that takes a while to extract.
+  void makeBig() const {
+    python(
+        "import zipfile\n"
+        "z = zipfile.ZipFile('big.pkg', 'w', zipfile.ZIP_DEFLATED)\n"
+        "z.writestr('deep/big', bytes(300000000)); z.writestr('deep/small', 'small'); z.close()\n");
+  }
   bool hasScratch() const {
     for (const auto& item : fs::recursive_directory_iterator(folder.path())) {
       if (item.path().filename().string().find(".qcfpkg-") == 0) return true;
@@ -221,10 +228,7 @@ TEST_F(ExtractSafety, SizesBeyondAllMeasureAreRefused) {
 }
 
 TEST_F(ExtractSafety, AnInterruptLeavesNoHalfFile) {
-  python(
-      "import zipfile\n"
-      "z = zipfile.ZipFile('big.pkg', 'w', zipfile.ZIP_DEFLATED)\n"
-      "z.writestr('big', bytes(300000000)); z.close()\n");
+  makeBig();
   const pid_t child = start({"extract", "big.pkg", "-C", "out"});
   while (!hasScratch() && waitpid(child, nullptr, WNOHANG) == 0)
     usleep(500);
@@ -232,7 +236,47 @@ TEST_F(ExtractSafety, AnInterruptLeavesNoHalfFile) {
   int status = 0;
   waitpid(child, &status, 0);
   EXPECT_TRUE(WIFSIGNALED(status));
-  EXPECT_TRUE(fs::is_empty(folder / "out"));
+  EXPECT_TRUE(fs::is_empty(folder / "out/deep"));
+}
+
+// Whichever folder it stands in, and whichever entries the next run extracts there.
+TEST_F(ExtractSafety, WhatAKilledRunLeftIsClearedByTheNextWithANote) {
+  makeBig();
+  const pid_t child = start({"extract", "big.pkg", "-C", "out"});
+  while (!hasScratch() && waitpid(child, nullptr, WNOHANG) == 0)
+    usleep(500);
+  kill(child, SIGKILL);
+  int status = 0;
+  waitpid(child, &status, 0);
+  ASSERT_TRUE(WIFSIGNALED(status));
+  ASSERT_TRUE(hasScratch());
+  folder.write("out/deep/.qcfpkg-notours", "a longer name");
+  folder.write("out/deep/.qcfpkg-not-us", "other characters");
+  const auto finished = run({"extract", "big.pkg", "deep/small", "-C", "out"});
+  EXPECT_EQ(finished.status, 0);
+  EXPECT_EQ(finished.err.find("qcfpkg: removed out/deep/.qcfpkg-"), 0u) << finished.err;
+  EXPECT_NE(finished.err.find(", which an interrupted run had left\n"), std::string::npos);
+  std::vector<std::string> names;
+  for (const auto& item : fs::directory_iterator(folder / "out/deep"))
+    names.push_back(item.path().filename());
+  std::sort(names.begin(), names.end());
+  EXPECT_EQ(names, (std::vector<std::string>{".qcfpkg-not-us", ".qcfpkg-notours", "small"}));
+}
+
+TEST_F(ExtractSafety, AScratchFileOfARunThatLivesStays) {
+  makeBig();
+  const pid_t child = start({"extract", "big.pkg", "deep/big", "-C", "out"});
+  while (!hasScratch() && waitpid(child, nullptr, WNOHANG) == 0)
+    usleep(500);
+  kill(child, SIGSTOP);
+  must({"extract", "big.pkg", "deep/small", "-C", "out"});
+  EXPECT_TRUE(hasScratch());
+  kill(child, SIGCONT);
+  int status = 0;
+  waitpid(child, &status, 0);
+  EXPECT_EQ(status, 0);
+  EXPECT_EQ(fs::file_size(folder / "out/deep/big"), 300000000u);
+  EXPECT_FALSE(hasScratch());
 }
 
 }  // namespace

@@ -134,6 +134,22 @@ TEST_F(ReadingCommands, NamesThatCouldSteerATerminalAreShownEscaped) {
   EXPECT_EQ(out.find('\x1b'), std::string::npos);
 }
 
+// U+009B begins a command like ESC [ does, and a stray byte may be taken for it.
+TEST_F(ReadingCommands, ControlsOutsideASCIIAndStrayBytesAreShownEscaped) {
+  zipbytes::File file;
+  file.add(zipbytes::storedEntry("a\xc2\x9b"
+                                 "2J",
+                                 "x"),
+           "x");
+  file.add(zipbytes::storedEntry("b\x9b\xff", "x"), "x");
+  file.add(zipbytes::storedEntry("c\xc2\xa0\xe2\x82\xac\xf0\x9f\x8e\xb5", "x"), "x");
+  folder.write("a.pkg", file.bytes());
+  const std::string out = must({"list", "a.pkg"});
+  EXPECT_NE(out.find(" a\\xc2\\x9b2J\n"), std::string::npos) << out;
+  EXPECT_NE(out.find(" b\\x9b\\xff\n"), std::string::npos) << out;
+  EXPECT_NE(out.find(" c\xc2\xa0\xe2\x82\xac\xf0\x9f\x8e\xb5\n"), std::string::npos) << out;
+}
+
 TEST_F(ReadingCommands, JSONHoldsNamesThatAreNoUTF8) {
   zipbytes::File file;
   file.add(zipbytes::storedEntry("caf\xe9", "x"), "x");

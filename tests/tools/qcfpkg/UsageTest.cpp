@@ -20,7 +20,15 @@ TEST_F(Usage, VersionGoesToStandardOutput) {
 }
 
 TEST_F(Usage, WrongUseIsTwoAndOneLine) {
-  expectFailure({"dance"}, 2, "--help");
+  expectFailure({"dance"}, 2, "qcfpkg: there is no command dance; see qcfpkg --help");
+  expectFailure({"prop", "dance"}, 2, "there is no command dance; see qcfpkg prop --help");
+  expectFailure({}, 2, "qcfpkg: a command is required; see qcfpkg --help");
+  expectFailure({"--nonsense"}, 2, "--nonsense; see qcfpkg --help");
+  expectFailure({"prop", "get"}, 2, "is required; see qcfpkg prop get --help");
+  expectFailure({"list", "a.pkg", "two\nlines"}, 2, "two\\x0alines; see qcfpkg list --help");
+  expectFailure({"list", ""}, 3, "cannot open '': ");
+  expectFailure({"list", "-"}, 3, "cannot open -: a package is a file");
+  expectFailure({"create", "--type", "a/b", "-"}, 3, "cannot create ");
   for (const std::string& command : kCommands) {
     expectFailure({command}, 2, "required");
     expectFailure({command, "a.pkg", "--nonsense"}, 2, "");

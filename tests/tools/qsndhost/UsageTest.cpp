@@ -117,10 +117,33 @@ TEST_F(Usage, AFullDiskIsTold) {
   for (const char* const command : {"export a.qsnd b.wav", "waveform a.qsnd b.svg"}) {
     const auto full = shell("ulimit -f 8; trap '' XFSZ; \"$0\" " + std::string(command));
     EXPECT_EQ(full.status, 3) << command;
-    EXPECT_NE(full.err.find("File too large"), std::string::npos) << full.err;
+    EXPECT_NE(full.err.find("cannot write b."), std::string::npos) << full.err;
+    EXPECT_NE(full.err.find(": File too large"), std::string::npos) << full.err;
     EXPECT_EQ(std::count(full.err.begin(), full.err.end(), '\n'), 1) << full.err;
   }
   EXPECT_EQ(files(), std::vector<std::string>{"a.qsnd"});
+}
+
+// Deflated audio goes to a temporary file, which only the importer can remove.
+TEST_F(Usage, AFailureLeavesNoInflatedAudioBehind) {
+  Wave wave;
+  wave.rate = 8000;
+  wave.data = noise(200000, 16);
+  folder.write("a.wav", wave.bytes());
+  must({"make", "--deflate", "a.wav", "a.qsnd"});
+  environment = {{"XDG_CACHE_HOME", (folder / "cache").string()}};
+  // In blocks of 512 bytes: room for neither, then for the inflated audio but not for twice as
+  // much.
+  for (const auto& [blocks, words] :
+       {std::pair{"8", "cannot export a.qsnd: the audio data ends too early, or there was no room"},
+        {"600", "cannot write b.wav: File too large"}}) {
+    const auto full =
+        shell("ulimit -f " + std::string(blocks) + "; trap '' XFSZ; \"$0\" export a.qsnd b.wav");
+    EXPECT_EQ(full.status, 3);
+    EXPECT_NE(full.err.find(words), std::string::npos) << full.err;
+    EXPECT_TRUE(std::filesystem::is_empty(folder / "cache/TemporaryItems")) << words;
+  }
+  EXPECT_EQ(files(), (std::vector<std::string>{"a.qsnd", "a.wav", "cache"}));
 }
 
 TEST_F(Usage, AReaderThatStopsEndsTheProgramWithoutAWord) {

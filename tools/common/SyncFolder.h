@@ -1,0 +1,12 @@
+#pragma once
+
+#include <string>
+
+namespace tools {
+
+// Makes the names in the folder of `path` durable, such as the one that a rename has just given.
+// Returns false with errno set when the system could not. A folder that cannot be opened, and a
+// file system that knows no such thing, count as done: nothing more can be had there.
+bool syncFolderOf(const std::string& path);
+
+}  // namespace tools
