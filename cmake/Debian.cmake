@@ -3,6 +3,7 @@
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_VERSION "${PROJECT_VERSION}")
 set(CPACK_PACKAGE_CONTACT "${QCF_MAINTAINER}")
+set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "")  # the project's would go in front of that of each package
 set(CPACK_PACKAGE_DIRECTORY "${PROJECT_BINARY_DIR}/packages")
 set(CPACK_PACKAGING_INSTALL_PREFIX "${CMAKE_INSTALL_PREFIX}")
 set(CPACK_STRIP_FILES ON)
@@ -49,15 +50,17 @@ qcf_debian_package(development libqcfpkg-dev libdevel
   "reads, creates and updates ZIP-based packages - development"
   "Headers, link libraries, the CMake package and the pkg-config file of the
 library for packages: ZIP files that begin with their type.")
-qcf_debian_package(programs qcfpkg-tools utils
-  "programs for ZIP-based packages and sound documents"
-  "The program qcfpkg makes, changes and examines packages: ZIP files that begin
+if(QCF_BUILD_TOOLS)
+  qcf_debian_package(programs qcfpkg-tools utils
+    "programs for ZIP-based packages and sound documents"
+    "The program qcfpkg makes, changes and examines packages: ZIP files that begin
 with their type. The program qsndhost shows, exports, draws and makes sound
 documents, through the importer that is part of this package.")
+endif()
 foreach(component LIBRARY PROGRAMS)
   set(CPACK_DEBIAN_${component}_PACKAGE_CONTROL_EXTRA "${CMAKE_CURRENT_LIST_DIR}/debian/triggers")
 endforeach()
-set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS "zlib1g-dev, libboost-dev")
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS "zlib1g-dev, libboost-dev, libexpat1-dev")
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SHLIBDEPS OFF)
 
 # Dependencies are told by the libraries of the system; those of this build are the packages above.
@@ -72,4 +75,6 @@ endforeach()
 include(CPack)
 cpack_add_component(library)
 cpack_add_component(development DEPENDS library)
-cpack_add_component(programs DEPENDS library)
+if(QCF_BUILD_TOOLS)
+  cpack_add_component(programs DEPENDS library)
+endif()
