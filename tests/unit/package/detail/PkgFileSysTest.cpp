@@ -1,5 +1,6 @@
 #include <cerrno>
 #include <cstring>
+#include <random>
 #include <string>
 #include <vector>
 
@@ -126,6 +127,71 @@ TEST(BasePkgFSFile, TruncateDoesNotFlushFirst) {
   EXPECT_EQ(folder.read("file"), "");
   file->close();
   EXPECT_EQ(folder.read("file"), "AB");
+}
+
+TEST(BasePkgFSFile, ASeekToWhereTheFileStandsLetsReadingTurnToWritingAndBack) {
+  const TempDir folder;
+  const File file = open(folder.write("file", "0123456789"), kIn | kOut);
+  char byte = 0;
+  file->read(&byte, 1);
+  file->seek(1, SEEK_SET);
+  file->write("AB", 2);
+  file->seek(3, SEEK_SET);
+  EXPECT_EQ(file->read(&byte, 1), 1);
+  EXPECT_EQ(byte, '3');
+  file->close();
+  EXPECT_EQ(folder.read("file"), "0AB3456789");
+}
+
+TEST(BasePkgFSFile, ASeekToTheEndThatWasMetSeesWhatOthersHaveAddedSince) {
+  const TempDir folder;
+  const File file = open(folder.write("file", "0123"), kIn);
+  char bytes[10];
+  EXPECT_EQ(file->read(bytes, 10), 4);
+  folder.write("file", "0123456");
+  file->seek(4, SEEK_SET);
+  EXPECT_EQ(file->read(bytes, 10), 3);
+}
+
+TEST(BasePkgFSFile, AnyMixOfSeeksReadsAndWritesFindsAndLeavesTheRightBytes) {
+  const TempDir folder;
+  std::string model(50000, 'x');
+  const File file = open(folder.write("file", model), kIn | kOut);
+  std::mt19937 numbers(1);
+  std::size_t at = 0;
+  for (int i = 0; i < 20000; ++i) {
+    const std::size_t count = numbers() % 8 == 0 ? numbers() % 9000 : numbers() % 40;
+    const std::size_t far = numbers() % 3 == 0 ? 0 : numbers() % 40000;
+    switch (at > 40000 ? 1 : numbers() % 4) {
+      case 0:
+        file->seek(static_cast<long long>(at), SEEK_SET);
+        break;
+      case 1:
+        at = far;
+        file->seek(static_cast<long long>(at), SEEK_SET);
+        break;
+      case 2:
+        file->seek(static_cast<long long>(far) - static_cast<long long>(at), SEEK_CUR);
+        at = far;
+        break;
+      default:
+        file->seek(static_cast<long long>(far) - static_cast<long long>(model.size()), SEEK_END);
+        at = far;
+        break;
+    }
+    ASSERT_EQ(file->tell(), static_cast<long long>(at));
+    std::string bytes(count, static_cast<char>('a' + i % 26));
+    if (numbers() % 2 == 0) {
+      ASSERT_EQ(file->read(bytes.data(), static_cast<int>(count)), static_cast<int>(count));
+      ASSERT_EQ(bytes, model.substr(at, count)) << "step " << i;
+    } else {
+      file->write(bytes.data(), static_cast<int>(count));
+      model.replace(at, count, bytes);
+    }
+    at += count;
+  }
+  file->close();
+  EXPECT_EQ(folder.read("file"), model);
 }
 
 TEST(BasePkgFSFile, FilesBeyondFourGiBAreReadAndWritten) {

@@ -60,14 +60,20 @@ public:
   FileName getName() const override { return fName; }
 
 private:
+  enum class Transfer { None, Read, Write };
+
   // The stream; raises 50 once the file is closed.
   std::FILE* stream() const;
+  bool mayHold(long long distance) const;
+  void turnTo(Transfer next);
 
   IPkgFileSystem<Context>* fFileSystem;  // not owned
   FileName fName;
   std::ios_base::openmode fMode;
   std::FILE* fStream = nullptr;
   bool fIsOpen = true;
+  Transfer fLast = Transfer::None;  // since the stream was positioned
+  bool fSeekSpared = false;         // the last seek was to where the stream stood
 };
 
 // The system's own file system: standard I/O, and temporary files in one directory of the user,

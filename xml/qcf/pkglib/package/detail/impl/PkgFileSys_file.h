@@ -34,6 +34,7 @@ void BasePkgFSFile<Context>::close() {
 
 template <class Context>
 int BasePkgFSFile<Context>::read(void* buffer, int size) {
+  turnTo(Transfer::Read);
   const std::size_t count = std::fread(buffer, 1, static_cast<std::size_t>(size), stream());
   if (count == 0 && std::ferror(fStream)) throwSystemError(errno);
   return static_cast<int>(count);
@@ -41,14 +42,44 @@ int BasePkgFSFile<Context>::read(void* buffer, int size) {
 
 template <class Context>
 void BasePkgFSFile<Context>::write(const void* buffer, int size) {
+  turnTo(Transfer::Write);
   const std::size_t count = std::fwrite(buffer, 1, static_cast<std::size_t>(size), stream());
   if (std::ferror(fStream)) throwSystemError(errno);
   if (count != static_cast<std::size_t>(size)) throw PackageIOException<>(PkgLib_Err_WritingFile);
 }
 
+// A seek to where the stream stands is spared: it would write out, or read once more, what the C
+// library holds. It is needed after an end or an error, which the C library remembers until then.
+// Else glibc reads the block before its target, unless nothing is buffered and the seek is
+// relative.
 template <class Context>
 void BasePkgFSFile<Context>::seek(long long offset, int whence) {
-  if (fseeko(stream(), static_cast<off_t>(offset), whence) != 0) throwSystemError(errno);
+  const long long here = ftello(stream());
+  const bool stands = here >= 0 && here == offset && !std::feof(fStream) && !std::ferror(fStream);
+  fSeekSpared = whence == SEEK_SET && stands;
+  if (fSeekSpared) return;
+  if (whence == SEEK_SET && here >= 0 && offset >= 0) {
+    offset -= here;
+    whence = SEEK_CUR;
+  }
+  if (whence == SEEK_CUR && !mayHold(offset)) std::fflush(fStream);  // what fails, fails again
+  if (fseeko(fStream, static_cast<off_t>(offset), whence) != 0) throwSystemError(errno);
+  fLast = Transfer::None;
+}
+
+// Whether bytes so far away may be among those that were read ahead.
+template <class Context>
+bool BasePkgFSFile<Context>::mayHold(long long distance) const {
+  return fLast == Transfer::Read && distance > -BUFSIZ && distance < BUFSIZ;
+}
+
+// The C library wants a seek between reading and writing: a spared one is made up for.
+template <class Context>
+void BasePkgFSFile<Context>::turnTo(Transfer next) {
+  const bool turns = fLast != Transfer::None && fLast != next;
+  if (fSeekSpared && turns && fseeko(stream(), 0, SEEK_CUR) != 0) throwSystemError(errno);
+  fSeekSpared = false;
+  fLast = next;
 }
 
 template <class Context>
