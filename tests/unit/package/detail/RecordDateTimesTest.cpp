@@ -29,7 +29,7 @@ TEST(RecordDateTimes, AreFoundByNameInWhateverOrderTheyCame) {
 
 TEST(RecordDateTimes, TheLastRecordOfANameCounts) {
   pkg::RecordDateTimes times;
-  for (std::uint16_t n = 1; n <= 40; ++n) {
+  for (std::uint16_t n = 1; n <= 400; ++n) {
     times.add(named("twice"), {n, n});
     times.add(named("other" + std::to_string(n)), {0, 0});
     EXPECT_EQ(times.find("twice")->date, n) << "also when one is added after a search";

@@ -49,6 +49,9 @@ public:
   // Raises 22 for the package's own path.
   void addRecordDateTime(const boost::shared_array<char>& name, RecordDateTimes::DateTime value);
 
+  // Whether date or time were set where no record has them.
+  bool hasOwnDateTime(const String& path) const;
+
   // Reads the document where there is one and a parser. A document that breaks the structure
   // changes nothing and is read again at the next access; its failure is not reported.
   void readGenericProperties();
@@ -82,6 +85,7 @@ private:
   PropertyMap properties;
   PropertyMap savedProperties;
   RecordDateTimes recordDateTimes;  // what `properties` does not name
+  RecordDateTimes savedDateTimes;
 };
 
 extern template class PkgPropertyMgr<AppContext>;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <vector>
 
@@ -7,8 +8,8 @@
 
 namespace pkg {
 
-// Date and time as the record of each path had them when the package was opened, in the DOS format.
-// Names are shared with their records.
+// Date and time as the record of each path had them when the package was opened, or got them when
+// it was made, in the DOS format. Names are shared with their records.
 class RecordDateTimes {
 public:
   struct DateTime {
@@ -18,8 +19,8 @@ public:
 
   // Takes the values of one more record; `name` ends at its first NUL and is not null.
   void add(const boost::shared_array<char>& name, DateTime value);
-  // Those of the last record of this name; null where there is none. The first search after an
-  // addition sorts.
+  // Those of the last record of this name; null where there is none. A search after many additions
+  // sorts.
   const DateTime* find(const char* name);
 
 private:
@@ -28,8 +29,10 @@ private:
     DateTime value;
   };
 
+  void sort();
+
   std::vector<Element> fElements;
-  bool fSorted = true;
+  std::size_t fSorted = 0;  // so many in the order of their names, then the latest as they came
 };
 
 }  // namespace pkg

@@ -67,6 +67,7 @@ private:
   Record makeNewRecord() const;
   void settleDescriptor(ZpLocalFileEntry<Context>& local, bool seekable);
   void settleDateTime(ZpLocalFileEntry<Context>& local);
+  bool hasDateTime() const;
   std::uint16_t dateTimeProperty(QCFPropertyName name, std::uint16_t now);
 };
 

@@ -48,6 +48,11 @@ void PkgPropertyMgr<Context>::addRecordDateTime(const boost::shared_array<char>&
 }
 
 template <class Context>
+bool PkgPropertyMgr<Context>::hasOwnDateTime(const String& path) const {
+  return find(path, QCFPropertyZipDate) != nullptr || find(path, QCFPropertyZipTime) != nullptr;
+}
+
+template <class Context>
 typename Context::String PkgPropertyMgr<Context>::getZipProperty(const String& path,
                                                                  QCFPropertyName name,
                                                                  bool* modified) {
@@ -106,7 +111,9 @@ const typename PkgPropertyMgr<Context>::ValueElem* PkgPropertyMgr<Context>::find
 
 template <class Context>
 void PkgPropertyMgr<Context>::beginUpdate() {
+  RecordDateTimes dateTimes = recordDateTimes;
   savedProperties = properties;
+  savedDateTimes = std::move(dateTimes);
   inUpdate = true;
 }
 
@@ -115,6 +122,7 @@ void PkgPropertyMgr<Context>::endUpdate() {
   if (!inUpdate) return;
   writeGenericProperties();
   savedProperties.clear();
+  savedDateTimes = {};
   inUpdate = false;
 }
 
@@ -122,9 +130,10 @@ template <class Context>
 void PkgPropertyMgr<Context>::cancelUpdate() {
   // Where the update's beginning or the writing of its queue has failed, nothing is saved: every
   // property goes, those of the records included.
-  if (!inUpdate) recordDateTimes = {};
   properties.swap(savedProperties);
+  recordDateTimes = std::move(savedDateTimes);
   savedProperties.clear();
+  savedDateTimes = {};
   inUpdate = false;
 }
 

@@ -123,12 +123,25 @@ void ZipPkgEntry<Context>::settleDescriptor(ZpLocalFileEntry<Context>& local, bo
 
 template <class Context>
 void ZipPkgEntry<Context>::settleDateTime(ZpLocalFileEntry<Context>& local) {
-  const DOSTime now = getDOSTime();
-  const std::uint16_t date = dateTimeProperty(QCFPropertyZipDate, highHalf(now));
-  const std::uint16_t time = dateTimeProperty(QCFPropertyZipTime, lowHalf(now));
-  const DOSTime when = joinHalves(time, date);
+  DOSTime when = getDOSTime();
+  if (hasDateTime()) {
+    const std::uint16_t date = dateTimeProperty(QCFPropertyZipDate, highHalf(when));
+    const std::uint16_t time = dateTimeProperty(QCFPropertyZipTime, lowHalf(when));
+    when = joinHalves(time, date);
+  } else {
+    zipPackage()->getPropertyMgr()->addRecordDateTime(fWriteCentral->fName,
+                                                      {highHalf(when), lowHalf(when)});
+  }
   local.fHeader.setDateTime(when);
   fWriteCentral->fHeader.setDateTime(when);
+}
+
+// Whether there are properties to heed. A name that its record cannot hold whole has to have some.
+template <class Context>
+bool ZipPkgEntry<Context>::hasDateTime() const {
+  PkgPropertyMgr<Context>* const properties = zipPackage()->getPropertyMgr();
+  return fWriteCentral->getPath() != this->fName || properties->hasOwnDateTime(this->fName) ||
+         !properties->getZipProperty(this->fName, QCFPropertyZipDate, nullptr).empty();
 }
 
 // The property's value or, where there is none yet, `now`, which it becomes.
