@@ -1,7 +1,9 @@
 #pragma once
 
+#include <cstddef>
 #include <cstring>
 #include <iterator>
+#include <new>
 
 #include <boost/make_shared.hpp>
 
@@ -62,9 +64,18 @@ void ZipPackage<Context>::privateUpdate() {
   this->fProperties->beginUpdate();
 }
 
+// glibc hands the free end of the heap back to the system once it is longer than twice the largest
+// block that was ever mapped and freed. The state of zlib that each deflated entry takes and frees
+// is: without this block, its pages would be fetched anew for every entry.
+inline void keepHeapForDeflate() {
+  constexpr std::size_t kAsLargeAsItsState = 384 * 1024;
+  ::operator delete(::operator new(kAsLargeAsItsState, std::nothrow));
+}
+
 template <class Context>
 void ZipPackage<Context>::startUpdate(bool outputWritten) {
   constexpr std::size_t kRoom = 10;
+  keepHeapForDeflate();
   // An end that failed has left the records of its directory, which goes now.
   for (const auto& [path, handle] : fEntries) {
     zipEntry(handle)->cancelUpdate();

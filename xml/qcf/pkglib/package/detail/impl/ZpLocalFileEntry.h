@@ -21,7 +21,7 @@ template <class Context>
 ZpLocalFileEntry<Context>::ZpLocalFileEntry(const ZpCentralDirEntry<Context>& record,
                                             ZipPackage<Context>* package)
     : fHeader(record.fHeader),
-      fName(copyBytes<Deleter>(record.fName.get(), record.fHeader.nameLength, 1)),
+      fName(record.fName),
       fIsZip64(isLarge(record.fUncompressedSize) || isLarge(record.fCompressedSize)) {
   std::string extra;
   if (fIsZip64) {
