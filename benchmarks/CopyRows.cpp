@@ -67,12 +67,12 @@ void saveMinizip(const std::string& from, const std::string& to) {
 
 std::vector<turns::Contender> savers(const support::TempDir& folder, const Shape& shape) {
   const std::string from = (folder / "package.zip").string();
-  createPackage(from, shape);
+  turns::apart([&] { createPackage(from, shape); });
   std::vector<turns::Contender> all;
   const auto enlist = [&](const char* who, const std::function<void(const std::string&)>& save) {
     const std::string to = (folder / (std::string("saved-") + who + ".zip")).string();
-    turns::peakOf([&] { save(to); });
-    requireSameEntries(from, to);
+    turns::apart([&] { save(to); });
+    turns::apart([&] { requireSameEntries(from, to); });
     all.push_back({who, [=] { save(to); }, [=] { std::filesystem::remove(to); }});
   };
   enlist("package", [=](const std::string& to) { saveOurs(from, to); });
@@ -114,7 +114,7 @@ void appendMinizip(const std::string& path, const std::string& name) {
 class Appenders {
 public:
   Appenders(const support::TempDir& folder, const Shape& shape) : fFolder(folder) {
-    createPackage(path("package"), shape);
+    turns::apart([&] { createPackage(path("package"), shape); });
     for (const char* who : {"minizip", "libzip", "zip", "7z"})
       std::filesystem::copy_file(path("package"), path(who),
                                  std::filesystem::copy_options::overwrite_existing);
@@ -128,7 +128,7 @@ public:
       turns::become({"7z", "a", "-tzip", "-mx=1", to, name}, fFolder.path().string());
     });
     for (std::size_t who = 1; who < all.size(); ++who)
-      requireSameEntries(path("package"), path(all[who].who));
+      turns::apart([&] { requireSameEntries(path("package"), path(all[who].who)); });
   }
 
   ~Appenders() {
@@ -152,7 +152,7 @@ private:
       fFolder.write("new" + std::to_string(++*next), {content(1), 1024});
     };
     prepare();
-    turns::peakOf(work);
+    turns::apart(work);
     all.push_back({who, work, prepare});
   }
 

@@ -116,8 +116,8 @@ void createLibarchive(const std::string& path, const Shape& shape) {
 }
 
 // The programs' input: a file for each entry, and the list of them.
-std::string makeFiles(const support::TempDir& folder, const Shape& shape) {
-  const auto files = folder.path() / "files";
+void makeFiles(const support::TempDir& folder, const std::filesystem::path& files,
+               const Shape& shape) {
   std::filesystem::remove_all(files);
   std::filesystem::create_directory(files);
   std::string list;
@@ -129,7 +129,6 @@ std::string makeFiles(const support::TempDir& folder, const Shape& shape) {
     list += shape.name(entry) + "\n";
   }
   folder.write("list", list);
-  return files.string();
 }
 
 // How each program is told to do the same, as quickly as it can.
@@ -152,8 +151,8 @@ std::vector<turns::Contender> creators(const support::TempDir& folder, const Sha
     const std::string path = (folder / (who + ".zip")).string();
     const auto prepare = [path] { std::filesystem::remove(path); };
     prepare();
-    turns::peakOf(work);
-    requireSameEntries((folder / "package.zip").string(), path);
+    turns::apart(work);
+    turns::apart([&] { requireSameEntries((folder / "package.zip").string(), path); });
     all.push_back({who, work, prepare});
   };
   const std::pair<const char*, Create> libraries[] = {{"package", createPackage},
@@ -165,7 +164,8 @@ std::vector<turns::Contender> creators(const support::TempDir& folder, const Sha
       create(path, shape);
     });
   }
-  const std::string files = makeFiles(folder, shape);
+  const std::string files = (folder / "files").string();
+  turns::apart([&] { makeFiles(folder, files, shape); });
   for (const auto& words : programs(folder, shape))
     enlist(words[0], [=] { turns::become(words, files); });
   return all;
@@ -197,9 +197,10 @@ void deflateAlone(const Shape& shape) {
 
 std::vector<turns::Contender> oneDeflated(const support::TempDir& folder, const Shape& shape) {
   const std::string path = (folder / "deflated.zip").string();
-  createPackage(path, shape);
-  support::TempDir extracted;
-  requireSameEntries(path, path);
+  turns::apart([&] {
+    createPackage(path, shape);
+    requireSameEntries(path, path);
+  });
   return {{"package", [=] { createPackage(path, shape); }, [=] { std::filesystem::remove(path); }},
           {"deflate and crc32 alone", [=] { deflateAlone(shape); }}};
 }

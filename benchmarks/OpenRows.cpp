@@ -133,9 +133,10 @@ with zipfile.ZipFile(sys.argv[1], 'w') as package:
 
 std::vector<turns::Contender> walkers(const std::string& path) {
   std::vector<turns::Contender> all;
-  const Answer expected = walkOurs(path);
   for (const Reader& reader : kReaders) {
-    require(reader.walk(path) == expected, std::string(reader.who) + " finds something else");
+    turns::apart([&] {
+      require(reader.walk(path) == walkOurs(path), std::string(reader.who) + " finds otherwise");
+    });
     all.push_back({reader.who, [path, reader] { reader.walk(path); }});
   }
   return all;
@@ -163,7 +164,9 @@ void addOpenRows(const support::TempDir& folder, std::size_t part) {
     const std::string number = full == 10000 ? "10,000 entries" : "60,000 entries";
     turns::add({"open " + number,
                 [path] {
-                  require(walkOurs(path) == walkLibzip(path), "libzip finds something else");
+                  turns::apart([&] {
+                    require(walkOurs(path) == walkLibzip(path), "libzip finds otherwise");
+                  });
                   return std::vector<turns::Contender>{{"package", [path] { openOurs(path); }},
                                                        {"libzip", [path] { openLibzip(path); }}};
                 },

@@ -239,6 +239,10 @@ void add(Fact fact) {
   facts().push_back(std::move(fact));
 }
 
+void apart(const std::function<void()>& work) {
+  takeTurnInProcess(work, 1);
+}
+
 long peakOf(const std::function<void()>& work) {
   return takeTurnInProcess(work, 1).peak;
 }

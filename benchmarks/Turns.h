@@ -43,7 +43,12 @@ struct Fact {
 void add(Row row);
 void add(Fact fact);
 
-// Does work in a process of its own and returns its peak memory in KiB.
+// Does work in a process of its own, so that the turns find the heap of a fresh program: what
+// malloc learns from large blocks that come and go would pass to all of them. Raises
+// std::runtime_error when the work fails.
+void apart(const std::function<void()>& work);
+
+// The same; returns its peak memory in KiB.
 long peakOf(const std::function<void()>& work);
 
 // Makes this process the program `words[0]`, silent, in `folder`. Returns never; raises
