@@ -30,7 +30,11 @@ void saveLibzip(const std::string& from, const std::string& to) {
   for (zip_int64_t i = 0; i < zip_get_num_entries(source, 0); ++i) {
     const auto index = static_cast<zip_uint64_t>(i);
     zip_source_t* const data = zip_source_zip(target, source, index, ZIP_FL_COMPRESSED, 0, -1);
-    zip_file_add(target, zip_get_name(source, index, 0), data, 0);
+    const zip_int64_t copy = zip_file_add(target, zip_get_name(source, index, 0), data, 0);
+    zip_stat_t status;
+    zip_stat_index(source, index, 0, &status);
+    // Else it would be deflated.
+    zip_set_file_compression(target, static_cast<zip_uint64_t>(copy), status.comp_method, 0);
   }
   require(zip_close(target) == 0, "libzip cannot close");
   zip_discard(source);
