@@ -49,7 +49,9 @@ public:
   // Raises 22 for the package's own path.
   void addRecordDateTime(const boost::shared_array<char>& name, RecordDateTimes::DateTime value);
 
-  // Whether date or time were set where no record has them.
+  // Those of the last record at `path`, valid until others are added; null where there is none.
+  const RecordDateTimes::DateTime* findRecordDateTime(const String& path);
+  // Whether date or time were set, which outrank those of the record.
   bool hasOwnDateTime(const String& path) const;
 
   // Reads the document where there is one and a parser. A document that breaks the structure

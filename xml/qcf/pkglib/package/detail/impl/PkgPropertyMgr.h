@@ -48,6 +48,13 @@ void PkgPropertyMgr<Context>::addRecordDateTime(const boost::shared_array<char>&
 }
 
 template <class Context>
+const RecordDateTimes::DateTime* PkgPropertyMgr<Context>::findRecordDateTime(const String& path) {
+  const boost::shared_array<char> text = Context::toUTF8(path);
+  const bool endsAtNUL = Context::fromUTF8(text.get()) != path;  // no name of a record goes on
+  return endsAtNUL ? nullptr : recordDateTimes.find(text.get());
+}
+
+template <class Context>
 bool PkgPropertyMgr<Context>::hasOwnDateTime(const String& path) const {
   return find(path, QCFPropertyZipDate) != nullptr || find(path, QCFPropertyZipTime) != nullptr;
 }
@@ -62,10 +69,8 @@ typename Context::String PkgPropertyMgr<Context>::getZipProperty(const String& p
     return element->value;
   }
   if (name != QCFPropertyZipDate && name != QCFPropertyZipTime) return {};
-  const boost::shared_array<char> text = Context::toUTF8(path);
-  const RecordDateTimes::DateTime* const recorded = recordDateTimes.find(text.get());
-  const bool endsAtNUL = Context::fromUTF8(text.get()) != path;  // no name of a record goes on
-  if (recorded == nullptr || endsAtNUL) return {};
+  const RecordDateTimes::DateTime* const recorded = findRecordDateTime(path);
+  if (recorded == nullptr) return {};
   if (modified != nullptr) *modified = false;
   const unsigned short word = name == QCFPropertyZipDate ? recorded->date : recorded->time;
   return BasePkgHexStrings<Context>::getInstance()->iToHexString(word);

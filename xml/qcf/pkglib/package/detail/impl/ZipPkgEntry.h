@@ -141,7 +141,7 @@ template <class Context>
 bool ZipPkgEntry<Context>::hasDateTime() const {
   PkgPropertyMgr<Context>* const properties = zipPackage()->getPropertyMgr();
   return fWriteCentral->getPath() != this->fName || properties->hasOwnDateTime(this->fName) ||
-         !properties->getZipProperty(this->fName, QCFPropertyZipDate, nullptr).empty();
+         properties->findRecordDateTime(this->fName) != nullptr;
 }
 
 // The property's value or, where there is none yet, `now`, which it becomes.

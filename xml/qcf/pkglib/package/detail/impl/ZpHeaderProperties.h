@@ -21,6 +21,13 @@ public:
   template <class Header>
   ZpHeaderProperties(PkgPropertyMgr<Context>* properties, const String& path, Header& header)
       : fTypeAndCreator(properties->getZipProperty(path, QCFPropertyZipTypeCreator, nullptr)) {
+    if (!properties->hasOwnDateTime(path)) {
+      const RecordDateTimes::DateTime* const recorded = properties->findRecordDateTime(path);
+      if (recorded == nullptr) return;
+      header.date = recorded->date;
+      header.time = recorded->time;
+      return;
+    }
     const String date = properties->getZipProperty(path, QCFPropertyZipDate, nullptr);
     const String time = properties->getZipProperty(path, QCFPropertyZipTime, nullptr);
     if (date.empty()) return;
