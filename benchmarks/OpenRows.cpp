@@ -157,7 +157,7 @@ double heapOfOpenPackage(const std::string& path, std::size_t entries) {
 }  // namespace
 
 void addOpenRows(const support::TempDir& folder, std::size_t part) {
-  for (const std::size_t full : {10000, 60000}) {
+  for (const std::size_t full : {std::size_t{10000}, std::size_t{60000}}) {
     const std::size_t entries = full / part;
     const std::string path = makePackage(folder, entries);
     const int repeats = full == 10000 ? 5 : 1;
