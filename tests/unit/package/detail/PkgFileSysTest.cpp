@@ -56,6 +56,14 @@ TEST(BasePkgFSFile, AFullDeviceShowsAtTheFlushWithTheSystemsText) {
   EXPECT_EQ(textOf([&] { other->flush(); }), std::strerror(ENOSPC));
 }
 
+TEST(BasePkgFSFile, AFullDeviceShowsAtTheSeekThatLeavesTheBuffer) {
+  for (const long long position : {0, 1, 10, 100000}) {
+    const File file = open("/dev/full", kOut);
+    file->write("abc", 3);
+    EXPECT_EQ(textOf([&] { file->seek(position, SEEK_SET); }), std::strerror(ENOSPC)) << position;
+  }
+}
+
 TEST(BasePkgFSFile, AWriteLargerThanTheBufferFailsAtOnceWith50) {
   const File file = open("/dev/full", kOut);
   const std::string bytes(1 << 20, 'x');

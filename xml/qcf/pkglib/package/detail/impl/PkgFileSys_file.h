@@ -62,7 +62,8 @@ void BasePkgFSFile<Context>::seek(long long offset, int whence) {
     offset -= here;
     whence = SEEK_CUR;
   }
-  if (whence == SEEK_CUR && !mayHold(offset)) std::fflush(fStream);  // what fails, fails again
+  const bool empties = whence == SEEK_CUR && !mayHold(offset);
+  if (empties && std::fflush(fStream) != 0) throwSystemError(errno);
   if (fseeko(fStream, static_cast<off_t>(offset), whence) != 0) throwSystemError(errno);
   fLast = Transfer::None;
 }
