@@ -19,7 +19,8 @@ esac
 bash scripts/setup.sh --tests --checks
 if [[ ${1:-} != --report ]]; then
   find build/coverage -name '*.gcda' -delete 2>/dev/null || true
-  bash scripts/test.sh coverage
+  # Where files may not grow, the counters cannot be written either, and the programs say so.
+  bash scripts/test.sh coverage -- -E 'AFailureLeavesTheOldFile|AFullDisk'
 fi
 
 status=0

@@ -38,6 +38,8 @@ def crashes(log):
             + total(log, r", ended at (\d+) calls", "ends of a program, old or new after each")
             + total(log, r", failed at (\d+) calls", "failing calls of a program")
             + total(log, r"; (\d+) transfers cut in half", "short transfers of a program")
+            + total(log, r", without memory at (\d+) of", "allocations of a program that fail")
+            + total(log, r", zlib failed at (\d+) calls", "failing calls of zlib")
             + total(log, r", fault points: .*together (\d+)", "file-system fault points")
             + gtest(log))
 

@@ -5,8 +5,10 @@
 #include <csignal>
 #include <cstdint>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <exception>
+#include <new>
 #include <thread>
 
 #include <poll.h>
@@ -77,6 +79,8 @@ bool sendAnswer(int socket, const ChildProcess::Answer& answer, const std::strin
     return sendMessage(socket, {0, 0, 0}, answer(question));
   } catch (const Error& error) {
     return sendMessage(socket, {0, 1, error.result()}, error.what());
+  } catch (const std::bad_alloc&) {
+    return sendMessage(socket, {0, 1, 0}, "out of memory");
   } catch (const std::exception& error) {
     return sendMessage(socket, {0, 1, 0}, error.what());
   }
@@ -119,7 +123,11 @@ ChildProcess::ChildProcess(const Answer& answer, std::chrono::seconds patience)
   fChild = fork();
   if (fChild == 0) {
     ::close(sockets[0]);
-    serve(sockets[1], answer, static_cast<unsigned>(patience.count()));
+    try {
+      serve(sockets[1], answer, static_cast<unsigned>(patience.count()));
+    } catch (...) {  // what the parent does about a failure must not be done twice
+      ::_exit(EXIT_FAILURE);
+    }
   }
   const int reason = errno;
   ::close(sockets[1]);

@@ -115,10 +115,6 @@ int deflateInit2_(z_streamp stream, int level, int method, int bits, int memory,
                                                version, size);
 }
 
-int deflate(z_streamp stream, int flush) {
-  return zlibFails() ? Z_STREAM_ERROR : real(&deflate, "deflate")(stream, flush);
-}
-
 int inflateInit2_(z_streamp stream, int bits, const char* version, int size) {
   if (zlibFails()) return Z_MEM_ERROR;
   return real(&inflateInit2_, "inflateInit2_")(stream, bits, version, size);

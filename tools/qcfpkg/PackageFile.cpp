@@ -108,7 +108,7 @@ std::string PackageFile::newScratch() {
   std::string name = tools::scratchTemplate(fProgram, fPath);
   const int descriptor = mkstemp(name.data());
   if (descriptor < 0) fail(tools::systemReason());
-  fFormerScratch = std::exchange(fScratch, name);
+  fFormerScratch = std::exchange(fScratch, std::move(name));  // no memory is needed from here on
   tools::removeOnSignal(fScratch);
   lockScratch(descriptor);
   return fScratch;
