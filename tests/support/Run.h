@@ -33,15 +33,38 @@ struct Finished {
 
 namespace detail {
 
-// In the child: only what is safe between fork and exec.
-inline void become(const Command& command, char* const* arguments, const int (&files)[3]) {
+// Pointers to texts, as exec takes them.
+inline std::vector<char*> pointersTo(const std::vector<std::string>& texts) {
+  std::vector<char*> pointers;
+  for (const std::string& text : texts)
+    pointers.push_back(const_cast<char*>(text.c_str()));
+  pointers.push_back(nullptr);
+  return pointers;
+}
+
+// This process's environment with what the command sets.
+inline std::vector<std::string> environmentOf(const Command& command) {
+  std::vector<std::string> all;
+  for (char** variable = environ; *variable != nullptr; ++variable) {
+    const std::string text = *variable;
+    bool isReplaced = false;
+    for (const auto& replacement : command.environment)
+      isReplaced = isReplaced || text.compare(0, text.find('='), replacement.first) == 0;
+    if (!isReplaced) all.push_back(text);
+  }
+  for (const auto& [name, value] : command.environment)
+    all.push_back(name + "=" + value);
+  return all;
+}
+
+// In the child: only what is safe between fork and exec, as other threads may have held any lock.
+inline void become(const Command& command, char* const* arguments, char* const* environment,
+                   const int (&files)[3]) {
   for (int descriptor = 0; descriptor < 3; ++descriptor) {
     if (::dup2(files[descriptor], descriptor) < 0) ::_exit(127);
   }
   if (!command.folder.empty() && ::chdir(command.folder.c_str()) != 0) ::_exit(127);
-  for (const auto& [name, value] : command.environment)
-    ::setenv(name.c_str(), value.c_str(), 1);
-  ::execvp(arguments[0], arguments);
+  ::execvpe(arguments[0], arguments, environment);
   ::_exit(127);
 }
 
@@ -63,13 +86,12 @@ inline Finished run(const Command& command) {
       detail::openOrThrow(capture / "out", O_WRONLY | O_CREAT | O_TRUNC),
       detail::openOrThrow(capture / "err", O_WRONLY | O_CREAT | O_TRUNC),
   };
-  std::vector<char*> arguments;
-  for (const std::string& argument : command.arguments)
-    arguments.push_back(const_cast<char*>(argument.c_str()));
-  arguments.push_back(nullptr);
+  const std::vector<char*> arguments = detail::pointersTo(command.arguments);
+  const std::vector<std::string> variables = detail::environmentOf(command);
+  const std::vector<char*> environment = detail::pointersTo(variables);
 
   const pid_t child = ::fork();
-  if (child == 0) detail::become(command, arguments.data(), files);
+  if (child == 0) detail::become(command, arguments.data(), environment.data(), files);
   for (const int file : files)
     ::close(file);
   if (child < 0) throw std::runtime_error("cannot fork");

@@ -17,7 +17,7 @@ class Safety : public Qcfpkg {
 protected:
   // A package of some size, with dead bytes in it.
   void makeLarge() const {
-    python("import os; open('big', 'wb').write(os.urandom(1 << 20) * 12)");
+    python("import os; open('big', 'wb').write(os.urandom(1 << 20) * 3)");
     folder.write("small", "small");
     must({"create", "--store", "--type", "a/b", "a.pkg", "big", "small"});
     must({"add", "--in-place", "--store", "a.pkg", "dead=big", "x=small"});
@@ -88,9 +88,8 @@ TEST_F(Safety, AFullDiskLeavesTheOldPackage) {
   for (const char* const change :
        {"add a.pkg y=small", "remove a.pkg small", "compact a.pkg", "comment a.pkg c",
         "type a.pkg c/d", "prop set a.pkg small mac-type x", "create --type a/b n.pkg a.pkg"}) {
-    // A limit on the size of files is the disk that fills: 5 MB.
-    const auto finished =
-        shell("trap '' XFSZ; ulimit -f 10000; exec \"$0\" " + std::string(change));
+    // A limit on the size of files is the disk that fills: 1 MB.
+    const auto finished = shell("trap '' XFSZ; ulimit -f 2000; exec \"$0\" " + std::string(change));
     EXPECT_EQ(finished.status, 3) << change;
     EXPECT_EQ(std::count(finished.err.begin(), finished.err.end(), '\n'), 1) << finished.err;
     EXPECT_EQ(folder.read("a.pkg"), before) << change;
