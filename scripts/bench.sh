@@ -10,6 +10,7 @@
 # The tables stay in build/bench, as Markdown and as JSON. Ends with 0 when everything could be measured, whatever
 # came of it.
 set -euo pipefail
+. "$(dirname "$0")/help.sh"
 cd "$(dirname "$0")/.."
 
 fail() {
@@ -32,7 +33,7 @@ while [[ $# -gt 0 ]]; do
       shift
       ;;
     --help)
-      sed -n '2,/^set /{/^#/s/^# \{0,1\}//p}' "$0"
+      print_help
       exit 0
       ;;
     *) fail "no such option: $1 (try --help)" ;;

@@ -5,12 +5,8 @@
 #
 #   check-darwin.sh
 set -euo pipefail
+. "$(dirname "$0")/help.sh"
 cd "$(dirname "$0")/.."
-
-if [[ ${1:-} == --help ]]; then
-  sed -n '2,/^set /{/^#/s/^# \{0,1\}//p}' "$0"
-  exit 0
-fi
 
 bash scripts/setup.sh --tests --gnustep --darwin
 status=0

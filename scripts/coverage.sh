@@ -8,14 +8,9 @@
 #
 # The lines that no test reaches go to build/coverage/uncovered.txt.
 set -euo pipefail
+. "$(dirname "$0")/help.sh"
 cd "$(dirname "$0")/.."
 
-case ${1:-} in
-  --help)
-    sed -n '2,/^set /{/^#/s/^# \{0,1\}//p}' "$0"
-    exit 0
-    ;;
-esac
 bash scripts/setup.sh --tests --checks
 if [[ ${1:-} != --report ]]; then
   find build/coverage -name '*.gcda' -delete 2>/dev/null || true

@@ -7,6 +7,7 @@
 # The audio ends up in demo-output/, and is compared with what went into the document. waveform.png and
 # waveform-dark.png there are pictures of it.
 set -euo pipefail
+. "$(dirname "$0")/help.sh"
 
 fail() {
   printf 'demo.sh: %s\n' "$1" >&2
@@ -15,10 +16,6 @@ fail() {
 
 document=
 case ${1-} in
-  --help)
-    sed -n '2,/^set /{/^#/s/^# \{0,1\}//p}' "$0"
-    exit 0
-    ;;
   -*) fail "no such option: $1 (try --help)" 2 ;;
   ?*)
     [[ -r $1 ]] || fail "cannot read $1" 2

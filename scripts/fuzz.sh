@@ -8,14 +8,9 @@
 # input that takes over five seconds, and one that makes the heap grow by more than 64 MiB and four times
 # its own size (fuzz/Fuzzer.cpp).
 set -euo pipefail
+. "$(dirname "$0")/help.sh"
 cd "$(dirname "$0")/.."
 
-case ${1:-} in
-  --help)
-    sed -n '2,/^set /{/^#/s/^# \{0,1\}//p}' "$0"
-    exit 0
-    ;;
-esac
 all=(documents packages updates properties paths hex tool)
 minutes=${#all[@]}
 if [[ ${1:-} =~ ^[0-9]+$ ]]; then

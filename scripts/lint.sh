@@ -6,14 +6,9 @@
 #                   the last one unless it is set
 #   lint.sh --all   clang-tidy over every source, and the warnings of clang++ over tests, fuzz targets and examples
 set -euo pipefail
+. "$(dirname "$0")/help.sh"
 cd "$(dirname "$0")/.."
 
-case ${1:-} in
-  --help)
-    sed -n '2,/^set /{/^#/s/^# \{0,1\}//p}' "$0"
-    exit 0
-    ;;
-esac
 bash scripts/setup.sh --tests --checks
 cmake --preset debug >/dev/null
 jobs=$(nproc)

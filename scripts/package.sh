@@ -4,12 +4,9 @@
 #
 #   package.sh [FOLDER]   builds in FOLDER instead of build/debian
 set -euo pipefail
+. "$(dirname "$0")/help.sh"
 cd "$(dirname "$0")/.."
 
-if [[ ${1-} == --help ]]; then
-  sed -n '2,/^set /{/^#/s/^# \{0,1\}//p}' "$0"
-  exit 0
-fi
 folder=${1:-build/debian}
 
 bash scripts/setup.sh --packages

@@ -2,13 +2,14 @@
 # Installs from the distribution what this project needs. Where all of it is there, nothing is touched.
 #
 #   setup.sh            to build the library, the importer and the programs, and to run the demo
-#   setup.sh --tests    also what the tests, the format check and clang-tidy need
+#   setup.sh --tests    also what the tests and the format check need
 #   setup.sh --checks   also what scripts/lint.sh, scripts/coverage.sh and scripts/verify.sh look at the code with
 #   setup.sh --packages also what scripts/package.sh builds and judges Debian packages with
 #   setup.sh --m32      also the 32-bit compiler and zlib of the preset m32
 #   setup.sh --gnustep  also an Objective-C++ compiler with GNUstep, for the tests of the macOS glue
 #   setup.sh --darwin   also what the builds for macOS on this system take (scripts/check-darwin.sh)
 set -euo pipefail
+. "$(dirname "$0")/help.sh"
 
 build_packages=(
   g++ cmake ninja-build pkg-config
@@ -36,10 +37,6 @@ fail() {
   exit 2
 }
 
-usage() {
-  sed -n '2,/^set /{/^#/s/^# \{0,1\}//p}' "$0"
-}
-
 packages=("${build_packages[@]}")
 for argument in "$@"; do
   case $argument in
@@ -50,7 +47,7 @@ for argument in "$@"; do
     --gnustep) packages+=("${gnustep_packages[@]}") ;;
     --darwin) packages+=("${darwin_packages[@]}") ;;
     --help)
-      usage
+      print_help
       exit 0
       ;;
     *) fail "no such option: $argument (try --help)" ;;

@@ -5,16 +5,13 @@
 #   test.sh PRESET                   release, debug, asan, m32 or coverage
 #   test.sh [PRESET] -- ARGUMENT...  ARGUMENTs go to ctest, such as -R CentralDirectory
 set -euo pipefail
+. "$(dirname "$0")/help.sh"
 cd "$(dirname "$0")/.."
 
 preset=debug
 if [[ $# -gt 0 && $1 != -- ]]; then
   case $1 in
     release | debug | asan | m32 | coverage) preset=$1 ;;
-    --help)
-      sed -n '2,/^set /{/^#/s/^# \{0,1\}//p}' "$0"
-      exit 0
-      ;;
     *)
       printf 'test.sh: no such preset: %s (release, debug, asan, m32 or coverage)\n' "$1" >&2
       exit 2

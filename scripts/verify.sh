@@ -7,12 +7,8 @@
 #                          coverage valgrind
 #   FUZZ_MINUTES=5 verify.sh fuzz    a shorter one
 set -euo pipefail
+. "$(dirname "$0")/help.sh"
 cd "$(dirname "$0")/.."
-
-if [[ ${1:-} == --help ]]; then
-  sed -n '2,/^set /{/^#/s/^# \{0,1\}//p}' "$0"
-  exit 0
-fi
 
 logs=build/verify
 bin=build/debug/tests
