@@ -210,16 +210,13 @@ Traced runTraced(const support::Command& command, const Fault& fault) {
       support::detail::openOrThrow(capture / "out", O_WRONLY | O_CREAT),
       support::detail::openOrThrow(capture / "err", O_WRONLY | O_CREAT),
   };
-  std::vector<char*> arguments;
-  for (const std::string& argument : command.arguments)
-    arguments.push_back(const_cast<char*>(argument.c_str()));
-  arguments.push_back(nullptr);
+  const support::detail::Prepared prepared(command);
   const pid_t child = fork();
   if (child == 0) {
     ptrace(PTRACE_TRACEME, 0, 0, 0);
     raise(SIGSTOP);
     if (!stopAtKnownCalls()) _exit(126);
-    support::detail::become(command, arguments.data(), files);
+    prepared.become(files);
   }
   for (const int file : files)
     close(file);

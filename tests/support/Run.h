@@ -33,40 +33,56 @@ struct Finished {
 
 namespace detail {
 
-// Pointers to texts, as exec takes them.
-inline std::vector<char*> pointersTo(const std::vector<std::string>& texts) {
-  std::vector<char*> pointers;
-  for (const std::string& text : texts)
-    pointers.push_back(const_cast<char*>(text.c_str()));
-  pointers.push_back(nullptr);
-  return pointers;
-}
+// A command made ready before the fork, for what its child may do after it.
+class Prepared {
+public:
+  explicit Prepared(const Command& command)
+      : fFolder(command.folder.string()),
+        fArguments(command.arguments),
+        fEnvironment(environmentOf(command)) {}
 
-// This process's environment with what the command sets.
-inline std::vector<std::string> environmentOf(const Command& command) {
-  std::vector<std::string> all;
-  for (char** variable = environ; *variable != nullptr; ++variable) {
-    const std::string text = *variable;
-    bool isReplaced = false;
-    for (const auto& replacement : command.environment)
-      isReplaced = isReplaced || text.compare(0, text.find('='), replacement.first) == 0;
-    if (!isReplaced) all.push_back(text);
+  // In the child: only what is safe between fork and exec, as other threads may have held any lock.
+  // 127 ends it where the program cannot be run.
+  [[noreturn]] void become(const int (&files)[3]) const {
+    for (int descriptor = 0; descriptor < 3; ++descriptor) {
+      if (::dup2(files[descriptor], descriptor) < 0) ::_exit(127);
+    }
+    if (!fFolder.empty() && ::chdir(fFolder.c_str()) != 0) ::_exit(127);
+    ::execvpe(fArgumentPointers[0], fArgumentPointers.data(), fEnvironmentPointers.data());
+    ::_exit(127);
   }
-  for (const auto& [name, value] : command.environment)
-    all.push_back(name + "=" + value);
-  return all;
-}
 
-// In the child: only what is safe between fork and exec, as other threads may have held any lock.
-inline void become(const Command& command, char* const* arguments, char* const* environment,
-                   const int (&files)[3]) {
-  for (int descriptor = 0; descriptor < 3; ++descriptor) {
-    if (::dup2(files[descriptor], descriptor) < 0) ::_exit(127);
+private:
+  // This process's environment with what the command sets.
+  static std::vector<std::string> environmentOf(const Command& command) {
+    std::vector<std::string> all;
+    for (char** variable = environ; *variable != nullptr; ++variable) {
+      const std::string text = *variable;
+      bool isReplaced = false;
+      for (const auto& replacement : command.environment)
+        isReplaced = isReplaced || text.compare(0, text.find('='), replacement.first) == 0;
+      if (!isReplaced) all.push_back(text);
+    }
+    for (const auto& [name, value] : command.environment)
+      all.push_back(name + "=" + value);
+    return all;
   }
-  if (!command.folder.empty() && ::chdir(command.folder.c_str()) != 0) ::_exit(127);
-  ::execvpe(arguments[0], arguments, environment);
-  ::_exit(127);
-}
+
+  // Pointers to texts, as exec takes them.
+  static std::vector<char*> pointersTo(const std::vector<std::string>& texts) {
+    std::vector<char*> pointers;
+    for (const std::string& text : texts)
+      pointers.push_back(const_cast<char*>(text.c_str()));
+    pointers.push_back(nullptr);
+    return pointers;
+  }
+
+  const std::string fFolder;
+  const std::vector<std::string> fArguments;
+  const std::vector<std::string> fEnvironment;
+  const std::vector<char*> fArgumentPointers = pointersTo(fArguments);
+  const std::vector<char*> fEnvironmentPointers = pointersTo(fEnvironment);
+};
 
 inline int openOrThrow(const std::filesystem::path& path, int flags) {
   const int file = ::open(path.c_str(), flags | O_CLOEXEC, 0600);
@@ -86,12 +102,10 @@ inline Finished run(const Command& command) {
       detail::openOrThrow(capture / "out", O_WRONLY | O_CREAT | O_TRUNC),
       detail::openOrThrow(capture / "err", O_WRONLY | O_CREAT | O_TRUNC),
   };
-  const std::vector<char*> arguments = detail::pointersTo(command.arguments);
-  const std::vector<std::string> variables = detail::environmentOf(command);
-  const std::vector<char*> environment = detail::pointersTo(variables);
+  const detail::Prepared prepared(command);
 
   const pid_t child = ::fork();
-  if (child == 0) detail::become(command, arguments.data(), environment.data(), files);
+  if (child == 0) prepared.become(files);
   for (const int file : files)
     ::close(file);
   if (child < 0) throw std::runtime_error("cannot fork");
