@@ -10,7 +10,8 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 
 bash scripts/setup.sh --tests --checks
-cmake --preset debug >/dev/null
+# The commands of the preset debug, but for the headers that g++ compiled once, which clang cannot read.
+cmake --preset debug -B build/lint -DCMAKE_DISABLE_PRECOMPILE_HEADERS=ON >/dev/null
 jobs=$(nproc)
 status=0
 own=(xml/\*.cpp Importers/\*.cpp Host/\*.cpp adapters/\*.cpp tools/\*.cpp)
@@ -33,31 +34,31 @@ import json, pathlib, sys
 known = {str(pathlib.Path(one["directory"], one["file"]).resolve()) for one in json.load(open(sys.argv[1]))}
 for name in sys.stdin.read().split():
     if str(pathlib.Path(name).resolve()) in known:
-        print(name)' build/debug/compile_commands.json
+        print(name)' build/lint/compile_commands.json
 }
 
 printf 'clang-tidy: %d sources\n' "$(sources "$@" | built | wc -l)"
-sources "$@" | built | xargs -r -P "$jobs" -n 1 clang-tidy --quiet -p build/debug \
+sources "$@" | built | xargs -r -P "$jobs" -n 1 clang-tidy --quiet -p build/lint \
   2> >(grep -v ' warnings\? .*generated\.$' >&2) || status=1
 
 if [[ ${1:-} == --all ]]; then
   printf 'clang++: everything else\n'
   # Its commands are those of the build, which may be g++'s.
-  git ls-files 'tests/*.cpp' 'fuzz/*.cpp' 'examples/*.cpp' | built | xargs -r -P "$jobs" -n 1 clang-check -p build/debug \
+  git ls-files 'tests/*.cpp' 'fuzz/*.cpp' 'examples/*.cpp' | built | xargs -r -P "$jobs" -n 1 clang-check -p build/lint \
     --extra-arg=-Wno-unknown-warning-option || status=1
 fi
 
 # cppcheck does not read the macros of the tests' library: it looks at what is installed, and the programs.
 printf 'cppcheck: everything\n'
-mkdir -p build/lint
+mkdir -p build/cppcheck
 python3 -c '
 import json, pathlib, sys
 with open(sys.argv[1]) as file:
     commands = json.load(file)
 own = [str(pathlib.Path(folder).resolve()) + "/" for folder in ("xml", "Importers", "Host", "adapters", "tools")]
 print(json.dumps([one for one in commands if any(one["file"].startswith(folder) for folder in own)]))' \
-  build/debug/compile_commands.json >build/lint/compile_commands.json
-cppcheck --project=build/lint/compile_commands.json --quiet --inline-suppr --error-exitcode=1 -j "$jobs" \
+  build/lint/compile_commands.json >build/cppcheck/compile_commands.json
+cppcheck --project=build/cppcheck/compile_commands.json --quiet --inline-suppr --error-exitcode=1 -j "$jobs" \
   --enable=warning,performance,portability --suppressions-list=.cppcheck --suppress='*:/usr/*' || status=1
 
 [[ $status -ne 0 ]] || printf 'lint: clean\n'

@@ -1,0 +1,2 @@
+// What the suites' precompiled headers belong to.
+int main() {}
