@@ -23,7 +23,7 @@ test_packages=(
   libgtest-dev libgmock-dev git python3 clang clang-format libclang-rt-14-dev
   libarchive-tools p7zip-full ziptool ffmpeg
   libbenchmark-dev libzip-dev libarchive-dev libminizip-dev libavformat-dev libavcodec-dev libavutil-dev
-  mandoc man-db doxygen parallel rsync
+  mandoc man-db doxygen parallel rsync jq
 )
 debian_packages=(dpkg-dev file lintian)
 check_packages=(clang-tidy cppcheck valgrind gcovr abigail-tools)
