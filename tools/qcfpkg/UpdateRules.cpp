@@ -26,7 +26,9 @@ bool has(const std::string& text, char character) {
 // What the library itself needs in order to read the package rightly.
 void requireReadable(const Layout& layout) {
   const ziplayout::End& end = layout.end();
-  if (layout.entries().empty()) refuse(layout, "a package without entries cannot be changed");
+  if (layout.entries().empty()) {
+    refuse(layout, "it has no entries; make it anew with: qcfpkg create --overwrite");
+  }
   if (layout.file().read(0, 4) != std::string("PK\3\4")) {
     refuse(layout, "bytes stand in front of its first entry");
   }

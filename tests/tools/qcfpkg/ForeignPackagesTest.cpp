@@ -187,6 +187,8 @@ TEST_F(ForeignPackages, EncryptedAndStrangelyPackedEntriesAreCarriedAlong) {
 TEST_F(ForeignPackages, WhatCannotBeKeptIsRefusedAndLeftAsItIs) {
   const auto entry = [](const std::string& name) { return zipbytes::storedEntry(name, "x"); };
   std::map<std::string, std::string> refused;
+  refused["it has no entries; make it anew with: qcfpkg create --overwrite"] =
+      zipbytes::File().bytes();
   refused["two entries are named e"] =
       zipbytes::File().add(entry("e"), "x").add(entry("e"), "x").bytes();
   refused["bytes stand in front"] = "#!" + zipbytes::File().add(entry("e"), "x").bytes();
