@@ -104,6 +104,20 @@ TEST_F(InPlace, HeadersOfKeptEntriesAreNotRewritten) {
   EXPECT_TRUE(sameBytes(expected.bytes(), bytes("old.pkg")));
 }
 
+TEST_F(InPlace, HeadersOfKeptEntriesAreNotRead) {
+  Bytes old = fOld.bytes();
+  old[fAtB] = 'X';  // no local header any more
+  const Package package = open(old);
+  write(package, "d.txt", "delta", CompressionStored);
+  package->doUNSAFEUpdateInPlace();
+
+  zipbytes::File expected = fOld;
+  expected.add(storedEntry("d.txt", "delta"), "delta");
+  Bytes damaged = expected.bytes();
+  damaged[fAtB] = 'X';
+  EXPECT_TRUE(sameBytes(damaged, bytes("old.pkg")));
+}
+
 TEST_F(InPlace, ASecondUpdateStartsFromTheFirst) {
   const Package package = open(fOld.bytes());
   write(package, "d.txt", "delta", CompressionStored);

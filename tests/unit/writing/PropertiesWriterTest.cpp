@@ -55,6 +55,15 @@ TEST_F(PropertiesWriter, InPlaceADocumentThatNobodyReadGoesToo) {
   EXPECT_EQ(open(bytes("old.pkg"))->entryExists(kDocument), pkg::PkgEntryNone);
 }
 
+// What an update keeps is content, though nobody has asked for it: the document, which the end asks
+// for, is not the first file.
+TEST_F(PropertiesWriter, InPlaceItGoesFromAPackageThatOwesItsMimetypeToo) {
+  fPolicies.conformance = 1;
+  const Package package = openWithDocument();
+  EXPECT_NO_THROW(package->doUNSAFEUpdateInPlace());
+  EXPECT_EQ(open(bytes("old.pkg"))->entryExists(kDocument), pkg::PkgEntryNone);
+}
+
 TEST_F(PropertiesWriter, WithoutAParserADocumentIsAnEntryLikeAnyOther) {
   fParser = nullptr;
   const Package package = openWithDocument();

@@ -236,6 +236,39 @@ TEST_F(UpdateOddities, InPlaceOfTwoRecordsOfOneNameTheFirstStays) {
   EXPECT_EQ(contents(package, "a.txt"), "first");
 }
 
+// Nobody had asked for the entry when its record was kept.
+TEST_F(UpdateOddities, AKeptEntryWrittenInAnUpdateInPlaceThatStoppedIsListedOnce) {
+  support::FailingFileSystem failing(fMemory, 1, {support::Failure::Truncate});
+  fFiles = &failing;
+  const Package package = open(twoEntries());
+  EXPECT_RAISED("IO 50", package->doUNSAFEUpdateInPlace());
+  write(package, "a.txt", "changed", CompressionStored);
+  package->endUpdate();
+  EXPECT_EQ(zipPackage(package)->entryExists("b.txt"), pkg::PkgEntryFile);
+  const Package again = open(bytes("old.pkg"), kIn, "copy.pkg");
+  EXPECT_EQ(contents(again, "a.txt"), "changed");
+  EXPECT_EQ(contents(again, "b.txt"), "beta");
+  EXPECT_EQ(u16At(bytes("old.pkg"), bytes("old.pkg").size() - 12), 2u);
+}
+
+// By a walk as well, which asks by the record and not by the name.
+TEST_F(UpdateOddities, AKeptEntryFoundByAWalkInAnUpdateInPlaceThatStoppedIsListedOnce) {
+  support::FailingFileSystem failing(fMemory, 1, {support::Failure::Truncate});
+  fFiles = &failing;
+  const Package package = open(twoEntries());
+  EXPECT_RAISED("IO 50", package->doUNSAFEUpdateInPlace());
+  boost::shared_ptr<pkg::IPkgEntryIteratorImpl<>> walk;
+  package->initIterator(walk, {}, "");
+  const File first = walk->dereference()->toFile();
+  first->setCompressionMethod(CompressionStored);
+  const Stream stream = first->open(kOut, false);
+  *stream << "changed";
+  stream->close();
+  package->endUpdate();
+  EXPECT_EQ(contents(open(bytes("old.pkg"), kIn, "copy.pkg"), "a.txt"), "changed");
+  EXPECT_EQ(u16At(bytes("old.pkg"), bytes("old.pkg").size() - 12), 2u);
+}
+
 // The end of an update clears the mark of a change from files, not from directories; and in place,
 // what is marked and does not wait is left out.
 TEST_F(UpdateOddities, ADirectoryCreatedBeforeAnUpdateIsGoneWithALaterOneInPlace) {

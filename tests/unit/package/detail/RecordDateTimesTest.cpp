@@ -42,4 +42,21 @@ TEST(RecordDateTimes, ANameEndsAtItsFirstNUL) {
   EXPECT_NE(times.find("cut"), nullptr);
 }
 
+TEST(RecordDateTimes, OnlyTheFirstAreKept) {
+  pkg::RecordDateTimes times;
+  times.add(named("a"), {1, 1});
+  times.add(named("b"), {2, 2});
+  const std::size_t count = times.count();
+  times.add(named("a"), {3, 3});
+  times.add(named("c"), {4, 4});
+  EXPECT_EQ(times.find("a")->date, 3);
+  times.keepFirst(count);
+  EXPECT_EQ(times.count(), count);
+  EXPECT_EQ(times.find("a")->date, 1);
+  EXPECT_EQ(times.find("b")->date, 2);
+  EXPECT_EQ(times.find("c"), nullptr);
+  times.keepFirst(0);
+  EXPECT_EQ(times.find("a"), nullptr);
+}
+
 }  // namespace

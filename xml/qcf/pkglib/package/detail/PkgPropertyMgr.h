@@ -51,6 +51,8 @@ public:
 
   // Those of the last record at `path`, valid until others are added; null where there is none.
   const RecordDateTimes::DateTime* findRecordDateTime(const String& path);
+  // The same by the name in the record.
+  const RecordDateTimes::DateTime* findRecordDateTime(const char* name);
   // Whether date or time were set, which outrank those of the record.
   bool hasOwnDateTime(const String& path) const;
 
@@ -87,7 +89,7 @@ private:
   PropertyMap properties;
   PropertyMap savedProperties;
   RecordDateTimes recordDateTimes;  // what `properties` does not name
-  RecordDateTimes savedDateTimes;
+  std::size_t savedDateTimes = 0;   // as many of them
 };
 
 extern template class PkgPropertyMgr<AppContext>;

@@ -6,6 +6,8 @@
 
 #include <boost/shared_array.hpp>
 
+#include "package/source/NameTable.h"
+
 namespace pkg {
 
 // Date and time as the record of each path had them when the package was opened, or got them when
@@ -19,20 +21,26 @@ public:
 
   // Takes the values of one more record; `name` ends at its first NUL and is not null.
   void add(const boost::shared_array<char>& name, DateTime value);
-  // Those of the last record of this name; null where there is none. A search after many additions
-  // sorts.
+  std::size_t count() const { return fElements.size(); }
+  // Forgets all but the first `count`.
+  void keepFirst(std::size_t count);
+  // Those of the last record of this name; null where there is none.
   const DateTime* find(const char* name);
 
 private:
   struct Element {
     boost::shared_array<char> name;
     DateTime value;
+    std::uint32_t hash;  // of the name, once it has been entered in the table
   };
 
-  void sort();
+  void enterLatest();
+  NameTable::Index& placeOf(std::uint32_t hash, const char* name);
 
   std::vector<Element> fElements;
-  std::size_t fSorted = 0;  // so many in the order of their names, then the latest as they came
+  NameTable fTable;
+  std::size_t fEntered =
+      0;  // so many of the elements are in the table; the first search enters all
 };
 
 }  // namespace pkg

@@ -99,6 +99,8 @@ private:
   static String canonical(const String& path);
   static String relativeTo(const Directory& dir, const String& path);
   EntryHandle enter(ZipPkgEntry<Context>* entry);
+  EntryHandle entryOf(const Record& record);
+  void tieToUpdate(ZipPkgEntry<Context>* entry);
   SPRefType<IPkgFile<Context>> makeFile(const String& key, bool mustExist);
   Directory makeDirectory(const String& key, bool mustExist);
   void requireMimetypeFirst(const String& key, bool mustExist);

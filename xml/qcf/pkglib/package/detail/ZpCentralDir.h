@@ -9,6 +9,7 @@
 
 #include "package/Package.h"
 #include "package/detail/ZipImpl.h"
+#include "package/source/NameTable.h"
 
 namespace pkg::zip {
 
@@ -28,8 +29,8 @@ public:
 
   ZpCentralDirEntry() : fHeader(0) {}
   virtual ~ZpCentralDirEntry() = default;
-  // Deep: with buffers of its own.
-  ZpCentralDirEntry(const ZpCentralDirEntry& other);
+  // Shares the buffers, whose bytes never change.
+  ZpCentralDirEntry(const ZpCentralDirEntry& other) = default;
   ZpCentralDirEntry& operator=(const ZpCentralDirEntry&) = delete;
 
   // Reads the record at the file's position and leaves the position behind its comment. Sets the
@@ -109,6 +110,8 @@ public:
 
   // The first record of a name; null where there is none. A linear search: no index is kept.
   EntryPtr find(const char* name) const;
+  // Where the records stand that have no record of the same name before them.
+  std::vector<std::size_t> firstOfEachName() const;
   // Takes a record over and counts it.
   void append(const EntryPtr& entry);
   // Takes the first record of a name out and counts it off; its size stays counted.

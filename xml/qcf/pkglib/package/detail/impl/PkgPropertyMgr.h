@@ -51,7 +51,12 @@ template <class Context>
 const RecordDateTimes::DateTime* PkgPropertyMgr<Context>::findRecordDateTime(const String& path) {
   const boost::shared_array<char> text = Context::toUTF8(path);
   const bool endsAtNUL = Context::fromUTF8(text.get()) != path;  // no name of a record goes on
-  return endsAtNUL ? nullptr : recordDateTimes.find(text.get());
+  return endsAtNUL ? nullptr : findRecordDateTime(text.get());
+}
+
+template <class Context>
+const RecordDateTimes::DateTime* PkgPropertyMgr<Context>::findRecordDateTime(const char* name) {
+  return recordDateTimes.find(name);
 }
 
 template <class Context>
@@ -116,9 +121,8 @@ const typename PkgPropertyMgr<Context>::ValueElem* PkgPropertyMgr<Context>::find
 
 template <class Context>
 void PkgPropertyMgr<Context>::beginUpdate() {
-  RecordDateTimes dateTimes = recordDateTimes;
   savedProperties = properties;
-  savedDateTimes = std::move(dateTimes);
+  savedDateTimes = recordDateTimes.count();
   inUpdate = true;
 }
 
@@ -127,7 +131,7 @@ void PkgPropertyMgr<Context>::endUpdate() {
   if (!inUpdate) return;
   writeGenericProperties();
   savedProperties.clear();
-  savedDateTimes = {};
+  savedDateTimes = 0;
   inUpdate = false;
 }
 
@@ -136,9 +140,9 @@ void PkgPropertyMgr<Context>::cancelUpdate() {
   // Where the update's beginning or the writing of its queue has failed, nothing is saved: every
   // property goes, those of the records included.
   properties.swap(savedProperties);
-  recordDateTimes = std::move(savedDateTimes);
+  recordDateTimes.keepFirst(savedDateTimes);
   savedProperties.clear();
-  savedDateTimes = {};
+  savedDateTimes = 0;
   inUpdate = false;
 }
 

@@ -103,7 +103,8 @@ void ZipPackage<Context>::requireMimetypeFirst(const String& key, bool mustExist
   const bool isMimetype = key == Context::fromUTF8(kMimetypeName);
   bool isFirst = false;
   if (fInUpdate) {
-    isFirst = fEntries.size() == 1;  // the root alone
+    // The root alone, and nothing that an update in place has kept.
+    isFirst = fEntries.size() == 1 && fOutCentralDir->fEntries.empty();
   } else if (fConformance == PkgLib_Err_MissingMimetype) {
     if (!isMimetype || mustExist) throw PackageException<>(PkgLib_Err_ConformanceViolation);
     fConformance = PkgLib_Err_None;

@@ -124,14 +124,30 @@ SPRefType<IPkgDirectory<Context>> ZipPackage<Context>::getRootDirectory() const 
 template <class Context>
 SPRefType<IPkgEntry<Context>> ZipPackage<Context>::enter(ZipPkgEntry<Context>* entry) {
   EntryHandle handle(entry);
+  if (fInUpdate) tieToUpdate(entry);
   fEntries.insert_or_assign(entry->fName, handle);
+  return handle;
+}
+
+// For a new object of an old entry: an update in place may list that already.
+template <class Context>
+void ZipPackage<Context>::tieToUpdate(ZipPkgEntry<Context>* entry) {
+  if (!entry->fReadCentral) return;
+  entry->fWriteCentral = fOutCentralDir->find(entry->fReadCentral->name().get());
+}
+
+template <class Context>
+SPRefType<IPkgEntry<Context>> ZipPackage<Context>::getEntry(const Record& record) {
+  const std::size_t known = fEntries.size();
+  const EntryHandle handle = entryOf(record);
+  if (fInUpdate && fEntries.size() != known) tieToUpdate(zipEntry(handle));
   return handle;
 }
 
 // A name in the file is a key as it stands, canonical or not, and alone decides between file and
 // directory.
 template <class Context>
-SPRefType<IPkgEntry<Context>> ZipPackage<Context>::getEntry(const Record& record) {
+SPRefType<IPkgEntry<Context>> ZipPackage<Context>::entryOf(const Record& record) {
   const String path = record->getPath();
   const auto place = fEntries.lower_bound(path);
   if (place != fEntries.end() && place->first == path) return place->second;

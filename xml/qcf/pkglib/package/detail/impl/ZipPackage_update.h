@@ -107,7 +107,7 @@ template <class Context>
 void ZipPackage<Context>::writeOldEntries() {
   const bool modified = this->fModified;
   for (const auto& record : centralDir().fEntries) {
-    const EntryHandle handle = getEntry(record);
+    const EntryHandle handle = entryOf(record);
     ZipPkgEntry<Context>* const entry = zipEntry(handle);
     if (!entry->fDeleted && (fSaveAs || entry->fModified)) entry->write();
   }
@@ -137,16 +137,19 @@ void ZipPackage<Context>::doUNSAFEUpdateInPlace() {
   this->endUpdate();
 }
 
-// The bytes of unchanged entries stay where they are, and so do their offsets.
+// The bytes of unchanged entries stay where they are, and so do their offsets. What nobody has
+// asked for cannot have changed, and gets no entry object.
 template <class Context>
 void ZipPackage<Context>::keepOldRecords() {
-  for (const auto& record : centralDir().fEntries) {
-    const EntryHandle handle = getEntry(record);
-    ZipPkgEntry<Context>* const entry = zipEntry(handle);
-    if (entry->fDeleted || entry->fModified || entry->fWriteCentral) continue;
+  const ZpCentralDir<Context>& old = centralDir();
+  for (const std::size_t at : old.firstOfEachName()) {
+    const Record& record = old.fEntries[at];
+    const auto known = fEntries.find(record->getPath());
+    ZipPkgEntry<Context>* const entry = known == fEntries.end() ? nullptr : zipEntry(known->second);
+    if (entry != nullptr && (entry->fDeleted || entry->fModified)) continue;
     const auto copy = boost::make_shared<ZpCentralDirEntry<Context>>(*record);
     fOutCentralDir->append(copy);
-    entry->fWriteCentral = copy;
+    if (entry != nullptr) entry->fWriteCentral = copy;
   }
 }
 

@@ -2,8 +2,6 @@
 
 #include <cstdio>
 #include <cstring>
-#include <functional>
-#include <string_view>
 
 #include <boost/endian/conversion.hpp>
 #include <boost/make_shared.hpp>
@@ -25,10 +23,6 @@ ZpCentralDir<Context>::ZpCentralDir(std::size_t spare) : fEnd(0), fZip64End(), f
 template <class Context>
 bool ZpCentralDir<Context>::CompareEntryName::operator()(const EntryPtr& entry) const {
   return entry->fName && std::strcmp(entry->fName.get(), name) == 0;
-}
-
-inline std::uint32_t hashOfName(const char* name) {
-  return static_cast<std::uint32_t>(std::hash<std::string_view>()(name));
 }
 
 template <class Context>

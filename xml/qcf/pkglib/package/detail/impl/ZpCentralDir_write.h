@@ -35,6 +35,23 @@ std::size_t ZpCentralDir<Context>::indexOf(const char* name) const {
 }
 
 template <class Context>
+std::vector<std::size_t> ZpCentralDir<Context>::firstOfEachName() const {
+  std::vector<std::size_t> all;
+  all.reserve(fEntries.size());
+  NameTable table(fEntries.size());
+  for (std::size_t at = 0; at < fEntries.size(); ++at) {
+    const CompareEntryName isNamed{fEntries[at]->name().get()};
+    NameTable::Index& first = table.place(fNameHashes[at], [&](NameTable::Index index) {
+      return fNameHashes[index] == fNameHashes[at] && isNamed(fEntries[index]);
+    });
+    if (first != NameTable::kNone) continue;
+    first = static_cast<NameTable::Index>(at);
+    all.push_back(at);
+  }
+  return all;
+}
+
+template <class Context>
 void ZpCentralDir<Context>::append(const EntryPtr& entry) {
   add(entry);
   ++fEntryCount;
@@ -49,17 +66,6 @@ void ZpCentralDir<Context>::erase(const char* name) {
   fEntries.erase(fEntries.begin() + offset);
   fNameHashes.erase(fNameHashes.begin() + offset);
   --fEntryCount;
-}
-
-template <class Context>
-ZpCentralDirEntry<Context>::ZpCentralDirEntry(const ZpCentralDirEntry& other)
-    : fHeader(other.fHeader),
-      fUncompressedSize(other.fUncompressedSize),
-      fCompressedSize(other.fCompressedSize),
-      fLocalOffset(other.fLocalOffset) {
-  if (other.fName) fName = copyBytes<Deleter>(other.fName.get(), fHeader.nameLength, 1);
-  if (other.fExtra) replaceExtra(other.fExtra.get(), other.fExtraBytes);
-  if (other.fComment) fComment = copyBytes<Deleter>(other.fComment.get(), fHeader.commentLength, 1);
 }
 
 template <class Context>
@@ -140,7 +146,7 @@ template <class Context>
 void ZpCentralDirEntry<Context>::writeCDH(IPkgFSFileCommon* file, ZipPackage<Context>* package) {
   String typeAndCreator;
   if (fHeader.nameLength != 0) {
-    const ZpHeaderProperties<Context> properties(package->getPropertyMgr(), getPath(), fHeader);
+    const ZpHeaderProperties<Context> properties(package->getPropertyMgr(), fName.get(), fHeader);
     typeAndCreator = properties.typeAndCreator();
   }
   const bool typed = !typeAndCreator.empty();
@@ -149,6 +155,7 @@ void ZpCentralDirEntry<Context>::writeCDH(IPkgFSFileCommon* file, ZipPackage<Con
   fHeader.extraLength = static_cast<std::uint16_t>(fHeader.extraLength + newBlock - oldBlock);
 
   std::string record;
+  record.reserve(static_cast<std::size_t>(sizeOnDisk()));
   appendRecord(record, fHeader);
   if (fHeader.nameLength != 0) record.append(fName.get(), fHeader.nameLength);
   std::string extra = composeExtraField(typeAndCreator);

@@ -16,13 +16,14 @@ class ZpHeaderProperties {
 public:
   using String = typename Context::String;
 
-  // Sets date and time of `header` from the properties of `path`. The time is taken only where
-  // there is a date.
+  // Sets date and time of `header` from the properties of the path that is `name`, as the header's
+  // record has it. The time is taken only where there is a date.
   template <class Header>
-  ZpHeaderProperties(PkgPropertyMgr<Context>* properties, const String& path, Header& header)
-      : fTypeAndCreator(properties->getZipProperty(path, QCFPropertyZipTypeCreator, nullptr)) {
+  ZpHeaderProperties(PkgPropertyMgr<Context>* properties, const char* name, Header& header) {
+    const String path = Context::fromUTF8(name);
+    fTypeAndCreator = properties->getZipProperty(path, QCFPropertyZipTypeCreator, nullptr);
     if (!properties->hasOwnDateTime(path)) {
-      const RecordDateTimes::DateTime* const recorded = properties->findRecordDateTime(path);
+      const RecordDateTimes::DateTime* const recorded = properties->findRecordDateTime(name);
       if (recorded == nullptr) return;
       header.date = recorded->date;
       header.time = recorded->time;

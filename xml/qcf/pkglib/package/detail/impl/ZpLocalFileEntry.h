@@ -80,8 +80,7 @@ template <class Context>
 void ZpLocalFileEntry<Context>::writeLFH(IPkgFSFileCommon* file, ZipPackage<Context>* package) {
   String typeAndCreator;
   if (fHeader.nameLength != 0) {
-    const ZpHeaderProperties<Context> properties(package->getPropertyMgr(),
-                                                 Context::fromUTF8(fName.get()), fHeader);
+    const ZpHeaderProperties<Context> properties(package->getPropertyMgr(), fName.get(), fHeader);
     typeAndCreator = properties.typeAndCreator();
   }
   std::string record;
