@@ -4,6 +4,7 @@
 #include <list>
 #include <map>
 #include <memory>
+#include <string_view>
 
 #include "package/detail/BasePackage.h"
 #include "package/detail/ZipPkgDirectory.h"
@@ -83,6 +84,7 @@ private:
 
   using EntryHandle = SPRefType<IPkgEntry<Context>>;
   using EntryList = std::list<EntryHandle>;
+  using NameView = std::basic_string_view<typename String::value_type>;
 
   // Opening.
   void init();
@@ -127,7 +129,7 @@ private:
   bool fSaveAs = false;
   ZipPkgFile<Context>* fCurrentWriter = nullptr;  // the entry with the direct stream
   bool fOutputWritten = false;
-  std::map<String, EntryHandle> fEntries;
+  std::map<NameView, EntryHandle> fEntries;  // by their own names
   EntryList fChangedEntries;
   EntryList fQueuedEntries;
   FileHandle fOutFile;

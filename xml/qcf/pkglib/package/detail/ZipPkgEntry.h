@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 
 #include "package/detail/BasePkgEntry.h"
 #include "package/detail/ZpCentralDir.h"
@@ -53,7 +54,16 @@ protected:
   // longer, and write it anew.
   void leavePackage();
 
-  std::unique_ptr<ZpLocalFileEntry<Context>> fReadLocal;
+  // What is kept of the local header as the package stands.
+  struct ReadLocal {
+    explicit ReadLocal(const ZpLocalFileEntry<Context>& local)
+        : dataOffset(static_cast<std::uint32_t>(local.dataOffset())),
+          method(local.fHeader.method) {}
+
+    std::uint32_t dataOffset;  // from the header's start to the data
+    std::uint16_t method;
+  };
+
   std::unique_ptr<ZpLocalFileEntry<Context>> fWriteLocal;
   // Shared with the package's directory and the update's, so that a client may hold an entry longer
   // than those.
@@ -61,6 +71,7 @@ protected:
   Record fWriteCentral;
   std::int64_t fExpectedSize = 0;
   std::uint32_t fExpectedCRC = 0;
+  std::optional<ReadLocal> fReadLocal;
 
 private:
   void bindToRecord(const Record& record);

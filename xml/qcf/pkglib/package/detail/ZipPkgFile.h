@@ -71,9 +71,9 @@ private:
 
     // Makes a new file. None must exist.
     void create(HiddenState state);
-    bool exists() const { return static_cast<bool>(fName); }
-    bool counts() const { return exists() && fHiddenState == Counted; }
-    void setState(HiddenState state) { fHiddenState = state; }
+    bool exists() const { return fHeld != nullptr; }
+    bool counts() const { return exists() && fHeld->state == Counted; }
+    void setState(HiddenState state) { fHeld->state = state; }
     // The file, open for reading and writing: opened again where it was closed.
     const File& reopened();
     // Closes what is open; the name stays.
@@ -82,10 +82,14 @@ private:
     void discard();
 
   private:
+    struct Held {
+      FileName name;
+      File file;  // null while it is closed
+      HiddenState state = Counted;
+    };
+
     ZipPackage<Context>* fPackage;  // not owned
-    HiddenState fHiddenState = Counted;
-    File fFile;
-    FileName fName;
+    std::unique_ptr<Held> fHeld;    // most entries never have a file
   };
   using Streams = std::list<ZipPkgStream<Context>*,
                             ZipAllocator<ZipPkgStream<Context>*, typename Context::AllocPolicy>>;

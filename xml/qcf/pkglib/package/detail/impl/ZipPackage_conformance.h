@@ -47,7 +47,7 @@ bool ZipPackage<Context>::isValidMimetype(const SPRefType<IPkgFile<Context>>& fi
   const CentralDirHeader& header = entry->fReadCentral->fHeader;
   return header.method == CompressionStored && header.localOffsetLow == 0 &&
          header.localOffsetHigh == 0 && entry->fReadLocal &&
-         entry->fReadLocal->fHeader.method == CompressionStored;
+         entry->fReadLocal->method == CompressionStored;
 }
 
 // Puts a new, stored entry with the same type in the place of the invalid one, in memory: the next

@@ -125,7 +125,7 @@ template <class Context>
 SPRefType<IPkgEntry<Context>> ZipPackage<Context>::enter(ZipPkgEntry<Context>* entry) {
   EntryHandle handle(entry);
   if (fInUpdate) tieToUpdate(entry);
-  fEntries.insert_or_assign(entry->fName, handle);
+  fEntries.emplace(entry->fName, handle);
   return handle;
 }
 
@@ -155,7 +155,7 @@ SPRefType<IPkgEntry<Context>> ZipPackage<Context>::entryOf(const Record& record)
       isDirectoryName(record->fName.get())
           ? static_cast<ZipPkgEntry<Context>*>(new ZipPkgDirectory<Context>(record, this))
           : new ZipPkgFile<Context>(record, this));
-  return fEntries.emplace_hint(place, path, entry)->second;
+  return fEntries.emplace_hint(place, zipEntry(entry)->fName, entry)->second;
 }
 
 template <class Context>

@@ -44,8 +44,9 @@ void ZipPkgEntry<Context>::bindToRecord(const Record& record) {
   IPkgFSFileCommon* const file = zipPackage()->fPackageFile.get();
   if (file->isSeekable()) {
     file->seek(static_cast<long long>(record->fLocalOffset), SEEK_SET);
-    fReadLocal = std::make_unique<ZpLocalFileEntry<Context>>();
-    fReadLocal->readLFH(file);
+    ZpLocalFileEntry<Context> local;
+    local.readLFH(file);
+    fReadLocal = ReadLocal(local);
   }
   this->fMethod = record->fHeader.method == 0 ? CompressionStored : CompressionDeflated;
   fExpectedSize = static_cast<std::int64_t>(record->fUncompressedSize);
@@ -159,7 +160,8 @@ std::uint16_t ZipPkgEntry<Context>::dateTimeProperty(QCFPropertyName name, std::
 template <class Context>
 void ZipPkgEntry<Context>::endUpdate() {
   this->fModified = false;
-  if (fWriteLocal) fReadLocal = std::move(fWriteLocal);
+  if (fWriteLocal) fReadLocal = ReadLocal(*fWriteLocal);
+  fWriteLocal.reset();
   fReadCentral = fWriteCentral;  // null for an entry that the new directory does not list
   fWriteCentral.reset();
   if (!fReadCentral) return;

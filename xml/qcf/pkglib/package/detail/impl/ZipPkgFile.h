@@ -124,35 +124,35 @@ SPRefType<IPkgDirectory<Context>> ZipPkgFile<Context>::toDirectory() {
 
 template <class Context>
 void ZipPkgFile<Context>::MyTempFile::create(HiddenState state) {
-  fFile = fPackage->fFileSystem->createTempFile();
+  auto held = std::make_unique<Held>();
+  held->state = state;
+  held->file = fPackage->fFileSystem->createTempFile();
   try {
-    fName = fFile->getName();
+    held->name = held->file->getName();
   } catch (...) {
-    const File nameless = fFile;
-    fFile.reset();
     try {
-      nameless->close();
+      held->file->close();
     } catch (...) {  // that it has no name is what the caller is told
     }
     throw;
   }
-  fHiddenState = state;
+  fHeld = std::move(held);
 }
 
 template <class Context>
 const boost::shared_ptr<IPkgFSFile<Context>>& ZipPkgFile<Context>::MyTempFile::reopened() {
-  if (!fFile) {
-    fFile =
-        fPackage->fFileSystem->reopenTempFileByName(fName, std::ios_base::in | std::ios_base::out);
+  if (!fHeld->file) {
+    fHeld->file = fPackage->fFileSystem->reopenTempFileByName(
+        fHeld->name, std::ios_base::in | std::ios_base::out);
   }
-  return fFile;
+  return fHeld->file;
 }
 
 template <class Context>
 void ZipPkgFile<Context>::MyTempFile::close() {
-  if (!fFile) return;
-  const File file = fFile;
-  fFile.reset();
+  if (!exists() || !fHeld->file) return;
+  const File file = fHeld->file;
+  fHeld->file.reset();
   file->close();
 }
 
@@ -160,8 +160,8 @@ template <class Context>
 void ZipPkgFile<Context>::MyTempFile::discard() {
   if (!exists()) return;
   close();
-  fPackage->fFileSystem->deleteTempFileByName(fName);
-  fName.reset();
+  fPackage->fFileSystem->deleteTempFileByName(fHeld->name);
+  fHeld.reset();
 }
 
 template <class Context>
@@ -172,7 +172,7 @@ ZipPkgFile<Context>::MyTempFile::~MyTempFile() {
   } catch (...) {  // the file goes all the same
   }
   try {
-    fPackage->fFileSystem->deleteTempFileByName(fName);
+    fPackage->fFileSystem->deleteTempFileByName(fHeld->name);
   } catch (...) {  // a destructor has nobody to tell
   }
 }

@@ -38,7 +38,7 @@ void ZipPkgStreamBuf<Context>::initReading() {
   this->fFile = package()->fPackageFile;
   this->fMethod = fRaw ? CompressionStored : fEntry->getCompressionMethod();
   startAt(static_cast<std::int64_t>(fEntry->fReadCentral->fLocalOffset +
-                                    fEntry->fReadLocal->dataOffset()));
+                                    fEntry->fReadLocal->dataOffset));
   fSize = fRaw ? fEntry->getCompressedSize64() : fEntry->getSize64();
   this->fFileEnd = wrappingSum(this->fDataStart, fEntry->getCompressedSize64());
   if (inflates()) startInflate();
