@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <csignal>
+#include <cstddef>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -23,15 +24,15 @@ namespace {
 
 using namespace std::chrono_literals;
 
-// What goes before the bytes of a message.
+// What goes before the bytes of a message. Both ends are of one build.
 struct Head {
-  std::uint64_t size;
+  std::size_t size;
   std::int32_t failed;  // the bytes are the text of an Error
   std::int32_t result;  // of that error
 };
 
 // Larger than any answer: a child whose memory is spoilt may say anything.
-constexpr std::uint64_t kMostBytes = 1u << 30;
+constexpr std::size_t kMostBytes = 1u << 30;
 
 // Writing to a process that is gone must not end this one.
 class IgnoringPipeSignal {
