@@ -125,13 +125,16 @@ private:
     fEnvironment = {{"XDG_CACHE_HOME", (fFolder / "cache").string()},
                     {"ASAN_OPTIONS", "detect_leaks=0"}};
     fFolder.write("input", "input");
+    std::filesystem::create_directories(fFolder / "folder/below");
+    fFolder.write("folder/below/input", "input");
     support::python(
         "import random, wave\n"
         "random.seed(1)\n"
         "with wave.open('in.wav', 'wb') as w:\n"
         "    w.setparams((2, 2, 8000, 0, 'NONE', ''))\n"
         "    w.writeframes(random.randbytes(12000))\n"
-        "open('text', 'w').write('some text ' * 900)\n",
+        "for name in 'text', 'folder/text':\n"
+        "    open(name, 'w').write('some text ' * 900)\n",
         {}, fFolder.path());
     must({QCFPKG, "create", "--type", "a/b", "a.pkg", "input", "one=in.wav", "two=text"});
     must({QCFPKG, "add", "--in-place", "--store", "a.pkg", "dead=text"});
@@ -158,7 +161,7 @@ inline const std::vector<Change> kChanges = {
     {"prop", QCFPKG, {"prop", "set", "a.pkg", "two", "mac-type", "TEXT"}, "a.pkg", kNext},
     {"create",
      QCFPKG,
-     {"create", "--type", "a/b", "new.pkg", "one=in.wav", "text"},
+     {"create", "--type", "a/b", "new.pkg", "one=in.wav", "folder"},
      "new.pkg",
      kNextNew},
     {"make", QSNDHOST, kMake, "out.qsnd", kMake},

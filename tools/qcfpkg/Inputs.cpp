@@ -1,8 +1,11 @@
 #include "Inputs.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <filesystem>
+#include <memory>
 
+#include <dirent.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -88,26 +91,37 @@ private:
     put(input);
   }
 
-  void visitFolder(const std::string& name, const std::string& source, std::time_t modified) {
-    std::vector<fs::directory_entry> items;
-    std::error_code error;
-    for (fs::directory_iterator item(source, error), end; !error && item != end;
-         item.increment(error)) {
-      items.push_back(*item);
+  // What is in a folder, in order. The standard library's iterator ends the process where there is
+  // no memory for a name.
+  static std::vector<std::string> namesIn(const std::string& folder) {
+    const std::unique_ptr<DIR, int (*)(DIR*)> open(opendir(folder.c_str()), closedir);
+    if (open == nullptr) refuse(folder, tools::systemReason());
+    std::vector<std::string> names;
+    errno = 0;
+    while (const dirent* const item = readdir(open.get())) {
+      const std::string name = item->d_name;
+      if (name != "." && name != "..") names.push_back(name);
+      errno = 0;
     }
-    if (error) refuse(source, error.message());
+    if (errno != 0) refuse(folder, tools::systemReason());
+    std::sort(names.begin(), names.end());
+    return names;
+  }
+
+  void visitFolder(const std::string& name, const std::string& source, std::time_t modified) {
+    const std::vector<std::string> leaves = namesIn(source);
     if (!name.empty()) put({name + "/", source, 0, modified});
-    std::sort(items.begin(), items.end());
-    for (const fs::directory_entry& item : items) {
-      const std::string leaf = item.path().filename().string();
+    for (const std::string& leaf : leaves) {
+      const fs::path path = fs::path(source) / leaf;
+      std::error_code error;
       // A link to a folder may lead anywhere, back into this one, too.
-      if (item.is_symlink(error) && item.is_directory(error)) {
-        fTool.note(fmt::format("left out {}, a symbolic link to a folder",
-                               tools::shown(item.path().string())));
+      if (fs::is_symlink(path, error) && fs::is_directory(path, error)) {
+        fTool.note(
+            fmt::format("left out {}, a symbolic link to a folder", tools::shown(path.string())));
         continue;
       }
-      if (fs::equivalent(item.path(), fPackage, error)) continue;
-      visit(name.empty() ? leaf : name + "/" + leaf, item.path().string(), true);
+      if (fs::equivalent(path, fPackage, error)) continue;
+      visit(name.empty() ? leaf : name + "/" + leaf, path.string(), true);
     }
   }
 
