@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include "Program.h"
+#include "support/FullDisk.h"
 
 // Whatever happens to a run, there is the old package or the new one.
 
@@ -89,7 +90,7 @@ TEST_F(Safety, AFullDiskLeavesTheOldPackage) {
        {"add a.pkg y=small", "remove a.pkg small", "compact a.pkg", "comment a.pkg c",
         "type a.pkg c/d", "prop set a.pkg small mac-type x", "create --type a/b n.pkg a.pkg"}) {
     // A limit on the size of files is the disk that fills: 1 MB.
-    const auto finished = shell("trap '' XFSZ; ulimit -f 2000; exec \"$0\" " + std::string(change));
+    const auto finished = shell(support::onFullDisk(2000, change));
     EXPECT_EQ(finished.status, 3) << change;
     EXPECT_EQ(std::count(finished.err.begin(), finished.err.end(), '\n'), 1) << finished.err;
     EXPECT_EQ(folder.read("a.pkg"), before) << change;

@@ -4,6 +4,7 @@
 
 #include "Program.h"
 #include "support/Fixtures.h"
+#include "support/FullDisk.h"
 
 namespace {
 
@@ -176,8 +177,7 @@ TEST_F(Make, AFailureLeavesTheOldFileAndNothingElse) {
   EXPECT_EQ(run({"make", "bad.wav", "old.qsnd"}).status, 3);
   expectFailure(run({"make", "a.wav", "./a.wav"}), 2,
                 "cannot make a document of a.wav: the output is the file itself");
-  // A disk that is full after 40 KiB.
-  const auto full = shell("ulimit -f 40; trap '' XFSZ; \"$0\" make a.wav old.qsnd");
+  const auto full = shell(support::onFullDisk(40, "make a.wav old.qsnd"));
   EXPECT_EQ(full.status, 3);
   EXPECT_EQ(full.err.find("qsndhost: cannot write old.qsnd: "), 0u) << full.err;
   EXPECT_EQ(std::count(full.err.begin(), full.err.end(), '\n'), 1) << full.err;

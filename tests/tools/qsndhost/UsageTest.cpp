@@ -3,6 +3,7 @@
 #include <vector>
 
 #include "Program.h"
+#include "support/FullDisk.h"
 
 namespace {
 
@@ -115,7 +116,7 @@ TEST_F(Usage, AFullDiskIsTold) {
                   "cannot write standard output: No space left on device");
   }
   for (const char* const command : {"export a.qsnd b.wav", "waveform a.qsnd b.svg"}) {
-    const auto full = shell("ulimit -f 8; trap '' XFSZ; \"$0\" " + std::string(command));
+    const auto full = shell(support::onFullDisk(8, command));
     EXPECT_EQ(full.status, 3) << command;
     EXPECT_NE(full.err.find("cannot write b."), std::string::npos) << full.err;
     EXPECT_NE(full.err.find(": File too large"), std::string::npos) << full.err;
@@ -132,13 +133,12 @@ TEST_F(Usage, AFailureLeavesNoInflatedAudioBehind) {
   folder.write("a.wav", wave.bytes());
   must({"make", "--deflate", "a.wav", "a.qsnd"});
   environment = {{"XDG_CACHE_HOME", (folder / "cache").string()}};
-  // In blocks of 512 bytes: room for neither, then for the inflated audio but not for twice as
+  // Room for neither, then for the inflated audio but not for twice as
   // much.
   for (const auto& [blocks, words] :
-       {std::pair{"8", "cannot export a.qsnd: the audio data ends too early, or there was no room"},
-        {"600", "cannot write b.wav: File too large"}}) {
-    const auto full =
-        shell("ulimit -f " + std::string(blocks) + "; trap '' XFSZ; \"$0\" export a.qsnd b.wav");
+       {std::pair{8, "cannot export a.qsnd: the audio data ends too early, or there was no room"},
+        {600, "cannot write b.wav: File too large"}}) {
+    const auto full = shell(support::onFullDisk(blocks, "export a.qsnd b.wav"));
     EXPECT_EQ(full.status, 3);
     EXPECT_NE(full.err.find(words), std::string::npos) << full.err;
     EXPECT_TRUE(std::filesystem::is_empty(folder / "cache/TemporaryItems")) << words;
