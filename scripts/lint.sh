@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Static checks of what is installed, and of the programs: cppcheck (.cppcheck says what does not apply, and why) over
-# everything, and clang-tidy (.clang-tidy says why each check is there), which tells the warnings of clang++ too.
+# everything, and clang-tidy (.clang-tidy says why each check is there), which tells the warnings of clang++ too. Then the
+# library's binary interface, beside the last one (scripts/abi.sh).
 #
 #   lint.sh         clang-tidy over the library's one instantiation, and over what changed since the commit LINT_SINCE,
 #                   the last one unless it is set
@@ -60,6 +61,9 @@ print(json.dumps([one for one in commands if any(one["file"].startswith(folder) 
   build/lint/compile_commands.json >build/cppcheck/compile_commands.json
 cppcheck --project=build/cppcheck/compile_commands.json --quiet --inline-suppr --error-exitcode=1 -j "$jobs" \
   --enable=warning,performance,portability --suppressions-list=.cppcheck --suppress='*:/usr/*' || status=1
+
+printf 'abidiff: the shared library\n'
+bash scripts/abi.sh || status=1
 
 [[ $status -ne 0 ]] || printf 'lint: clean\n'
 exit "$status"

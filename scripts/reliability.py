@@ -66,6 +66,11 @@ def lint(log):
     return sources + [f"{len(re.findall(r': (?:warning|error|portability|performance|style):', log))} findings"]
 
 
+def abi(log):
+    same = re.search(r"^abi: (\d+ functions, \d+ types) as in", log, re.M)
+    return [f"{same[1]} as in the last dump"] if same else []
+
+
 def coverage(log):
     shares = re.findall(r"^(lines|branches): ([\d.]+)% \((\d+) out of (\d+)\)", log, re.M)
     return [f"{share}% of {int(all_):,} {what}" for what, share, _, all_ in shares]
@@ -77,7 +82,7 @@ def valgrind(log):
 
 READERS = {"tests": kills, "walk": walk, "mutations": ctest, "audio": ctest, "crashes": crashes,
            "sanitizers": ctest, "threads": ctest, "m32": ctest, "darwin": ctest, "fuzz": fuzz, "lint": lint,
-           "coverage": coverage, "valgrind": valgrind}
+           "abi": abi, "coverage": coverage, "valgrind": valgrind}
 
 
 def row(step, logs):

@@ -4,7 +4,7 @@
 #
 #   verify.sh              every step
 #   verify.sh STEP...      some: tests walk mutations audio crashes sanitizers threads m32 darwin fuzz lint
-#                          coverage valgrind
+#                          abi coverage valgrind
 #   FUZZ_MINUTES=5 verify.sh fuzz    a shorter one
 set -euo pipefail
 . "$(dirname "$0")/help.sh"
@@ -13,7 +13,7 @@ cd "$(dirname "$0")/.."
 logs=build/verify
 bin=build/debug/tests
 jobs=$(nproc)
-steps=(tests walk mutations audio crashes sanitizers threads m32 darwin fuzz lint coverage valgrind)
+steps=(tests walk mutations audio crashes sanitizers threads m32 darwin fuzz lint abi coverage valgrind)
 
 build() {
   cmake --preset "$1"
@@ -46,6 +46,7 @@ run_m32() { bash scripts/test.sh m32; }
 run_darwin() { bash scripts/check-darwin.sh; }
 run_fuzz() { bash scripts/fuzz.sh "${FUZZ_MINUTES:-60}"; }
 run_lint() { bash scripts/lint.sh --all; }
+run_abi() { bash scripts/abi.sh; }
 run_coverage() { bash scripts/coverage.sh; }
 # The suites of the library's own code; the others start programs, or are about time.
 run_valgrind() {
