@@ -52,7 +52,7 @@ std::string whyNotRead(std::int32_t result) {
     case ResultNoAudio:
       return "there is no audio at that position";
     case ResultNothingRead:
-      return "the audio data ends too early, or there was no room to inflate it";
+      return "the audio data ends too early, or could not be inflated into the cache folder";
     case -1:
       return "the audio data cannot be read";
     default:
@@ -78,13 +78,18 @@ Document::~Document() {
 }
 
 void Document::open() {
+  // An importer that opens a pipe waits for who writes to it, and cannot seek there.
+  const std::filesystem::path path = qvacore::utility::UTF16to8(fPath.c_str());
+  if (std::error_code error; std::filesystem::is_other(path, error)) {
+    throw Error("is not a regular file");
+  }
   imFileOpenRec8 record{};
   record.path = fPath.c_str();
   record.privateData = fInstance;
   const auto result = fModule->call(SelectorOpenFile8, &fFileRef, &record);
   fInstance = record.privateData;
   if (result == ResultSuccess) return;
-  throw Error(whyNotOpened(qvacore::utility::UTF16to8(fPath.c_str())), result);
+  throw Error(whyNotOpened(path), result);
 }
 
 void Document::inform() {

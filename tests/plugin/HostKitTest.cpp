@@ -109,8 +109,10 @@ TEST_F(HostKit, SaysWhyAudioCannotBeRead) {
   wave.dataSize = 100;
   hostkit::Document sound(bundle, folder.write("short.qsnd", storedDocument(wave.bytes())));
   ChannelBuffers out(1, 10);
-  EXPECT_EQ(problemOf([&] { sound.read(0, 10, out.data()); }),
-            (Problem{"the audio data ends too early, or there was no room to inflate it", 38}));
+  EXPECT_EQ(
+      problemOf([&] { sound.read(0, 10, out.data()); }),
+      (Problem{"the audio data ends too early, or could not be inflated into the cache folder",
+               38}));
   EXPECT_EQ(problemOf([&] { sound.read(50, 10, out.data()); }),
             (Problem{"there is no audio at that position", 1}));
 }

@@ -52,7 +52,14 @@ void writeAll(int descriptor, const char* bytes, std::size_t size) {
 }  // namespace
 
 OutputFile::OutputFile(const Session& session, const std::string& target) {
-  if (target != "-") fTarget = resolved(target);
+  if (target.empty()) {
+    throw Failure("an output has no name; - is standard output", ExitUsage);
+  }
+  if (target != "-") {
+    fTarget = resolved(target);
+  } else if (isatty(STDOUT_FILENO) != 0) {
+    throw Failure("standard output is a terminal; name a file, or a pipe behind it", ExitUsage);
+  }
   const bool beside = !fTarget.empty() && isPlainFileOrAbsent(fTarget);
   if (beside) clearLeftovers(session, fTarget);
   fScratch = scratchTemplate(

@@ -8,6 +8,9 @@
 #include <system_error>
 #include <utility>
 
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
 
@@ -22,8 +25,11 @@ bool errorsInColour() {
 }
 
 void tell(const std::string& program, const std::string& line) {
-  const char* const format = errorsInColour() ? "\x1b[1;31m{}:\x1b[0m {}\n" : "{}: {}\n";
-  fmt::print(stderr, fmt::runtime(format), program, line);
+  if (errorsInColour()) {
+    printError("\x1b[1;31m{}:\x1b[0m {}\n", program, line);
+  } else {
+    printError("{}: {}\n", program, line);
+  }
 }
 
 std::string firstLine(const std::string& text) {
@@ -96,6 +102,16 @@ void runTelling(Session& session, const std::function<void(CLI::App&)>& describe
   }
 }
 
+// A file that is opened where a standard stream is closed would take what is meant for that. The
+// null device stands there instead, opened the wrong way round, so that using it fails as before.
+void holdStandardStreams() {
+  for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+    if (fcntl(stream, F_GETFD) >= 0) continue;
+    // The lowest free descriptor is this one.
+    if (open("/dev/null", stream == STDIN_FILENO ? O_WRONLY : O_RDONLY) < 0) return;
+  }
+}
+
 }  // namespace
 
 void Session::report(const Failure& failure) {
@@ -104,11 +120,12 @@ void Session::report(const Failure& failure) {
 }
 
 void Session::note(const std::string& line) const {
-  if (!quiet) fmt::print(stderr, "{}: {}\n", program, line);
+  if (!quiet) printError("{}: {}\n", program, line);
 }
 
 int runProgram(Session& session, const std::function<void(CLI::App&)>& describe, int argc,
                char** argv) {
+  holdStandardStreams();
   try {
     runTelling(session, describe, argc, argv);
   } catch (const std::bad_alloc&) {

@@ -26,7 +26,7 @@ Progress::Progress(std::string label, std::int64_t total, bool quiet, Unit unit)
       fNext(fStart + kDelay) {}
 
 Progress::~Progress() {
-  if (fDrawn) fmt::print(stderr, "\r\x1b[K");
+  if (fDrawn) printError("\r\x1b[K");
 }
 
 std::string Progress::remarks(std::int64_t done, Clock::time_point now) const {
@@ -68,8 +68,7 @@ void Progress::update(std::int64_t done) {
   if (!fActive || now < fNext) return;
   fNext = now + kInterval;
   fDrawn = true;
-  fmt::print(stderr, "\r\x1b[K{}", line(done, now));
-  std::fflush(stderr);
+  printError("\r\x1b[K{}", line(done, now));
 }
 
 }  // namespace tools

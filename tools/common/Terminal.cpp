@@ -1,10 +1,14 @@
 #include "common/Terminal.h"
 
+#include <cstdio>
 #include <cstdlib>
+#include <iterator>
 #include <string_view>
 
 #include <sys/ioctl.h>
 #include <unistd.h>
+
+#include <fmt/format.h>
 
 namespace tools {
 
@@ -21,6 +25,12 @@ std::size_t terminalColumns() {
   winsize size{};
   const bool known = ioctl(STDERR_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col != 0;
   return known ? size.ws_col : 80;
+}
+
+void vprintError(fmt::string_view format, fmt::format_args arguments) {
+  fmt::memory_buffer line;  // short ones need no memory
+  fmt::vformat_to(std::back_inserter(line), format, arguments);
+  std::fwrite(line.data(), 1, line.size(), stderr);
 }
 
 }  // namespace tools

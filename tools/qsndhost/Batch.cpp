@@ -61,7 +61,7 @@ std::string positionText(std::size_t index, std::size_t count) {
 }
 
 void showLine(const std::string& line) {
-  fmt::print(stderr, "{}\n", shortened(line, tools::terminalColumns() - 1));
+  tools::printError("{}\n", shortened(line, tools::terminalColumns() - 1));
 }
 
 void summarise(const Host& host, std::size_t count, std::size_t failed) {

@@ -5,6 +5,7 @@
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
 
+#include "Words.h"
 #include "common/Failure.h"
 
 namespace {
@@ -27,6 +28,11 @@ void addStretchOptions(CLI::App& command, Stretch& stretch) {
 // wrong.
 Stretch stretchIn(const hostkit::AudioSource& source, const Stretch& wanted,
                   const std::string& verb, const std::string& file) {
+  if (!isKnownSampleFormat(source.info().sampleFormat)) {
+    throw tools::Failure(
+        fmt::format("cannot {} {}: the importer does not know the format of its samples", verb,
+                    tools::shown(file)));
+  }
   const std::int64_t total = source.info().frames;
   if (wanted.start > total) {
     throw tools::Failure(fmt::format("cannot {} {}: --start {} is behind the end, {} frames", verb,

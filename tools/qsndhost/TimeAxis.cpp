@@ -59,7 +59,7 @@ std::string labelOf(double seconds, double start, double span, double step) {
   if (span >= kMinute || start >= kMinute) {
     return clockText(seconds, decimalsOf(step), end >= kHour);
   }
-  if (span < 1) return fmt::format("{:.{}f} ms", seconds * 1000, decimalsOf(step * 1000));
+  if (end < 1) return fmt::format("{:.{}f} ms", seconds * 1000, decimalsOf(step * 1000));
   return fmt::format("{:.{}f} s", seconds, decimalsOf(step));
 }
 

@@ -4,8 +4,11 @@
 
 #include <fmt/format.h>
 
-std::string sampleFormatName(std::int32_t number) {
-  switch (number) {
+namespace {
+
+// Null where the number is of no format that becomes audio.
+const char* nameOf(std::int32_t sampleFormat) {
+  switch (sampleFormat) {
     case 2:
       return "8-bit integer";
     case 3:
@@ -15,8 +18,19 @@ std::string sampleFormatName(std::int32_t number) {
     case 6:
       return "32-bit float";
     default:
-      return "unknown";
+      return nullptr;
   }
+}
+
+}  // namespace
+
+std::string sampleFormatName(std::int32_t number) {
+  const char* const name = nameOf(number);
+  return name == nullptr ? "unknown" : name;
+}
+
+bool isKnownSampleFormat(std::int32_t number) {
+  return nameOf(number) != nullptr;
 }
 
 std::string rateText(float rate) {

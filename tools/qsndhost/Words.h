@@ -9,6 +9,8 @@
 
 // A person's word for the importer's number of a sample format.
 std::string sampleFormatName(std::int32_t number);
+// Whether samples of that number become audio.
+bool isKnownSampleFormat(std::int32_t number);
 // "44.1 kHz".
 std::string rateText(float rate);
 // "1 channel".

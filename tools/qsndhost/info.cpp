@@ -13,14 +13,14 @@ nlohmann::json describeJSON(const hostkit::AudioInfo& info) {
           {"sampleRate", info.sampleRate},
           {"sampleFormat", sampleFormatName(info.sampleFormat)},
           {"frames", info.frames},
-          {"duration", secondsOf(info)}};
+          {"duration", info.sampleRate > 0 ? nlohmann::json(secondsOf(info)) : nullptr}};
 }
 
 std::string describeText(const std::string& path, const hostkit::AudioInfo& info) {
   return fmt::format(
       "{}\n  channels  {}\n  rate      {} Hz\n  format    {}\n  frames    {}\n  duration  {}\n",
-      tools::shown(path), info.channels, info.sampleRate, sampleFormatName(info.sampleFormat),
-      info.frames, durationText(info));
+      tools::shown(path), info.channels, static_cast<double>(info.sampleRate),
+      sampleFormatName(info.sampleFormat), info.frames, durationText(info));
 }
 
 struct Options {

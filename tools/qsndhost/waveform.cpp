@@ -139,7 +139,17 @@ void drawAll(Host& host, const Options& options) {
   });
 }
 
+// A pixel takes four bytes, and time.
+void checkSize(const Options& options) {
+  constexpr std::int64_t kMostPixels = 100'000'000;
+  if (std::int64_t{options.width} * options.height > kMostPixels) {
+    throw tools::Failure("--width times --height is more than 100 million pixels",
+                         tools::ExitUsage);
+  }
+}
+
 void run(Host& host, const Options& options) {
+  checkSize(options);
   const Outputs& outputs = options.outputs;
   const bool draws = !options.asJSON || !outputs.folder.empty() ||
                      (outputs.arguments.size() > 1 && isPicture(outputs.arguments.back()));

@@ -141,8 +141,8 @@ TEST_F(Qsndhost, AFailedExportLeavesNoFileAndTheOldOneAsItWas) {
   wave.dataSize = 1000;
   folder.write("short.qsnd", storedDocument(wave.bytes()));
   expectFailure(run({"export", "short.qsnd", "new.wav"}), 3,
-                "cannot export short.qsnd: the audio data ends too early, or there was no room to "
-                "inflate it");
+                "cannot export short.qsnd: the audio data ends too early, or could not be inflated "
+                "into the cache folder");
   folder.write("old.wav", "old");
   EXPECT_EQ(run({"export", "short.qsnd", "old.wav"}).status, 3);
   EXPECT_EQ(folder.read("old.wav"), "old");

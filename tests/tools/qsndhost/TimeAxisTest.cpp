@@ -35,6 +35,11 @@ TEST(TimeAxis, AShortSpanLateInADocumentIsToldByTheClock) {
   EXPECT_THAT(labels(3600, 0.02, 2), ElementsAre("1:00:00.00", "1:00:00.01", "1:00:00.02"));
 }
 
+TEST(TimeAxis, MillisecondsAreForTheFirstSecond) {
+  EXPECT_THAT(labels(50, 0.1, 2), ElementsAre("50.00 s", "50.05 s", "50.10 s"));
+  EXPECT_THAT(labels(0.8, 0.1, 2), ElementsAre("800 ms", "850 ms", "900 ms"));
+}
+
 TEST(TimeAxis, LabelsStandAtRoundTimesWhereverItBegins) {
   EXPECT_THAT(labels(0.37, 1, 2), ElementsAre("0.5 s", "1.0 s"));
   const auto marks = timeMarks(0.25, 0.5, 1);

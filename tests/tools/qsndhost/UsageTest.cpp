@@ -2,6 +2,8 @@
 #include <string>
 #include <vector>
 
+#include <sys/stat.h>
+
 #include "Program.h"
 #include "support/FullDisk.h"
 
@@ -63,6 +65,12 @@ TEST_F(Usage, AMistakeIsOneLineAndNothingHalfWritten) {
   folder.write("short.qsnd", storedDocument(wave.bytes()));
   folder.write("a.wav", "no audio");
   folder.write("old", "old");
+  Wave doubles;
+  doubles.tag = 3;
+  doubles.bits = 64;
+  doubles.data = std::string(800, 'x');
+  folder.write("doubles.qsnd", storedDocument(doubles.bytes()));
+  ASSERT_EQ(::mkfifo((folder / "pipe").c_str(), 0600), 0);
   const std::vector<Mistake> mistakes{
       {{"formats", "--bundle", "absent"}, 3, "cannot load absent"},
       {{"formats", "extra"}, 2, "extra"},
@@ -71,6 +79,9 @@ TEST_F(Usage, AMistakeIsOneLineAndNothingHalfWritten) {
       {{"info", "absent.qsnd"}, 3, "cannot open absent.qsnd: no such file"},
       {{"info", "no.qsnd"}, 3, "cannot open no.qsnd: not a sound document"},
       {{"info", "."}, 3, "cannot open .: is a folder"},
+      {{"info", "pipe"}, 3, "cannot open pipe: is not a regular file"},
+      {{"export", "a.qsnd", ""}, 2, "an output has no name"},
+      {{"export", "doubles.qsnd", "old"}, 3, "does not know the format of its samples"},
       {{"export", "a.qsnd"}, 2, "export takes FILE OUT.wav, or FILE... --folder FOLDER"},
       {{"export", "absent.qsnd", "old"}, 3, "cannot export absent.qsnd: no such file"},
       {{"export", "short.qsnd", "old"},
@@ -82,6 +93,10 @@ TEST_F(Usage, AMistakeIsOneLineAndNothingHalfWritten) {
       {{"waveform", "a.qsnd"}, 2, "waveform takes FILE OUT.png|OUT.svg"},
       {{"waveform", "a.qsnd", "a.txt"}, 2, "let it end in .png or .svg"},
       {{"waveform", "a.qsnd", "a.png", "--width", "15"}, 2, "--width"},
+      {{"waveform", "a.qsnd", "a.png", "--width", "20000", "--height", "20000"},
+       2,
+       "--width times --height is more than 100 million pixels"},
+      {{"waveform", "doubles.qsnd", "a.png"}, 3, "does not know the format of its samples"},
       {{"waveform", "a.qsnd", "a.png", "--theme", "blue"}, 2, "--theme"},
       {{"waveform", "a.qsnd", "a.png", "--start", "1001"}, 2, "--start 1001 is behind the end"},
       {{"waveform", "short.qsnd", "a.png"},
@@ -136,7 +151,8 @@ TEST_F(Usage, AFailureLeavesNoInflatedAudioBehind) {
   // Room for neither, then for the inflated audio but not for twice as
   // much.
   for (const auto& [blocks, words] :
-       {std::pair{8, "cannot export a.qsnd: the audio data ends too early, or there was no room"},
+       {std::pair{8,
+                  "cannot export a.qsnd: the audio data ends too early, or could not be inflated"},
         {600, "cannot write b.wav: File too large"}}) {
     const auto full = shell(support::onFullDisk(blocks, "export a.qsnd b.wav"));
     EXPECT_EQ(full.status, 3);
@@ -144,6 +160,32 @@ TEST_F(Usage, AFailureLeavesNoInflatedAudioBehind) {
     EXPECT_TRUE(std::filesystem::is_empty(folder / "cache/TemporaryItems")) << words;
   }
   EXPECT_EQ(files(), (std::vector<std::string>{"a.qsnd", "a.wav", "cache"}));
+}
+
+TEST_F(Usage, WorkIsDoneWhereNobodyCanBeTold) {
+  makeDocument("a.qsnd", 16, 7, 100);  // a note tells that six are delivered
+  for (const char* const nowhere : {"2>/dev/full", "2>&-"}) {
+    SCOPED_TRACE(nowhere);
+    const auto status = [&](const std::string& arguments) {
+      return shell("\"$0\" " + arguments + " " + nowhere).status;
+    };
+    EXPECT_EQ(status("--bogus"), 2);
+    EXPECT_EQ(status("info absent.qsnd"), 3);
+    EXPECT_EQ(status("export a.qsnd a.wav"), 0);
+    EXPECT_EQ(readSound(folder / "a.wav").info.frames, 100);
+    EXPECT_EQ(status("info absent.qsnd a.qsnd"), 3);
+    std::filesystem::remove(folder / "a.wav");
+  }
+}
+
+TEST_F(Usage, AClosedStandardOutputIsTold) {
+  makeDocument("a.qsnd", 16, 2, 100);
+  folder.write("a.wav", Wave{}.bytes());
+  for (const char* const command :
+       {"info a.qsnd", "formats", "export a.qsnd -", "waveform a.qsnd -", "make a.wav -"}) {
+    expectFailure(shell("\"$0\" " + std::string(command) + " >&-"), 3,
+                  "cannot write standard output: Bad file descriptor");
+  }
 }
 
 TEST_F(Usage, AReaderThatStopsEndsTheProgramWithoutAWord) {
