@@ -265,13 +265,15 @@ constexpr SampleKernels kSSSE3Kernels = {
     takeApartSSSE3,
     kSquares};
 
+// Floats are only moved: there the wider stores, which cross lines of the cache in buffers that are
+// aligned to 16 bytes, would lose.
 constexpr SampleKernels kAVX2Kernels = {
     {nullptr, convertAVX2<Int8>, convertAVX2<UInt8>, convertAVX2<Int16Little>,
      convert24AVX2<LittleBytes>, convertAVX2<Int32Little>, convertAVX2<Float32Little>,
      convertAVX2<Float64Little>, convertAVX2<Int16Big>, convert24AVX2<BigBytes>,
      convertAVX2<Int32Big>, convertAVX2<Float32Big>},
     {nullptr, stereoAVX2<Int8>, stereoAVX2<UInt8>, stereoAVX2<Int16Little>,
-     stereo24AVX2<LittleBytes>, stereoAVX2<Int32Little>, stereoAVX2<Float32Little>,
+     stereo24AVX2<LittleBytes>, stereoAVX2<Int32Little>, stereoSSSE3<Float32Little>,
      stereoAVX2<Float64Little>, stereoAVX2<Int16Big>, stereo24AVX2<BigBytes>, stereoAVX2<Int32Big>,
      stereoAVX2<Float32Big>},
     takeApartSSSE3,
