@@ -11,6 +11,7 @@
 #include <minizip/unzip.h>
 #include <minizip/zip.h>
 #include <zip.h>
+#include <zlib.h>
 
 #include "PackageRows.h"
 #include "Turns.h"
@@ -113,6 +114,21 @@ void appendMinizip(const std::string& path, const std::string& name) {
   require(zipClose(file, nullptr) == ZIP_OK, "minizip cannot close");
 }
 
+// What every contender that deflates in process has to do, with the library's memory level.
+void deflateAlone() {
+  z_stream z{};
+  require(deflateInit2(&z, Z_DEFAULT_COMPRESSION, Z_DEFLATED, -MAX_WBITS, MAX_MEM_LEVEL,
+                       Z_DEFAULT_STRATEGY) == Z_OK,
+          "deflate cannot begin");
+  Bytef out[4096];
+  z.next_in = reinterpret_cast<Bytef*>(const_cast<char*>(content(1)));
+  z.avail_in = 1024;
+  z.next_out = out;
+  z.avail_out = sizeof out;
+  require(deflate(&z, Z_FINISH) == Z_STREAM_END, "deflate cannot end");
+  deflateEnd(&z);
+}
+
 // What is appended has a new name each time; the programs take it from a file of that name. Each
 // contender has a package of its own, which keeps what was appended in earlier rounds.
 class Appenders {
@@ -133,6 +149,7 @@ public:
     });
     for (std::size_t who = 1; who < all.size(); ++who)
       turns::apart([&] { requireSameEntries(path("package"), path(all[who].who)); });
+    all.push_back({"deflate alone", deflateAlone});
   }
 
   ~Appenders() {
@@ -167,7 +184,9 @@ std::vector<turns::Contender> appenders(const support::TempDir& folder, const Sh
   const auto state = std::make_shared<Appenders>(folder, shape);
   std::vector<turns::Contender> all = state->all;
   for (turns::Contender& one : all)
-    one.prepare = [state, prepare = one.prepare] { prepare(); };
+    one.prepare = [state, prepare = one.prepare] {
+      if (prepare) prepare();
+    };
   return all;
 }
 

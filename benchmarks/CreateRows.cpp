@@ -2,6 +2,7 @@
 // programs that read the same from files.
 
 #include <algorithm>
+#include <cstdio>
 #include <cstring>
 #include <filesystem>
 #include <functional>
@@ -171,13 +172,15 @@ std::vector<turns::Contender> creators(const support::TempDir& folder, const Sha
   return all;
 }
 
-// With the level and the memory level of the library, and the checksum; writes nothing.
-void deflateAlone(const Shape& shape) {
+// With the level and the memory level of the library, and the checksum. Hands what comes out to
+// `take`, at most `size` bytes at a time.
+template <class Take>
+void deflateAll(const Shape& shape, std::size_t size, Take take) {
   z_stream z{};
   require(deflateInit2(&z, Z_DEFAULT_COMPRESSION, Z_DEFLATED, -MAX_WBITS, MAX_MEM_LEVEL,
                        Z_DEFAULT_STRATEGY) == Z_OK,
           "deflate cannot begin");
-  std::vector<Bytef> out(kContentBlock);
+  std::vector<Bytef> out(size);
   uLong crc = crc32(0, nullptr, 0);
   for (std::size_t block = 0; block <= shape.blocks; ++block) {
     const bool last = block == shape.blocks;
@@ -189,10 +192,21 @@ void deflateAlone(const Shape& shape) {
       z.next_out = out.data();
       z.avail_out = static_cast<uInt>(out.size());
       deflate(&z, last ? Z_FINISH : Z_NO_FLUSH);
+      take(out.data(), out.size() - z.avail_out);
     } while (z.avail_out == 0);
   }
   benchmark::DoNotOptimize(crc);
   deflateEnd(&z);
+}
+
+// And written in the blocks in which the library writes.
+void deflateBehindStdio(const std::string& path, const Shape& shape) {
+  const std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(std::fopen(path.c_str(), "w+b"),
+                                                             std::fclose);
+  require(file != nullptr, "cannot create " + path);
+  deflateAll(shape, 4096, [&](const Bytef* bytes, std::size_t count) {
+    std::fwrite(bytes, 1, count, file.get());
+  });
 }
 
 std::vector<turns::Contender> oneDeflated(const support::TempDir& folder, const Shape& shape) {
@@ -202,7 +216,14 @@ std::vector<turns::Contender> oneDeflated(const support::TempDir& folder, const 
     requireSameEntries(path, path);
   });
   return {{"package", [=] { createPackage(path, shape); }, [=] { std::filesystem::remove(path); }},
-          {"deflate and crc32 alone", [=] { deflateAlone(shape); }}};
+          {"deflate and crc32 alone",
+           [=] { deflateAll(shape, kContentBlock, [](const Bytef*, std::size_t) {}); }}};
+}
+
+turns::Contender behindStdio(const support::TempDir& folder, const Shape& shape) {
+  const std::string path = (folder / "stdio").string();
+  return {"the same behind stdio", [=] { deflateBehindStdio(path, shape); },
+          [path] { std::filesystem::remove(path); }};
 }
 
 double growthWithSize(const support::TempDir& folder, const Shape& large) {
@@ -226,6 +247,15 @@ void addCreateRows(const support::TempDir& folder, std::size_t part) {
   const std::size_t blocks = 500'000'000 / kContentBlock / part;
   const Shape stored{1, blocks, kContentBlock, false};
   turns::add({"create 500 MB stored", [=, &folder] { return creators(folder, stored); },
+              turns::Place::OwnProcess});
+  // Short enough for many rounds, and for one more contender.
+  const Shape tenth{1, blocks / 10, kContentBlock, true};
+  turns::add({"create 50 MB deflated",
+              [=, &folder] {
+                std::vector<turns::Contender> all = oneDeflated(folder, tenth);
+                all.push_back(behindStdio(folder, tenth));
+                return all;
+              },
               turns::Place::OwnProcess});
   const Shape deflated{1, blocks, kContentBlock, true};
   turns::add({"create 500 MB deflated", [=, &folder] { return oneDeflated(folder, deflated); },

@@ -2,7 +2,6 @@
 // against libraries that read the same WAV file, and against the floor of inflate alone.
 
 #include <cstdint>
-#include <cstdio>
 #include <cstdlib>
 #include <memory>
 #include <string>
@@ -62,37 +61,20 @@ for suffix, method in ('.stored.qsnd', zipfile.ZIP_STORED), ('.deflated.qsnd', z
   return {stem + ".wav", stem + ".stored.qsnd", stem + ".deflated.qsnd"};
 }
 
-// What an import cannot do without: a seek and a read of a whole block through stdio, with its
-// default buffer, wherever a request leaves the block in hand. In the calls that cost least: none
-// to where the file stands, and else a relative one behind fflush, which is a single call
-// into the system.
+// The blocks that an import reads, and nothing done with them.
 turns::Contender stdioAlone(const std::string& path, const Pattern& pattern,
                             std::size_t frameBytes) {
-  const std::shared_ptr<std::FILE> file(std::fopen(path.c_str(), "rb"), std::fclose);
-  const auto block = std::make_shared<std::vector<char>>(kBlock);
-  const auto blockFrames = static_cast<std::int64_t>(kBlock / frameBytes);
-  return {
-      "stdio alone", [=] {
-        std::int64_t held = -blockFrames;
-        for (const std::int64_t position : pattern.positions) {
-          for (std::int64_t at = position; at < position + pattern.frames;) {
-            if (at < held || at >= held + blockFrames) {
-              held = at;
-              // The importer's stream sits on odd offsets too.
-              const off_t target = 61 + at * static_cast<std::int64_t>(frameBytes);
-              if (const off_t here = ftello(file.get()); here != target) {
-                std::fflush(file.get());
-                fseeko(file.get(), target - here, SEEK_CUR);
-              }
-              if (std::fread(block->data(), 1, frameBytes * static_cast<std::size_t>(blockFrames),
-                             file.get()) == 0) {
-                return;
+  constexpr std::int64_t kOddStart = 61;  // the importer's stream sits on odd offsets too
+  const auto blocks = std::make_shared<StdioBlocks>(path, kOddStart, frameBytes);
+  return {"stdio alone", [=] {
+            for (const std::int64_t position : pattern.positions) {
+              for (std::int64_t at = position; at < position + pattern.frames;) {
+                const std::size_t held = blocks->from(at).second;
+                if (held == 0) return;
+                at += static_cast<std::int64_t>(held);
               }
             }
-            at = held + blockFrames;
-          }
-        }
-      }};
+          }};
 }
 
 // Opens, reads front to back and closes.
@@ -136,7 +118,9 @@ void addStoredRows(const Format& format, const Files& files) {
   }
   turns::add({std::string("random stretches, stored, ") + format.name, [=] {
                 auto all = contenders({{"importer", openBundle(files.stored)},
-                                       {"libsndfile", openSndfile(files.wave)}},
+                                       {"libsndfile", openSndfile(files.wave)},
+                                       {"stdio and conversion",
+                                        openStdio(files.stored, format.bits, format.channels)}},
                                       randomStretches(), format.channels);
                 all.push_back(stdioAlone(files.stored, randomStretches(), frameBytes));
                 return all;

@@ -8,13 +8,14 @@
 #include <vector>
 
 #include "AudioSources.h"
+#include "StdioBlocks.h"
 #include "Turns.h"
 
 // What the rows of the audio road have in common: files with the same audio, the ways that an
 // import takes through them, and contenders that go these ways and agree on what they find.
 
 constexpr std::int64_t kFrames = 48000 * 40;  // in each file
-constexpr std::size_t kBlock = 32768;         // what the importer asks of its stream, in bytes
+constexpr std::size_t kBlock = StdioBlocks::kBlock;
 
 struct Files {
   std::string wave;

@@ -2,6 +2,7 @@
 // its own, so that its time and its peak memory are its own.
 
 #include <cstddef>
+#include <cstdlib>
 
 #include "PackageRows.h"
 #include "Turns.h"
@@ -9,6 +10,8 @@
 
 int main(int argc, char** argv) {
   const support::TempDir folder;
+  // What waits for an update goes there.
+  ::setenv("XDG_CACHE_HOME", folder.path().c_str(), 1);
   return turns::run(argc, argv,
                     "Packages opened, walked, created, saved and appended to, against libraries "
                     "and programs that do the same. Works in $TMPDIR, with up to 6 GB.",

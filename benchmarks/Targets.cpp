@@ -21,6 +21,7 @@ constexpr Target kTargets[] = {
     {"random stretches, stored, 24 bit, 8 channels", "libsndfile", 1.9},
     {"random stretches, stored, 24 bit", "libsndfile", 1.6},
     {"random stretches, stored, float", "libsndfile", 1.4},
+    {"random stretches, stored", "stdio and conversion", 0.95},
     {"entry front to back, deflated", "inflate alone", 0.95},
     {"entry front to back, deflated", "minizip", 1.0},
     {"import front to back, deflated", "inflate alone", 0.95},
