@@ -35,7 +35,8 @@ public:
 
 private:
   void readAt(std::int64_t position) {
-    const off_t target = fStart + position * static_cast<std::int64_t>(fFrameBytes);
+    const auto target =
+        static_cast<off_t>(fStart + position * static_cast<std::int64_t>(fFrameBytes));
     if (const off_t here = ftello(fFile.get()); here != target) {
       std::fflush(fFile.get());
       fseeko(fFile.get(), target - here, SEEK_CUR);

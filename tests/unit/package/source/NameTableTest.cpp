@@ -52,7 +52,7 @@ TEST(NameTable, AnEmptyTableFindsNothing) {
 }
 
 TEST(NameTable, HasTheRoomThatWasAskedFor) {
-  for (const std::size_t count : {0, 1, 8, 9, 1000})
+  for (const unsigned count : {0u, 1u, 8u, 9u, 1000u})
     EXPECT_GE(NameTable(count).room(), count);
 }
 
