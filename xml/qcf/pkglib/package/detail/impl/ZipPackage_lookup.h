@@ -139,7 +139,7 @@ void ZipPackage<Context>::tieToUpdate(ZipPkgEntry<Context>* entry) {
 template <class Context>
 SPRefType<IPkgEntry<Context>> ZipPackage<Context>::getEntry(const Record& record) {
   const std::size_t known = fEntries.size();
-  const EntryHandle handle = entryOf(record);
+  EntryHandle handle = entryOf(record);
   if (fInUpdate && fEntries.size() != known) tieToUpdate(zipEntry(handle));
   return handle;
 }
