@@ -6,7 +6,7 @@
 #   coverage.sh            build, run, report
 #   coverage.sh --report   report what the last run has left
 #
-# The lines that no test reaches go to build/coverage/uncovered.txt.
+# The lines that no test reaches go to build/coverage/uncovered.txt, and are counted by folder.
 set -euo pipefail
 . "$(dirname "$0")/help.sh"
 cd "$(dirname "$0")/.."
@@ -25,7 +25,8 @@ gcovr --root . --object-directory build/coverage -j "$(nproc)" \
   --print-summary --txt build/coverage/lines.txt --json build/coverage/coverage.json build/coverage || status=$?
 gcovr --root . --add-tracefile build/coverage/coverage.json --json-summary build/coverage/summary.json
 python3 - <<'END'
-import json
+import collections, json, pathlib
+missed = collections.Counter()
 with open("build/coverage/coverage.json") as file:
     files = json.load(file)["files"]
 with open("build/coverage/uncovered.txt", "w") as out:
@@ -33,5 +34,7 @@ with open("build/coverage/uncovered.txt", "w") as out:
         lines = [line["line_number"] for line in one["lines"] if line["count"] == 0 and not line.get("gcovr/noncode")]
         for line in sorted(set(lines)):
             out.write(f"{one['file']}:{line}\n")
+            missed[pathlib.Path(one["file"]).parts[0]] += 1
+print("uncovered lines: " + ", ".join(f"{missed[folder]} in {folder}" for folder in sorted(missed)))
 END
 exit "$status"

@@ -73,7 +73,8 @@ def abi(log):
 
 def coverage(log):
     shares = re.findall(r"^(lines|branches): ([\d.]+)% \((\d+) out of (\d+)\)", log, re.M)
-    return [f"{share}% of {int(all_):,} {what}" for what, share, _, all_ in shares]
+    missed = re.findall(r"^uncovered lines: .*$", log, re.M)
+    return [f"{share}% of {int(all_):,} {what}" for what, share, _, all_ in shares] + missed
 
 
 def valgrind(log):

@@ -13,7 +13,7 @@ namespace {
 
 std::u16string pathForImporter(const std::filesystem::path& path) {
   const std::string bytes = path.string();
-  const std::u16string units = qvacore::utility::UTF8to16(bytes);
+  std::u16string units = qvacore::utility::UTF8to16(bytes);
   const bool roundTrip = qvacore::utility::UTF16to8(units.c_str()) == bytes;
   if (!roundTrip) throw Error("the file's name is not valid UTF-8");
   return units;

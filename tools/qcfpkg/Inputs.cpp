@@ -121,7 +121,7 @@ private:
         continue;
       }
       if (fs::equivalent(path, fPackage, error)) continue;
-      visit(name.empty() ? leaf : name + "/" + leaf, path.string(), true);
+      visit(name.empty() ? leaf : fmt::format("{}/{}", name, leaf), path.string(), true);
     }
   }
 
@@ -146,7 +146,7 @@ private:
 
 std::string conflictingName(const std::set<std::string>& names, const std::string& name) {
   for (auto slash = name.find('/'); slash != std::string::npos; slash = name.find('/', slash + 1)) {
-    const std::string parent = name.substr(0, slash);
+    std::string parent = name.substr(0, slash);
     if (names.count(parent) != 0) return parent;
   }
   if (name.back() == '/') return {};
