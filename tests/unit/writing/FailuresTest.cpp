@@ -1,3 +1,4 @@
+#include <ostream>
 #include <set>
 #include <string>
 
@@ -17,6 +18,10 @@ struct Way {
   void (*save)(const Package&);
   bool intoAnotherFile;
 };
+
+void PrintTo(const Way& way, std::ostream* out) {
+  *out << way.name;
+}
 
 class Failures : public testing::TestWithParam<Way> {
 protected:
