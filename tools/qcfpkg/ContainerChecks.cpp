@@ -1,4 +1,6 @@
 #include <algorithm>
+#include <map>
+#include <set>
 
 #include <fmt/format.h>
 
@@ -114,12 +116,57 @@ bool holdsLocalHeader(const Layout& layout, const ziplayout::Extent& gap) {
   return false;
 }
 
+// What lies in gaps and is told already: entries that the directory looks for elsewhere, and
+// descriptors that do not agree with it.
+class Explained {
+public:
+  explicit Explained(const Layout& layout) : fLayout(layout) {
+    for (const Entry& entry : layout.entries()) {
+      if (!entry.local) fLost[entry.central.name] = &entry;
+      if (entry.lacksDescriptor()) fDescriptors.insert(entry.end(layout.file().size()));
+    }
+  }
+
+  // The gap without such a beginning.
+  ziplayout::Extent rest(ziplayout::Extent gap) const {
+    constexpr std::uint64_t kLongestDescriptor = 24;
+    const bool isShort = gap.end - gap.begin <= kLongestDescriptor;
+    if (isShort && fDescriptors.count(gap.begin) != 0) gap.begin = gap.end;
+    while (gap.begin < gap.end) {
+      const std::uint64_t end = endOfLost(gap.begin);
+      if (end == gap.begin) break;
+      gap.begin = std::min(end, gap.end);
+    }
+    return gap;
+  }
+
+private:
+  // Where a lost entry that begins at `at` ends; `at` where none does.
+  std::uint64_t endOfLost(std::uint64_t at) const {
+    Entry found;
+    found.offset = at;
+    fLayout.readLocal(found);
+    if (!found.local) return at;
+    const auto lost = fLost.find(found.local->name);
+    if (lost == fLost.end()) return at;
+    found.central = lost->second->central;
+    fLayout.readLocal(found);
+    return found.end(fLayout.file().size());
+  }
+
+  const Layout& fLayout;
+  std::map<std::string, const Entry*> fLost;
+  std::set<std::uint64_t> fDescriptors;  // where they should be
+};
+
 void checkGaps(const Layout& layout, Findings& findings) {
   if (layout.defect()) return;
+  const Explained explained(layout);
   const std::uint64_t behind = layout.file().size() - layout.end().trailing;
-  for (const ziplayout::Extent& gap : layout.gaps()) {
+  for (const ziplayout::Extent& whole : layout.gaps()) {
+    const ziplayout::Extent gap = explained.rest(whole);
     const std::uint64_t size = gap.end - gap.begin;
-    if (gap.begin >= behind) continue;
+    if (size == 0 || gap.begin >= behind) continue;
     if (gap.begin == 0) {
       findings.add("leading-bytes", "", 0, fmt::format("{} bytes stand in front", size));
       continue;
@@ -139,15 +186,16 @@ void checkType(const Layout& layout, Findings& findings) {
     findings.add("mimetype-missing", "", std::nullopt, "there is no entry mimetype");
     return;
   }
-  if (entry->offset != 0) {
+  if (!entry->local) return;  // told by itself, as are bytes in front that belong to nothing
+  if (layout.extents().front().begin != entry->offset) {
     findings.add("mimetype-not-first", kTypeName, entry->offset,
                  "mimetype is not at the start of the file");
   }
-  const bool compressed = entry->central.method != 0 || (entry->local && entry->local->method != 0);
+  const bool compressed = entry->central.method != 0 || entry->local->method != 0;
   if (compressed) {
     findings.add("mimetype-compressed", kTypeName, entry->offset + 8, "mimetype is compressed");
   }
-  if (entry->local && !entry->local->extra.empty()) {
+  if (!entry->local->extra.empty()) {
     findings.add("mimetype-extra-field", kTypeName, entry->offset + 38,
                  "an extra field stands between name and type");
   }

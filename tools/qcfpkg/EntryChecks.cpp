@@ -1,6 +1,8 @@
 #include <algorithm>
 #include <map>
+#include <optional>
 #include <set>
+#include <utility>
 
 #include <fmt/format.h>
 
@@ -19,8 +21,39 @@ bool isASCII(const std::string& text) {
                      [](char c) { return static_cast<unsigned char>(c) < 0x80; });
 }
 
+std::string lowered(std::string text) {
+  std::transform(text.begin(), text.end(), text.begin(),
+                 [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c | 32) : c; });
+  return text;
+}
+
 bool hasSegment(const std::string& name, const std::string& wanted) {
   return ("/" + name + "/").find("/" + wanted + "/") != std::string::npos;
+}
+
+template <class Test>
+bool anySegment(const std::string& name, const Test& test) {
+  for (std::size_t at = 0; at <= name.size();) {
+    const std::size_t slash = std::min(name.find('/', at), name.size());
+    if (test(name.substr(at, slash - at))) return true;
+    at = slash + 1;
+  }
+  return false;
+}
+
+// The names of devices, whatever the extension, characters that stand for something else, and ends
+// that are cut off.
+bool isOddOnWindows(const std::string& name) {
+  static const std::set<std::string> kDevices{"con", "prn", "aux", "nul"};
+  return anySegment(name, [](const std::string& segment) {
+    if (segment.empty() || segment == "." || segment == "..") return false;
+    const std::string stem = lowered(segment.substr(0, segment.find('.')));
+    const std::string kind = stem.substr(0, 3);
+    const bool isPort =
+        stem.size() == 4 && (kind == "com" || kind == "lpt") && stem[3] >= '1' && stem[3] <= '9';
+    return isPort || kDevices.count(stem) != 0 || segment.back() == '.' || segment.back() == ' ' ||
+           segment.find_first_of("<>:\"|?*") != std::string::npos;
+  });
 }
 
 void checkName(const Entry& entry, Findings& findings) {
@@ -32,9 +65,6 @@ void checkName(const Entry& entry, Findings& findings) {
   if (name.empty()) return;
   const bool isDrive =
       name.size() >= 2 && name[1] == ':' && ((name[0] | 32) >= 'a' && (name[0] | 32) <= 'z');
-  const bool hasControl = std::any_of(name.begin(), name.end(), [](char c) {
-    return static_cast<unsigned char>(c) < 0x20 || c == 0x7F;
-  });
   const std::string body = entry.isFolder() ? name.substr(0, name.size() - 1) : name;
   const bool isAbsolute = name.front() == '/';
   const bool isOdd = hasSegment(body, ".") || (!isAbsolute && hasSegment(body, ""));
@@ -42,7 +72,8 @@ void checkName(const Entry& entry, Findings& findings) {
   add(hasSegment(body, ".."), "name-parent", "the name leads out of the folder");
   add(name.find('\\') != std::string::npos, "name-backslash", "the name has a backslash");
   add(isDrive, "name-drive", "the name begins with a drive");
-  add(hasControl, "name-control", "the name has control characters");
+  add(hasControls(name), "name-control", "the name has control characters");
+  add(!isDrive && isOddOnWindows(body), "name-windows", "Windows does not take the name");
   add(isOdd, "name-segment", "the name has an empty or idle segment");
   const bool isMarked = (entry.central.flags & ziplayout::kFlagUTF8) != 0;
   add(isMarked && !isUTF8(name), "name-encoding", "the name is marked as UTF-8 and is not");
@@ -56,7 +87,7 @@ void checkLocal(const Entry& entry, Findings& findings) {
     findings.add(id, central.name, entry.offset, text);
   };
   if (local.name != central.name) {
-    add("local-name", fmt::format("its local header calls it {}", tools::shown(local.name)));
+    add("local-name", fmt::format("its local header calls it {}", shownName(local.name)));
   }
   if (local.method != central.method) {
     add("local-method", fmt::format("its local header says {}, the directory {}",
@@ -94,7 +125,7 @@ void checkLocal(const Entry& entry, Findings& findings) {
 void checkDescriptor(const Entry& entry, Findings& findings) {
   if ((entry.local->flags & ziplayout::kFlagDescriptor) == 0) return;
   const std::uint64_t place = entry.dataOffset + entry.central.compressedSize;
-  if (entry.descriptor.length == 0) {
+  if (entry.lacksDescriptor()) {
     findings.add("descriptor-missing", entry.central.name, place,
                  "no data descriptor that agrees with the directory follows the data");
   } else if (!entry.descriptor.hasSignature) {
@@ -128,6 +159,26 @@ void checkExtra(const Entry& entry, Findings& findings) {
   }
 }
 
+// What a record says of the whole file and of the format.
+void checkRecord(const Layout& layout, const Entry& entry, Findings& findings) {
+  const Header& central = entry.central;
+  const Header& local = entry.local ? *entry.local : central;
+  const auto add = [&](bool found, const char* id, const std::string& text) {
+    if (found) findings.add(id, central.name, entry.offset, text);
+  };
+  // All ones send to a block of Zip64, which says the same in what is one file.
+  const bool isElsewhere = entry.disk != 0 && entry.disk != 0xFFFF && !layout.end().isSplit;
+  add(isElsewhere, "disk-number",
+      fmt::format("the directory says that it begins on disk {}", entry.disk));
+  constexpr int kNewest = 63;  // of the lower byte; the upper may name a system
+  const int needed = std::max(central.needed & 0xFF, local.needed & 0xFF);
+  add(needed > kNewest, "version-needed",
+      fmt::format("it asks for version {}.{} of the format, which is none", needed / 10,
+                  needed % 10));
+  add(((central.flags | local.flags) & ziplayout::kFlagMasked) != 0, "headers-masked",
+      "its flags say that its local header is masked");
+}
+
 void checkKind(const Entry& entry, Findings& findings) {
   const Header& central = entry.central;
   const auto add = [&](bool found, const char* id, const std::string& text) {
@@ -143,11 +194,38 @@ void checkKind(const Entry& entry, Findings& findings) {
       fmt::format("{:04x} {:04x} is no date and time", central.date, central.time));
 }
 
-std::string lowered(std::string text) {
-  std::transform(text.begin(), text.end(), text.begin(),
-                 [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c | 32) : c; });
-  return text;
-}
+// The paths that names lead through, files and folders alike.
+class Spellings {
+public:
+  struct Clash {
+    std::string path;
+    std::string other;
+  };
+
+  // Takes a name's paths; returns the one that only case tells from another in the same folder.
+  // There is at most one: what is below it stands in a folder of its own.
+  std::optional<Clash> take(const std::string& name) {
+    std::optional<Clash> clash;
+    std::size_t folder = 0;
+    for (std::size_t at = 0; at < name.size();) {
+      const std::size_t slash = std::min(name.find('/', at), name.size());
+      const std::string segment = name.substr(at, slash - at);
+      const auto [place, isNew] = fPaths.emplace(Key(folder, segment), fPaths.size() + 1);
+      if (isNew) {
+        const auto [other, isAlone] = fFolded.emplace(Key(folder, lowered(segment)), segment);
+        if (!isAlone) clash = {name.substr(0, slash), name.substr(0, at) + other->second};
+      }
+      folder = place->second;
+      at = slash + 1;
+    }
+    return clash;
+  }
+
+private:
+  using Key = std::pair<std::size_t, std::string>;  // a folder's number, and what is in it
+  std::map<Key, std::size_t> fPaths;
+  std::map<Key, std::string> fFolded;
+};
 
 }  // namespace
 
@@ -155,6 +233,7 @@ void checkEntries(const Layout& layout, Findings& findings) {
   for (const Entry& entry : layout.entries()) {
     checkName(entry, findings);
     checkKind(entry, findings);
+    checkRecord(layout, entry, findings);
     checkExtra(entry, findings);
     if (!entry.local) {
       findings.add("local-missing", entry.central.name, entry.offset,
@@ -168,18 +247,17 @@ void checkEntries(const Layout& layout, Findings& findings) {
 
 void checkNames(const Layout& layout, Findings& findings) {
   std::set<std::string> exact;
-  std::map<std::string, std::string> folded;
+  Spellings spellings;
   for (const Entry& entry : layout.entries()) {
     const std::string& name = entry.central.name;
     if (!exact.insert(name).second) {
       findings.add("name-duplicate", name, entry.recordOffset, "the name comes twice");
       continue;
     }
-    const auto [other, isNew] = folded.emplace(lowered(name), name);
-    if (!isNew) {
-      findings.add(
-          "name-case", name, entry.recordOffset,
-          fmt::format("only upper and lower case tell it from {}", tools::shown(other->second)));
+    if (const auto clash = spellings.take(name)) {
+      findings.add("name-case", name, entry.recordOffset,
+                   fmt::format("only upper and lower case tell {} from {}", shownName(clash->path),
+                               shownName(clash->other)));
     }
   }
   for (const Entry& entry : layout.entries()) {
@@ -188,7 +266,7 @@ void checkNames(const Layout& layout, Findings& findings) {
     const auto next = exact.lower_bound(name + "/");
     if (next != exact.end() && next->compare(0, name.size() + 1, name + "/") == 0) {
       findings.add("name-file-and-folder", name, entry.recordOffset,
-                   fmt::format("it is a file, and the folder of {}", tools::shown(*next)));
+                   fmt::format("it is a file, and the folder of {}", shownName(*next)));
     }
   }
 }

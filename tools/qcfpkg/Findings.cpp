@@ -11,6 +11,8 @@ const std::vector<FindingKind>& findingKinds() {
   static const char* const kPackAgain = "take the files out and pack them again";
   static const char* const kCopy = "get another copy of the file";
   static const char* const kRename = "pack it again under a plain relative name with / only";
+  static const char* const kReplace =
+      "replace all of the name with: qcfpkg add PACKAGE NAME=FILE, or remove them";
   static const std::vector<FindingKind> kKinds{
       {"mimetype-missing", kError, kSetType},
       {"mimetype-not-first", kError, kSetType},
@@ -24,7 +26,7 @@ const std::vector<FindingKind>& findingKinds() {
       {"end-comment-cut", kError, kCopy},
       {"end-comment-signature", kError, "shorten the comment: programs find a wrong end record"},
       {"end-trailing-bytes", kWarning, "cut the bytes behind the package off"},
-      {"leading-bytes", kError, "cut the bytes in front of the package off"},
+      {"leading-bytes", kError, "drop them with: qcfpkg compact PACKAGE"},
       {"directory-missing", kError, kCopy},
       {"directory-damaged", kError, kCopy},
       {"directory-size", kError, "write the package anew with: qcfpkg add, remove or compact"},
@@ -45,6 +47,9 @@ const std::vector<FindingKind>& findingKinds() {
       {"local-date", kNote, "nothing: programs go by the directory"},
       {"descriptor-missing", kError, kPackAgain},
       {"descriptor-unsigned", kNote, "nothing: the format allows it"},
+      {"disk-number", kWarning, kPackAgain},
+      {"version-needed", kWarning, kPackAgain},
+      {"headers-masked", kWarning, kPackAgain},
       {"extra-field", kWarning, kPackAgain},
       {"data-cut", kError, kCopy},
       {"data-damaged", kError, kCopy},
@@ -58,9 +63,10 @@ const std::vector<FindingKind>& findingKinds() {
       {"name-backslash", kError, kRename},
       {"name-drive", kError, kRename},
       {"name-control", kError, kRename},
+      {"name-windows", kNote, "rename it: Windows refuses such a name, or changes it"},
       {"name-segment", kWarning, kRename},
       {"name-encoding", kWarning, "pack it again with a program that writes names in UTF-8"},
-      {"name-duplicate", kError, "remove one and write the package anew"},
+      {"name-duplicate", kError, kReplace},
       {"name-case", kWarning, "rename one: some systems take the two for one"},
       {"name-file-and-folder", kError, "rename the file or the folder"},
       {"folder-data", kWarning, "move the data into a file"},
@@ -68,7 +74,7 @@ const std::vector<FindingKind>& findingKinds() {
       {"date-invalid", kNote, "set it with: qcfpkg prop set PACKAGE ENTRY modified ..."},
       {"properties-damaged", kError, "write the document anew, or remove it"},
       {"properties-foreign", kNote, "know that a change of a property would drop it"},
-      {"properties-no-entry", kWarning, "set the property on an entry that is there"},
+      {"properties-no-entry", kWarning, "drop them with: qcfpkg remove PACKAGE ENTRY"},
   };
   return kKinds;
 }

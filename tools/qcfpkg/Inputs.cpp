@@ -19,8 +19,9 @@ namespace {
 
 namespace fs = std::filesystem;
 
-[[noreturn]] void refuse(const std::string& source, const std::string& reason) {
-  throw tools::Failure(fmt::format("cannot add {}: {}", tools::shown(source), reason));
+[[noreturn]] void refuse(const std::string& source, const std::string& reason,
+                         tools::ExitCode code = tools::ExitFailed) {
+  throw tools::Failure(fmt::format("cannot add {}: {}", tools::shown(source), reason), code);
 }
 
 class Collector {
@@ -32,14 +33,17 @@ public:
     std::error_code error;
     if (equals == std::string::npos || fs::exists(argument, error)) {
       const std::string name = argument == "-" ? "-" : defaultName(argument);
-      return argument == "-" ? refuse(argument, "standard input needs a NAME=")
+      return argument == "-" ? refuse(argument, "standard input needs a NAME=", tools::ExitUsage)
                              : visit(name, argument);
     }
     std::string name = argument.substr(0, equals);
     const std::string source = argument.substr(equals + 1);
-    if (source.empty()) refuse(argument, "there is no FILE behind NAME=");
+    if (source.empty()) refuse(argument, "there is no FILE behind NAME=", tools::ExitUsage);
     while (!name.empty() && name.back() == '/')
       name.pop_back();
+    if (name.empty() && !fs::is_directory(source, error)) {
+      refuse(argument, "there is no NAME in front of =", tools::ExitUsage);
+    }
     visit(name, source);
   }
 
@@ -49,7 +53,7 @@ public:
     for (const Input& input : fInputs) {
       if (!names.insert(input.name).second) refuse(input.name, "two inputs have this name");
       if (input.source != "-") continue;
-      if (readsInput) refuse(input.name, "standard input can be read only once");
+      if (readsInput) refuse(input.name, "standard input can be read only once", tools::ExitUsage);
       readsInput = true;
     }
     for (const Input& input : fInputs) {

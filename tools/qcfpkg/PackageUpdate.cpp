@@ -12,6 +12,7 @@
 #include "package/expat/ExpatXMLParser.h"
 
 #include "EntryData.h"
+#include "InPlace.h"
 #include "InputWriter.h"
 #include "Rebuild.h"
 #include "SpoolFileSystem.h"
@@ -80,25 +81,46 @@ public:
   }
 };
 
-bool writesProperties(const Change& change) {
-  return std::any_of(change.properties.begin(), change.properties.end(),
-                     [](const auto& set) { return keyOf(set.name) != nullptr; });
+// What a change makes of the properties document.
+struct DocumentPlan {
+  PropertyMap properties;  // as they are to be
+  bool changes = false;
+  bool isWritten() const { return changes && !properties.empty(); }
+};
+
+DocumentPlan planDocument(const Layout& old, const Change& change) {
+  DocumentPlan plan;
+  const auto& removed = change.removed;
+  if (std::find(removed.begin(), removed.end(), kPropertiesName) != removed.end()) return plan;
+  std::optional<PropertyMap> map = keepableProperties(old);
+  if (!map) return plan;
+  for (const std::string& name : removed)
+    plan.changes = map->erase(name) != 0 || plan.changes;
+  for (const PropertySetting& set : change.properties) {
+    const char* const key = keyOf(set.name);
+    if (key == nullptr) continue;
+    (*map)[set.entry][key] = set.value;
+    plan.changes = true;
+  }
+  plan.properties = std::move(*map);
+  return plan;
 }
 
-std::set<std::string> goneNames(const Change& change) {
+std::set<std::string> goneNames(const Change& change, const DocumentPlan& document) {
   std::set<std::string> gone(change.removed.begin(), change.removed.end());
   for (const Input& input : change.added) {
     if (!input.isFolder()) gone.insert(input.name);
   }
   if (change.type) gone.insert("mimetype");
-  if (writesProperties(change)) gone.insert(kPropertiesName);
+  if (document.changes) gone.insert(kPropertiesName);
   return gone;
 }
 
 bool needsRebuild(const Layout& old, const std::set<std::string>& gone) {
-  return std::any_of(old.entries().begin(), old.entries().end(), [&](const Entry& entry) {
-    return gone.count(entry.central.name) == 0 && copyWouldDamage(entry);
-  });
+  return hasDuplicates(old) ||
+         std::any_of(old.entries().begin(), old.entries().end(), [&](const Entry& entry) {
+           return gone.count(entry.central.name) == 0 && copyWouldDamage(entry);
+         });
 }
 
 // One change of one package, from its plan to the rename.
@@ -108,15 +130,16 @@ public:
       : fFile(file),
         fOld(old),
         fChange(change),
-        fWritesProperties(writesProperties(change)),
-        fGone(goneNames(change)),
-        fNeedsRebuild(needsRebuild(old, fGone)),
+        fDocument(planDocument(old, change)),
+        fGone(goneNames(change, fDocument)),
+        fNeedsRebuild(needsRebuild(old, fGone) || (change.dropsLeading && leadingBytes(old) != 0)),
         fProgress(change.added, copies() * old.file().size(), tool.quiet),
-        fFiles([this](int size) { fProgress.wrote(size); }),
+        fFiles([this](int size) { wrote(size); }),
         fSource(file.path()) {}
 
   void run() {
     requireChangeable(fOld, fChange);
+    requireSomethingLeft();
     expectOldEntries();
     if (fChange.inPlace) return saveInPlace();
     if (fNeedsRebuild) rebuild();
@@ -128,31 +151,45 @@ public:
   }
 
 private:
+  void requireSomethingLeft() const;
   void expectOldEntries();
   std::uint64_t copies() const;
   void rebuild();
   void save(const std::string& source, const pkg::IPkgPolicies* policies);
   void saveWithType();
   void saveInPlace();
+  void changeInPlace();
+  void wrote(int size);
   void verify(const std::string& path);
   void removeOld(const Package& package);
   void setZipProperties(const Package& package);
-  void loadProperties(const Package& package);
   void setGenericProperties(const Package& package);
   void verifyProperties(const Layout& written) const;
 
   PackageFile& fFile;
   const Layout& fOld;
   const Change& fChange;
-  const bool fWritesProperties;
+  const DocumentPlan fDocument;
   const std::set<std::string> fGone;  // what is not copied
   const bool fNeedsRebuild;
   WriteProgress fProgress;
+  std::optional<HeldSignals> fSignals;  // while the file is no package
   SpoolFileSystem fFiles;
-  std::string fSource;      // the file that holds the package as far as it has come
-  PropertyMap fProperties;  // as they are to be
+  std::string fSource;  // the file that holds the package as far as it has come
   Expectation fExpected;
 };
+
+void Update::requireSomethingLeft() const {
+  const auto& entries = fOld.entries();
+  const bool isLeft = fChange.type || !fChange.added.empty() || fDocument.isWritten() ||
+                      std::any_of(entries.begin(), entries.end(), [this](const Entry& entry) {
+                        return fGone.count(entry.central.name) == 0;
+                      });
+  if (isLeft) return;
+  throw tools::Failure(
+      fmt::format("cannot change {}: nothing would be left, and a package has at least one entry",
+                  tools::shown(fFile.path())));
+}
 
 void Update::expectOldEntries() {
   for (const Entry& entry : fOld.entries()) {
@@ -179,7 +216,7 @@ void Update::rebuild() {
     if (isCopied && copyWouldDamage(entry)) requireRewritable(fOld, entry);
   }
   const std::string scratch = fFile.newScratch();
-  writePlainly(fOld, scratch, [this](int size) { fProgress.wrote(size); });
+  writePlainly(fOld, scratch, [this](int size) { wrote(size); });
   fSource = scratch;
 }
 
@@ -204,23 +241,12 @@ void Update::setZipProperties(const Package& package) {
   }
 }
 
-// Reading one generic property has the library load the document, which keeps the others.
-void Update::loadProperties(const Package& package) {
-  if (!fWritesProperties) return;
-  package->getFile(fChange.properties.front().entry, true)->getProperty(pkg::QCFPropertyDateTime);
-  const Entry* const document = fOld.find(kPropertiesName);
-  if (document == nullptr) return;
-  fProperties = readProperties(readEntry(fOld, *document, std::uint64_t{1} << 26)).properties;
-}
-
-// The library writes values as they stand: what has a meaning in XML is handed over escaped, what
-// was in the document before as well.
+// The old document is out of the package by now, so that the library writes what it is told here
+// and nothing else. It writes values as they stand: what has a meaning in XML is handed over
+// escaped.
 void Update::setGenericProperties(const Package& package) {
-  if (!fWritesProperties) return;
-  for (const PropertySetting& set : fChange.properties) {
-    if (const char* const key = keyOf(set.name)) fProperties[set.entry][key] = set.value;
-  }
-  for (const auto& [path, ofPath] : fProperties) {
+  if (!fDocument.isWritten()) return;
+  for (const auto& [path, ofPath] : fDocument.properties) {
     for (const auto name :
          {pkg::QCFPropertyDateTime, pkg::QCFPropertyMacType, pkg::QCFPropertyMacCreator}) {
       const auto found = ofPath.find(keyOf(name));
@@ -236,8 +262,7 @@ void Update::save(const std::string& source, const pkg::IPkgPolicies* policies) 
   pkg::QCFPackageFactory factory;
   // Without a parser, a document that nobody changes is copied like any entry.
   const Package package = factory.openPackage(source, std::ios::in, &fFiles, policies,
-                                              fWritesProperties ? &parser : nullptr);
-  loadProperties(package);
+                                              fDocument.isWritten() ? &parser : nullptr);
   if (policies == nullptr) removeOld(package);
   setZipProperties(package);
   if (fChange.comment) package->setProperty(pkg::QCFPropertyPackageComment, *fChange.comment);
@@ -275,7 +300,34 @@ void Update::saveWithType() {
   fExpected["mimetype"] = expectedText(*fChange.type);
 }
 
+void Update::wrote(int size) {
+  fProgress.wrote(size);
+  if (fSignals && fSignals->isOneWaiting()) {
+    throw tools::Failure(
+        fmt::format("cannot change {}: it was interrupted", tools::shown(fFile.path())));
+  }
+}
+
 void Update::saveInPlace() {
+  if (fDocument.isWritten()) {
+    throw tools::Failure(fmt::format(
+        "cannot change {}: the properties of what is removed cannot go in place; without "
+        "--in-place they can",
+        tools::shown(fFile.path())));
+  }
+  const KeptDirectory kept(fSource, fOld.directoryOffset());
+  try {
+    changeInPlace();
+  } catch (...) {
+    if (kept.putBack()) throw;
+    if (fSignals) fSignals->keepOut();  // somebody has to be told
+    throw tools::Failure(
+        fmt::format("cannot change {}, nor put back what it was ({}): it has lost its directory",
+                    tools::shown(fFile.path()), tools::systemReason()));
+  }
+}
+
+void Update::changeInPlace() {
   pkg::QCFPackageFactory factory;
   const Package package =
       factory.openPackage(fSource, std::ios::in | std::ios::out, &fFiles, nullptr, nullptr);
@@ -284,6 +336,7 @@ void Update::saveInPlace() {
   for (const Input& input : fChange.added) {
     writeInput(*package, input, fChange.stored, fExpected, fProgress);
   }
+  fSignals.emplace();
   package->doUNSAFEUpdateInPlace();
   package->close();
   restoreDirectorySize(fSource);
@@ -292,7 +345,7 @@ void Update::saveInPlace() {
 }
 
 void Update::verify(const std::string& path) {
-  if (fWritesProperties) {
+  if (fDocument.isWritten()) {
     const Layout written(path);
     const Entry* const document = written.find(kPropertiesName);
     if (document != nullptr) {
@@ -318,7 +371,7 @@ void Update::verifyProperties(const Layout& written) const {
   const PropertiesText text =
       document == nullptr ? PropertiesText()
                           : readProperties(readEntry(written, *document, std::uint64_t{1} << 26));
-  if (!text.fault.empty() || withoutEmpty(text.properties) != withoutEmpty(fProperties)) {
+  if (!text.fault.empty() || withoutEmpty(text.properties) != withoutEmpty(fDocument.properties)) {
     throw tools::Failure(fmt::format("cannot write {}: its properties cannot be kept as they are",
                                      tools::shown(fFile.path())));
   }

@@ -6,6 +6,8 @@
 
 #include "package/expat/ExpatXMLParser.h"
 
+#include "EntryData.h"
+
 namespace {
 
 constexpr std::array<std::pair<pkg::QCFPropertyName, const char*>, 3> kKeys{
@@ -97,6 +99,19 @@ PropertiesText readProperties(const std::string& document) {
   parser.finish();
   if (text.fault.empty()) text.fault = parser.getErrorText();
   return text;
+}
+
+std::optional<PropertyMap> keepableProperties(const ziplayout::Layout& layout) {
+  const ziplayout::Entry* const document = layout.find(kPropertiesName);
+  if (document == nullptr) return PropertyMap();
+  try {
+    PropertiesText text =
+        readProperties(ziplayout::readEntry(layout, *document, std::uint64_t{1} << 26));
+    if (!text.fault.empty() || text.foreign) return std::nullopt;
+    return std::move(text.properties);
+  } catch (const ziplayout::DataError&) {
+    return std::nullopt;
+  }
 }
 
 const char* keyOf(pkg::QCFPropertyName name) {

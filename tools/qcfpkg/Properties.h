@@ -7,6 +7,8 @@
 
 #include "package/QCFPackage.h"
 
+#include "ZipLayout.h"
+
 constexpr const char* kPropertiesName = "META-INF/pkgproperties.xml";
 
 // One property to be set: of an entry, with a value as the library takes it.
@@ -27,6 +29,10 @@ struct PropertiesText {
 
 // Reads a properties document.
 PropertiesText readProperties(const std::string& document);
+
+// What the document of a package says; none where it cannot be read, or where a rewriting would
+// lose something of it.
+std::optional<PropertyMap> keepableProperties(const ziplayout::Layout& layout);
 
 // The key in the document; null for a property that is not kept there.
 const char* keyOf(pkg::QCFPropertyName name);

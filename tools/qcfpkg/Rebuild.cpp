@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <map>
+#include <set>
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -60,27 +61,28 @@ private:
   int fDescriptor;
 };
 
-// All up to the end of the last entry's data; returns that end.
+// All from the first entry to the end of the last one's data; returns that end in the new file.
 std::uint64_t copyData(const Layout& old, Patch& file, const std::function<void(int size)>& wrote) {
   constexpr std::uint64_t kSlice = 1 << 20;
+  const std::uint64_t begin = leadingBytes(old);
   std::uint64_t end = 0;
   for (const Entry& entry : old.entries())
     end = std::max(end, entry.end(old.file().size()));
-  for (std::uint64_t at = 0; at < end; at += kSlice) {
+  for (std::uint64_t at = begin; at < end; at += kSlice) {
     const auto size = static_cast<std::size_t>(std::min(kSlice, end - at));
-    file.write(at, old.file().read(at, size));
+    file.write(at - begin, old.file().read(at, size));
     wrote(static_cast<int>(size));
   }
-  return end;
+  return end - begin;
 }
 
 // An empty entry that was compressed becomes one that is stored; the bytes behind its header belong
 // to nothing then.
-void emptyLocalHeader(const Entry& entry, Patch& file) {
+void emptyLocalHeader(const Entry& entry, std::uint64_t offset, Patch& file) {
   constexpr std::size_t kFlags = 6, kMethod = 8, kNumbers = 14;
-  file.put(entry.offset + kFlags, entry.local->flags & ~ziplayout::kFlagDescriptor, 2);
-  file.put(entry.offset + kMethod, ziplayout::kMethodStored, 2);
-  file.write(entry.offset + kNumbers, std::string(12, '\0'));  // CRC and both sizes
+  file.put(offset + kFlags, entry.local->flags & ~ziplayout::kFlagDescriptor, 2);
+  file.put(offset + kMethod, ziplayout::kMethodStored, 2);
+  file.write(offset + kNumbers, std::string(12, '\0'));  // CRC and both sizes
 }
 
 std::string withoutZip64Block(const Header& header) {
@@ -92,8 +94,9 @@ std::string withoutZip64Block(const Header& header) {
   return bytes;
 }
 
-// The record of an entry as the library copies it whole: with Zip64 only where it is needed.
-std::string plainRecord(const Layout& old, const Entry& entry) {
+// The record of an entry that lies at `offset` now, as the library copies it whole: with Zip64 only
+// where it is needed.
+std::string plainRecord(const Layout& old, const Entry& entry, std::uint64_t offset) {
   constexpr std::size_t kFixed = 46, kFlags = 8, kMethod = 10, kCRC = 16, kSizes = 20,
                         kExtraLength = 30, kDisk = 34, kOffset = 42;
   const Header& header = entry.central;
@@ -109,7 +112,7 @@ std::string plainRecord(const Layout& old, const Entry& entry) {
     put(kSizes, emptied ? 0 : header.compressedSize, 4);
     put(kSizes + 4, header.size, 4);
     put(kDisk, 0, 2);
-    put(kOffset, entry.offset, 4);
+    put(kOffset, offset, 4);
   }
   if (emptied) {
     put(kFlags, header.flags & ~ziplayout::kFlagDescriptor, 2);
@@ -154,16 +157,32 @@ void restoreEntry(const Entry& was, const Entry& is, Patch& patch) {
 
 }  // namespace
 
+std::uint64_t leadingBytes(const Layout& layout) {
+  std::uint64_t begin = layout.file().size();
+  for (const Entry& entry : layout.entries())
+    begin = std::min(begin, entry.offset);
+  return begin;
+}
+
 void writePlainly(const Layout& old, const std::string& path,
                   const std::function<void(int size)>& wrote) {
   Patch file(path);
   const std::uint64_t end = copyData(old, file, wrote);
+  const std::uint64_t begin = leadingBytes(old);
   std::string directory;
+  std::set<std::string> names;
   for (const Entry& entry : old.entries()) {
-    if (isEmptyButStoredOtherwise(entry)) emptyLocalHeader(entry, file);
-    directory += plainRecord(old, entry);
+    if (!names.insert(entry.central.name).second) continue;
+    const std::uint64_t offset = entry.offset - begin;
+    if (isLarge(entry) && begin != 0) {  // its offset may be in a block with other numbers
+      throw tools::Failure(
+          fmt::format("cannot change {}: bytes stand in front of it, and {} needs Zip64",
+                      tools::shown(old.file().path()), tools::shown(entry.central.name)));
+    }
+    if (isEmptyButStoredOtherwise(entry)) emptyLocalHeader(entry, offset, file);
+    directory += plainRecord(old, entry, offset);
   }
-  const std::uint64_t count = old.entries().size();
+  const std::uint64_t count = names.size();
   const std::string& comment = old.end().comment;
   file.write(end, directory + littleEndian(ziplayout::kEndSignature, 4) + littleEndian(0, 4) +
                       littleEndian(count, 2) + littleEndian(count, 2) +

@@ -1,15 +1,20 @@
 #pragma once
 
+#include <cstdint>
 #include <functional>
 #include <string>
 
 #include "ZipLayout.h"
 
-// Writes a package into the empty file `path` with its data as it lies, and a new directory for
-// those records that the library would not copy whole: without Zip64 that nothing needs, and with
-// empty entries stored. `wrote` is told of each piece. Raises tools::Failure.
+// Writes a package into the empty file `path` with its data as it lies, but for what stands in
+// front of its first entry, and a new directory for those records that the library would not copy
+// whole: without Zip64 that nothing needs, with empty entries stored, and one of each name. `wrote`
+// is told of each piece. Raises tools::Failure.
 void writePlainly(const ziplayout::Layout& old, const std::string& path,
                   const std::function<void(int size)>& wrote);
+
+// How much of the file stands in front of its first entry.
+std::uint64_t leadingBytes(const ziplayout::Layout& layout);
 
 // Puts right what the library sets to its own in each record that it copies: the system that the
 // attributes are for, the version needed, the attributes, that a name is not UTF-8, and the size of

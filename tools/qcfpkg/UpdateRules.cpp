@@ -24,15 +24,15 @@ bool has(const std::string& text, char character) {
 }
 
 // What the library itself needs in order to read the package rightly.
-void requireReadable(const Layout& layout) {
+void requireReadable(const Layout& layout, const Change& change) {
   const ziplayout::End& end = layout.end();
   if (layout.entries().empty()) {
     refuse(layout, "it has no entries; make it anew with: qcfpkg create --overwrite");
   }
-  if (layout.file().read(0, 4) != std::string("PK\3\4")) {
-    refuse(layout, "bytes stand in front of its first entry");
+  const bool isFirst = layout.shift() == 0 && layout.file().read(0, 4) == std::string("PK\3\4");
+  if (!isFirst && !change.dropsLeading) {
+    refuse(layout, "bytes stand in front of its first entry; qcfpkg compact drops them");
   }
-  if (layout.shift() != 0) refuse(layout, "its offsets are off by bytes in front of it");
   if (end.isSplit) refuse(layout, "it is one part of a split archive");
   if (layout.entries().size() != end.entries) refuse(layout, "its count of entries is wrong");
   if (end.entries >= 0xFFFF || layout.directoryOffset() >= 0xFFFFFFFF) {
@@ -60,6 +60,14 @@ void requireSound(const Layout& layout, const Entry& entry) {
   if (entry.isFolder() && header.size != 0) {
     refuse(layout, fmt::format("the folder {} holds data, which would be lost", name));
   }
+}
+
+bool takesOut(const Change& change, const std::string& name) {
+  const auto& removed = change.removed;
+  const auto& added = change.added;
+  return std::find(removed.begin(), removed.end(), name) != removed.end() ||
+         std::any_of(added.begin(), added.end(),
+                     [&](const Input& input) { return !input.isFolder() && input.name == name; });
 }
 
 bool hasOddTypeBlock(const ziplayout::ExtraField& extra) {
@@ -97,10 +105,11 @@ bool hasOthersThan(const ziplayout::ExtraField& extra,
 
 void requireChangeable(const Layout& layout, const Change& change) {
   layout.requireWhole();
-  requireReadable(layout);
+  requireReadable(layout, change);
   std::set<std::string> names;
   for (const Entry& entry : layout.entries()) {
-    if (!names.insert(entry.central.name).second) {
+    const bool isSecond = !names.insert(entry.central.name).second;
+    if (isSecond && (change.inPlace || !takesOut(change, entry.central.name))) {
       refuse(layout, fmt::format("two entries are named {}, and one would be lost",
                                  tools::shown(entry.central.name)));
     }
@@ -119,6 +128,13 @@ void requireChangeable(const Layout& layout, const Change& change) {
                                  tools::shown(entry.central.name)));
     }
   }
+}
+
+bool hasDuplicates(const Layout& layout) {
+  std::set<std::string> names;
+  for (const Entry& entry : layout.entries())
+    names.insert(entry.central.name);
+  return names.size() != layout.entries().size();
 }
 
 bool isLarge(const Entry& entry) {

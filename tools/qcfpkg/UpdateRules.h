@@ -13,6 +13,8 @@
 // Raises tools::Failure for a package that the library cannot read, or not change without loss.
 void requireChangeable(const ziplayout::Layout& layout, const Change& change);
 
+bool hasDuplicates(const ziplayout::Layout& layout);
+
 // Whether a raw copy by the library would come out damaged, so that the record has to be written
 // anew.
 bool copyWouldDamage(const ziplayout::Entry& entry);

@@ -140,6 +140,10 @@ bool Entry::isSymbolicLink() const {
   return madeBy >> 8 == kUnix && (externalAttributes >> 16 & 0170000) == 0120000;
 }
 
+bool Entry::lacksDescriptor() const {
+  return local && (local->flags & kFlagDescriptor) != 0 && descriptor.length == 0;
+}
+
 std::uint64_t Entry::end(std::uint64_t fileSize) const {
   if (!local) return offset;
   const std::uint64_t room = fileSize - std::min(fileSize, dataOffset);

@@ -14,6 +14,7 @@ namespace ziplayout {
 constexpr std::uint16_t kFlagEncrypted = 0x0001;
 constexpr std::uint16_t kFlagDescriptor = 0x0008;
 constexpr std::uint16_t kFlagUTF8 = 0x0800;
+constexpr std::uint16_t kFlagMasked = 0x2000;
 constexpr std::uint16_t kExtraZip64 = 0x0001;
 constexpr std::uint16_t kExtraTypeCreator = 0x2705;
 constexpr std::uint16_t kMethodStored = 0;
@@ -91,6 +92,8 @@ struct Entry {
   bool isFolder() const { return !central.name.empty() && central.name.back() == '/'; }
   bool isEncrypted() const { return (central.flags & kFlagEncrypted) != 0; }
   bool isSymbolicLink() const;
+  // None that agrees with the central header follows the data, and one should.
+  bool lacksDescriptor() const;
   // Behind data and descriptor; never behind the end of the file.
   std::uint64_t end(std::uint64_t fileSize) const;
 };
@@ -147,6 +150,8 @@ public:
   std::vector<Extent> extents() const;
   // What no record accounts for.
   std::vector<Extent> gaps() const;
+  // Looks for what belongs to a record at its `offset`: local header, data, descriptor.
+  void readLocal(Entry& entry) const;
   // Raises tools::Failure for a file whose directory could not be read.
   void requireWhole() const;
 
@@ -157,7 +162,6 @@ private:
   bool placeDirectory();
   void readDirectory();
   bool readRecord(std::uint64_t offset, std::uint64_t limit, Entry& entry);
-  void readLocal(Entry& entry) const;
   void readDescriptor(Entry& entry) const;
   void fail(const std::string& id, std::uint64_t offset, const std::string& text);
 

@@ -1,9 +1,11 @@
+#include <algorithm>
 #include <cstdio>
 
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
 
 #include "EntryData.h"
+#include "Texts.h"
 #include "Tool.h"
 #include "ZipLayout.h"
 
@@ -32,7 +34,7 @@ void read(const ziplayout::Layout& layout, const Options& options, const std::st
   }
 }
 
-void run(const Options& options) {
+void run(const Tool& tool, const Options& options) {
   const ziplayout::Layout layout(options.package);
   layout.requireWhole();
   for (const std::string& name : options.names) {  // all or none
@@ -40,6 +42,15 @@ void run(const Options& options) {
       throw tools::Failure(fmt::format("cannot read {} of {}: no such entry", tools::shown(name),
                                        tools::shown(options.package)));
     }
+  }
+  for (const std::string& name : options.names) {
+    const auto& entries = layout.entries();
+    const auto copies = std::count_if(entries.begin(), entries.end(), [&](const auto& entry) {
+      return entry.central.name == name;
+    });
+    if (copies == 1) continue;
+    tool.note(fmt::format("{} has {} entries named {}; this is the first",
+                          tools::shown(options.package), copies, shownName(name)));
   }
   // What went out cannot be taken back: damage must show before.
   for (const ziplayout::Sink& sink :
@@ -51,7 +62,7 @@ void run(const Options& options) {
 
 }  // namespace
 
-void addCat(CLI::App& app, Tool&) {
+void addCat(CLI::App& app, Tool& tool) {
   auto* const command = app.add_subcommand("cat", "The content of entries, to standard output");
   auto options = std::make_shared<Options>();
   command->add_option("PACKAGE", options->package, "A package")->required();
@@ -60,5 +71,5 @@ void addCat(CLI::App& app, Tool&) {
       "Examples:\n"
       "  qcfpkg cat notes.pkg letter.txt\n"
       "  qcfpkg cat notes.pkg mimetype");
-  command->callback([options] { run(*options); });
+  command->callback([&tool, options] { run(tool, *options); });
 }

@@ -59,7 +59,7 @@ nlohmann::ordered_json describe(const Finding& finding) {
 
 void print(const std::string& path, const Finding& finding) {
   std::string place = tools::shown(path);
-  if (!finding.entry.empty()) place += ": " + tools::shown(finding.entry);
+  if (!finding.entry.empty()) place += ": " + shownName(finding.entry);
   if (finding.offset) place += fmt::format(" at {}", *finding.offset);
   fmt::print("{}: {} {}: {}; {}\n", place, severityName(finding.severity), finding.id, finding.text,
              finding.advice);
@@ -70,14 +70,18 @@ bool fails(const Findings& findings, const Options& options) {
          (options.strict && !findings.all().empty());
 }
 
-void listKinds() {
+void listKinds(bool asJSON) {
+  auto list = nlohmann::ordered_json::array();
   for (const FindingKind& kind : findingKinds()) {
-    fmt::print("{:<26} {:<8} {}\n", kind.id, severityName(kind.severity), kind.advice);
+    const char* const severity = severityName(kind.severity);
+    list.push_back({{"id", kind.id}, {"severity", severity}, {"advice", kind.advice}});
+    if (!asJSON) fmt::print("{:<26} {:<8} {}\n", kind.id, severity, kind.advice);
   }
+  if (asJSON) fmt::print("{}\n", list.dump(2));
 }
 
 void run(Tool& tool, const Options& options) {
-  if (options.kinds) return listKinds();
+  if (options.kinds) return listKinds(options.asJSON);
   if (options.packages.empty()) {
     throw tools::Failure("PACKAGE is required; see qcfpkg check --help", tools::ExitUsage);
   }

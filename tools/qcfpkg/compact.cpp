@@ -7,6 +7,15 @@
 
 namespace {
 
+std::string changeText(const std::string& path, std::uint64_t before, std::uint64_t after) {
+  const std::string from = sizeText(before);
+  const std::string to = sizeText(after);
+  if (from != to) return fmt::format("{} went from {} to {}", tools::shown(path), from, to);
+  return after < before
+             ? fmt::format("{} is smaller by {}", tools::shown(path), sizeText(before - after))
+             : fmt::format("{} was written anew and is no smaller", tools::shown(path));
+}
+
 void run(const Tool& tool, const std::string& path) {
   PackageFile file = PackageFile::existing(tool, path);
   const ziplayout::Layout layout(file.path());
@@ -15,10 +24,11 @@ void run(const Tool& tool, const std::string& path) {
     tool.note(fmt::format("{} has no dead bytes", tools::shown(path)));
     return;
   }
-  changePackage(tool, file, layout, Change());
+  Change change;
+  change.dropsLeading = true;
+  changePackage(tool, file, layout, change);
   const ziplayout::Layout compacted(file.path());
-  tool.note(fmt::format("{} went from {} to {}", tools::shown(path), sizeText(layout.file().size()),
-                        sizeText(compacted.file().size())));
+  tool.note(changeText(path, layout.file().size(), compacted.file().size()));
 }
 
 }  // namespace

@@ -21,7 +21,8 @@ struct Options {
   bool listOnly = false;
   bool overwrite = false;
   std::uint64_t mostBytes = std::uint64_t{16} << 30;
-  std::uint64_t mostRatio = 1100;  // deflate cannot do better than 1032
+  std::uint64_t mostRatio =
+      1100;  // what deflate cannot do: the sizes lie, or entries share their data
 };
 
 using Chosen = std::vector<const ziplayout::Entry*>;
@@ -129,13 +130,16 @@ void extractAll(const Tool& tool, const ziplayout::Layout& layout, const Chosen&
 }
 
 void run(const Tool& tool, const Options& options) {
+  if (options.folder.empty()) {
+    throw tools::Failure("the FOLDER has no name; see qcfpkg extract --help", tools::ExitUsage);
+  }
   const ziplayout::Layout layout(options.package);
   layout.requireWhole();
   const Chosen chosen = choose(layout, options);
   const std::uint64_t total = refuseUnsafe(layout, chosen, options);
   if (options.listOnly) {
     for (const ziplayout::Entry* const entry : chosen) {
-      fmt::print("{}\n", tools::shown(entry->central.name));
+      fmt::print("{}\n", shownName(entry->central.name));
     }
     return;
   }
@@ -160,7 +164,10 @@ void addExtract(CLI::App& app, Tool& tool) {
   command->add_option("--max-size", options->mostBytes, "Refuse more bytes altogether; 16 GiB")
       ->check(CLI::Range(std::int64_t{0}, kMost).description(""))
       ->type_name("BYTES");
-  command->add_option("--max-ratio", options->mostRatio, "Refuse what grows more than that; 1100")
+  command
+      ->add_option("--max-ratio", options->mostRatio,
+                   "Refuse what grows more than that; 1100, which only files made to "
+                   "deceive reach: less, as 200, is for those of strangers")
       ->check(CLI::Range(std::int64_t{1}, kMost).description(""))
       ->type_name("TIMES");
   command->footer(

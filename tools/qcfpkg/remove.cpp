@@ -20,13 +20,24 @@ struct Options {
                                    tools::shown(options.package), reason));
 }
 
+// The entries, and what there are properties of though the entry is gone.
+std::set<std::string> namesIn(const ziplayout::Layout& layout) {
+  std::set<std::string> names;
+  for (const ziplayout::Entry& entry : layout.entries())
+    names.insert(entry.central.name);
+  const std::optional<PropertyMap> properties = keepableProperties(layout);
+  for (const auto& [name, ofName] : properties.value_or(PropertyMap()))
+    names.insert(name);
+  return names;
+}
+
 // A name that ends in "/" is the folder with everything in it, whether or not it has an entry.
 std::set<std::string> choose(const ziplayout::Layout& layout, const Options& options) {
+  const std::set<std::string> names = namesIn(layout);
   std::set<std::string> chosen;
   for (const std::string& name : options.names) {
     bool found = false;
-    for (const ziplayout::Entry& entry : layout.entries()) {
-      const std::string& other = entry.central.name;
+    for (const std::string& other : names) {
       const bool inFolder =
           !name.empty() && name.back() == '/' && other.compare(0, name.size(), name) == 0;
       if (other != name && !inFolder) continue;
@@ -45,9 +56,6 @@ void run(const Tool& tool, const Options& options) {
   const std::set<std::string> chosen = choose(layout, options);
   if (chosen.count("mimetype") != 0) {
     refuse(options, "mimetype", "it is the package's type; type changes it");
-  }
-  if (chosen.size() == layout.entries().size()) {
-    refuse(options, *chosen.begin(), "nothing would be left, and a package has at least one entry");
   }
   Change change;
   change.removed.assign(chosen.begin(), chosen.end());

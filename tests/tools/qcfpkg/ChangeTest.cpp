@@ -210,4 +210,71 @@ TEST_F(Change, DatesOfUnchangedEntriesStay) {
   EXPECT_EQ(after[1], before[1]);
 }
 
+TEST_F(Change, CompactDropsWhatStandsInFrontWhetherOrNotOffsetsCountIt) {
+  auto expected = makePackage("a.pkg");
+  folder.write("shifted.pkg", "#!/bin/sh\n" + folder.read("a.pkg"));
+  folder.write("counted.pkg", std::string(50, '#'));
+  python(
+      "import zipfile\n"
+      "old, new = zipfile.ZipFile('a.pkg'), zipfile.ZipFile('counted.pkg', 'a')\n"
+      "for i in old.infolist():\n"
+      "    new.writestr(i, old.read(i))\n"
+      "new.close()\n");
+  for (const char* const name : {"shifted.pkg", "counted.pkg"}) {
+    const auto found = run({"check", name});
+    EXPECT_EQ(std::count(found.out.begin(), found.out.end(), '\n'), 1) << found.out;
+    EXPECT_NE(found.out.find("leading-bytes"), std::string::npos) << found.out;
+    EXPECT_NE(found.out.find("qcfpkg compact PACKAGE"), std::string::npos) << found.out;
+    expectFailure({"comment", name, "c"}, 3, "qcfpkg compact drops them");
+    must({"--quiet", "compact", name});
+    EXPECT_EQ(contents(name), expected) << name;
+    expectNoFinding(name);
+    expectSound(name);
+  }
+}
+
+TEST_F(Change, CompactTellsNoDifferenceThatIsNone) {
+  makePackage("a.pkg");
+  auto entry = zipbytes::storedEntry("big", std::string(100000, 'x'));
+  zipbytes::File file;
+  file.add(zipbytes::storedEntry("mimetype", "a/b"), "a/b").raw("dead");
+  file.add(entry, std::string(100000, 'x'));
+  folder.write("b.pkg", file.bytes());
+  EXPECT_EQ(run({"compact", "b.pkg"}).err, "qcfpkg: b.pkg is smaller by 4 bytes\n");
+}
+
+TEST_F(Change, AllEntriesOfADuplicatedNameAreRemovedOrReplaced) {
+  folder.write("x", "x");
+  zipbytes::File file;
+  file.add(zipbytes::storedEntry("mimetype", "a/b"), "a/b");
+  file.add(zipbytes::storedEntry("twice", "first"), "first");
+  file.add(zipbytes::storedEntry("once", "once"), "once");
+  file.add(zipbytes::storedEntry("twice", "second"), "second");
+  folder.write("removed.pkg", file.bytes());
+  folder.write("replaced.pkg", file.bytes());
+  expectFailure({"comment", "removed.pkg", "c"}, 3, "two entries are named twice");
+  expectFailure({"remove", "--in-place", "removed.pkg", "twice"}, 3, "two entries are named twice");
+  EXPECT_EQ(folder.read("removed.pkg"), file.bytes());
+  must({"remove", "removed.pkg", "twice"});
+  EXPECT_EQ(contents("removed.pkg"), (Contents{{"mimetype", "a/b"}, {"once", "once"}}));
+  must({"add", "replaced.pkg", "twice=x"});
+  EXPECT_EQ(contents("replaced.pkg"),
+            (Contents{{"mimetype", "a/b"}, {"once", "once"}, {"twice", "x"}}));
+  for (const char* const name : {"removed.pkg", "replaced.pkg"}) {
+    expectNoFinding(name);
+    expectSound(name);
+  }
+}
+
+TEST_F(Change, NothingButADuplicatedNameIsNotRemovedAndCanBeReplaced) {
+  folder.write("x", "x");
+  zipbytes::File file;
+  file.add(zipbytes::storedEntry("e", "1"), "1").add(zipbytes::storedEntry("e", "2"), "2");
+  folder.write("a.zip", file.bytes());
+  expectFailure({"remove", "a.zip", "e"}, 3, "nothing would be left");
+  must({"add", "a.zip", "e=x"});
+  EXPECT_EQ(contents("a.zip"), (Contents{{"e", "x"}}));
+  expectSound("a.zip");
+}
+
 }  // namespace

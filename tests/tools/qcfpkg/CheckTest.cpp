@@ -160,4 +160,113 @@ TEST_F(Check, FixturesHaveTheFindingsThatTheirRemarksSpeakOfAndNoOthers) {
   EXPECT_EQ(seen, kExpected.size());
 }
 
+class FaultsToldOnce : public Check {
+protected:
+  std::set<std::string> findingsIn(const zipbytes::File& file) const {
+    folder.write("a.pkg", file.bytes());
+    return findings("a.pkg");
+  }
+  static zipbytes::File healthy() {
+    zipbytes::File file;
+    file.add(zipbytes::storedEntry("mimetype", "a/b"), "a/b");
+    return file;
+  }
+  static zipbytes::Entry misplaced(const std::string& name) {
+    zipbytes::Entry entry = zipbytes::storedEntry(name, "x");
+    entry.offset = 5;
+    return entry;
+  }
+};
+
+TEST_F(FaultsToldOnce, AnEntryThatTheDirectoryLooksForElsewhereIsNotDead) {
+  const auto lost = [](const std::string& name) {
+    return zipbytes::localHeader(zipbytes::storedEntry(name, "x")) + "x";
+  };
+  zipbytes::File file = healthy();
+  file.raw(lost("e") + lost("f")).list(misplaced("e")).list(misplaced("f"));
+  EXPECT_EQ(findingsIn(file), std::set<std::string>{"local-missing"});
+  file = healthy();
+  file.raw(lost("e") + "dead").list(misplaced("e"));
+  EXPECT_EQ(findingsIn(file), (std::set<std::string>{"local-missing", "dead-bytes"}));
+  file = healthy();
+  file.raw(lost("e") + lost("hidden")).list(misplaced("e"));
+  EXPECT_EQ(findingsIn(file),
+            (std::set<std::string>{"local-missing", "dead-bytes", "hidden-entry"}));
+}
+
+TEST_F(FaultsToldOnce, ATypeThatTheDirectoryLooksForElsewhere) {
+  zipbytes::File file;
+  file.raw(zipbytes::localHeader(zipbytes::storedEntry("mimetype", "x")) + "x");
+  file.list(misplaced("mimetype"));
+  EXPECT_EQ(findingsIn(file), std::set<std::string>{"local-missing"});
+}
+
+TEST_F(FaultsToldOnce, ADescriptorThatDisagreesIsNotDead) {
+  zipbytes::Entry entry = zipbytes::storedEntry("e", "x");
+  entry.flags = 8;
+  const std::string wrong = zipbytes::dataDescriptor(1, 2, 3);
+  zipbytes::File file = healthy();
+  file.add(entry, "x", wrong).add(zipbytes::storedEntry("f", "x"), "x");
+  EXPECT_EQ(findingsIn(file), std::set<std::string>{"descriptor-missing"});
+  file = healthy();
+  file.add(entry, "x", wrong + std::string(20, 'd'));
+  EXPECT_EQ(findingsIn(file), (std::set<std::string>{"descriptor-missing", "dead-bytes"}));
+}
+
+class CheckedNames : public Check {
+protected:
+  // What is found in a package of entries of these names, each with the entry.
+  std::multimap<std::string, std::string> named(const std::vector<std::string>& names) const {
+    zipbytes::File file;
+    file.add(zipbytes::storedEntry("mimetype", "a/b"), "a/b");
+    for (const std::string& name : names) {
+      const std::string data = name.back() == '/' ? "" : "x";
+      auto entry = zipbytes::storedEntry(name, data);
+      entry.flags = 0x0800;
+      file.add(entry, data);
+    }
+    folder.write("a.pkg", file.bytes());
+    std::multimap<std::string, std::string> found;
+    const auto json = nlohmann::json::parse(run({"check", "--json", "a.pkg"}).out);
+    for (const auto& finding : json[0]["findings"])
+      found.emplace(finding["id"], finding["entry"]);
+    return found;
+  }
+  using Found = std::multimap<std::string, std::string>;
+};
+
+TEST_F(CheckedNames, CaseAloneTellsFoldersApart) {
+  EXPECT_EQ(named({"A/x", "a/y"}), (Found{{"name-case", "a/y"}}));
+  EXPECT_EQ(named({"A/x", "a/x", "a/z"}), (Found{{"name-case", "a/x"}}));
+  EXPECT_EQ(named({"d/A/x", "d/a/", "e/a/"}), (Found{{"name-case", "d/a/"}}));
+  EXPECT_EQ(named({"A/", "a"}), (Found{{"name-case", "a"}}));
+  EXPECT_EQ(named({"a/", "a/x", "a/y", "b/X"}), Found());
+}
+
+TEST_F(CheckedNames, ControlsBeyondASCIIAndWhatTurnsTheWriting) {
+  for (const std::string& name : {std::string("a\xc2\x85"), std::string("a\xe2\x80\xae"),
+                                  std::string("a\xe2\x81\xa6"), std::string("a\xd8\x9c")}) {
+    EXPECT_EQ(named({name}), (Found{{"name-control", name}}));
+  }
+  EXPECT_EQ(named({"caf\xc3\xa9", "\xe2\x80\x93"}), Found());
+}
+
+TEST_F(CheckedNames, WhatWindowsDoesNotTake) {
+  for (const char* const name :
+       {"CON", "nul.txt", "d/aux", "prn/x", "com1", "Lpt9.a.b", "dot.", "blank ", "d./x", "a<b",
+        "a>b", "abc:d", "a\"b", "a|b", "a?b", "a*b"}) {
+    EXPECT_EQ(named({name}), (Found{{"name-windows", name}})) << name;
+  }
+  EXPECT_EQ(named({"console", "com", "com0", "com10", "null.txt", ".hidden", "a b", "nul_"}),
+            Found());
+}
+
+TEST_F(Check, KindsAsJSONAreTheSame) {
+  const auto json = nlohmann::json::parse(must({"check", "--kinds", "--json"}));
+  const std::string text = must({"check", "--kinds"});
+  EXPECT_EQ(json.size(), static_cast<std::size_t>(std::count(text.begin(), text.end(), '\n')));
+  EXPECT_EQ(json[0], nlohmann::json::parse(R"({"id": "mimetype-missing", "severity": "error",
+      "advice": "set the type with: qcfpkg type PACKAGE TYPE"})"));
+}
+
 }  // namespace

@@ -67,6 +67,8 @@ TEST_F(OwnPackages, ThatThisProgramMakesAndChanges) {
       {"prop", "set", "a.pkg", "x", "type-creator", "5445585474747874"},
       {"prop", "set", "a.pkg", "x", "modified", "2001-02-03 04:05:06"},
       {"prop", "set", "a.pkg", "x", "datetime", "2001"},
+      {"prop", "set", "a.pkg", "sub/two.txt", "mac-type", "TEXT"},
+      {"remove", "a.pkg", "sub/two.txt"},
       {"type", "a.pkg", "application/x-new"},
       {"comment", "a.pkg", "a comment"},
       {"remove", "a.pkg", "tree/"},

@@ -118,4 +118,65 @@ TEST_F(Prop, ADamagedDocumentIsToldAndOtherChangesKeepItsBytes) {
   EXPECT_EQ(contents("a.pkg").at("META-INF/pkgproperties.xml"), "<broken");
 }
 
+TEST_F(Prop, ARemovedEntryTakesItsPropertiesAlong) {
+  makePackage("a.pkg");
+  must({"prop", "set", "a.pkg", "one.txt", "mac-type", "TEXT"});
+  must({"prop", "set", "a.pkg", "sub/two.txt", "datetime", "2026"});
+  must({"remove", "a.pkg", "sub/"});
+  EXPECT_EQ(must({"prop", "get", "a.pkg", "one.txt", "mac-type"}), "TEXT\n");
+  EXPECT_EQ(contents("a.pkg").at("META-INF/pkgproperties.xml").find("two.txt"), std::string::npos);
+  expectNoFinding("a.pkg");
+  expectSound("a.pkg");
+}
+
+TEST_F(Prop, TheDocumentGoesWithTheLastProperty) {
+  auto expected = makePackage("a.pkg");
+  expected.erase("one.txt");
+  must({"prop", "set", "a.pkg", "one.txt", "mac-type", "TEXT"});
+  std::filesystem::copy_file(folder / "a.pkg", folder / "b.pkg");
+  must({"remove", "a.pkg", "one.txt"});
+  EXPECT_EQ(contents("a.pkg"), expected);
+  expectNoFinding("a.pkg");
+  must({"remove", "--in-place", "b.pkg", "one.txt"});
+  EXPECT_EQ(contents("b.pkg"), expected);
+  EXPECT_EQ(run({"check", "b.pkg"}).status, 0);
+}
+
+TEST_F(Prop, InPlaceTheOthersPropertiesCannotBeWritten) {
+  makePackage("a.pkg");
+  must({"prop", "set", "a.pkg", "one.txt", "mac-type", "TEXT"});
+  must({"prop", "set", "a.pkg", "sub/two.txt", "datetime", "2026"});
+  const std::string before = folder.read("a.pkg");
+  expectFailure({"remove", "--in-place", "a.pkg", "one.txt"}, 3, "without --in-place they can");
+  EXPECT_EQ(folder.read("a.pkg"), before);
+}
+
+TEST_F(Prop, PropertiesOfAnEntryThatIsGoneAreRemovedByItsName) {
+  makePackage("a.pkg");
+  python(
+      "import zipfile\n"
+      "z = zipfile.ZipFile('a.pkg', 'a')\n"
+      "z.writestr('META-INF/pkgproperties.xml', '<pkgProperties><package/><entries>'\n"
+      "  '<entry path=\"gone\"><prop key=\"mac_type\">a</prop></entry>'\n"
+      "  '<entry path=\"one.txt\"><prop key=\"mac_type\">b</prop></entry></entries>'\n"
+      "  '</pkgProperties>')\n");
+  EXPECT_NE(run({"check", "a.pkg"}).out.find("qcfpkg remove PACKAGE ENTRY"), std::string::npos);
+  must({"remove", "a.pkg", "gone"});
+  EXPECT_EQ(must({"prop", "get", "a.pkg", "one.txt", "mac-type"}), "b\n");
+  expectNoFinding("a.pkg");
+  expectFailure({"remove", "a.pkg", "gone"}, 3, "no such entry");
+}
+
+TEST_F(Prop, ADocumentThatARewritingWouldRobStaysWhenAnEntryIsRemoved) {
+  makePackage("a.pkg");
+  python(
+      "import zipfile\n"
+      "zipfile.ZipFile('a.pkg', 'a').writestr('META-INF/pkgproperties.xml', '<pkgProperties>'\n"
+      "  '<package/><entries><entry path=\"one.txt\"><prop key=\"colour\">red</prop></entry>'\n"
+      "  '</entries></pkgProperties>')\n");
+  const std::string before = contents("a.pkg").at("META-INF/pkgproperties.xml");
+  must({"remove", "a.pkg", "one.txt"});
+  EXPECT_EQ(contents("a.pkg").at("META-INF/pkgproperties.xml"), before);
+}
+
 }  // namespace

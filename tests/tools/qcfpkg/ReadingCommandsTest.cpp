@@ -157,4 +157,35 @@ TEST_F(ReadingCommands, JSONHoldsNamesThatAreNoUTF8) {
   EXPECT_EQ(nlohmann::json::parse(must({"list", "--json", "a.pkg"}))[0]["name"], "caf\xc3\xa9");
 }
 
+TEST_F(ReadingCommands, ListNeverSaysThatAllWasSavedWhereSomethingIsLeft) {
+  auto entry = zipbytes::storedEntry("e", "x");
+  entry.size = 100000;
+  folder.write("a.pkg", zipbytes::File().add(entry, "x").bytes());
+  const std::string text = must({"list", "a.pkg"});
+  EXPECT_NE(text.find("   99%  "), std::string::npos) << text;
+  EXPECT_EQ(text.find("100%"), std::string::npos) << text;
+}
+
+TEST_F(ReadingCommands, WhatTurnsTheDirectionOfWritingIsShownEscaped) {
+  folder.write(
+      "a.pkg",
+      zipbytes::File().add(zipbytes::storedEntry("a\xe2\x80\xaegpj.exe", "x"), "x").bytes());
+  for (const std::vector<std::string>& arguments : std::vector<std::vector<std::string>>{
+           {"list", "a.pkg"}, {"check", "a.pkg"}, {"prop", "list", "a.pkg"}}) {
+    const std::string text = run(arguments).out;
+    EXPECT_NE(text.find("a\\xe2\\x80\\xaegpj.exe"), std::string::npos) << text;
+    EXPECT_EQ(text.find("\xe2\x80\xae"), std::string::npos) << text;
+  }
+}
+
+TEST_F(ReadingCommands, CatOfANameThatComesTwiceTellsSo) {
+  zipbytes::File file;
+  file.add(zipbytes::storedEntry("e", "1"), "1").add(zipbytes::storedEntry("e", "2"), "2");
+  folder.write("a.zip", file.bytes());
+  const auto finished = run({"cat", "a.zip", "e"});
+  EXPECT_EQ(finished.status, 0);
+  EXPECT_EQ(finished.out, "1");
+  EXPECT_EQ(finished.err, "qcfpkg: a.zip has 2 entries named e; this is the first\n");
+}
+
 }  // namespace

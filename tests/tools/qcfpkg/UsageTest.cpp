@@ -37,6 +37,18 @@ TEST_F(Usage, WrongUseIsTwoAndOneLine) {
   expectFailure({"extract", "a.pkg", "--max-ratio", "x"}, 2, "--max-ratio");
   expectFailure({"prop", "get", "a.pkg"}, 2, "");
   expectFailure({"compact", "a.pkg", "b.pkg"}, 2, "");
+  expectFailure({"extract", "a.pkg", "-C", ""}, 2, "the FOLDER has no name");
+  folder.write("f", "f");
+  for (const auto& [inputs, words] : std::vector<std::pair<std::vector<std::string>, std::string>>{
+           {{"x="}, "there is no FILE behind NAME="},
+           {{"=f"}, "there is no NAME in front of ="},
+           {{"=-"}, "there is no NAME in front of ="},
+           {{"-"}, "standard input needs a NAME="},
+           {{"x=-", "y=-"}, "standard input can be read only once"}}) {
+    std::vector<std::string> arguments{"create", "--type", "a/b", "new.pkg"};
+    arguments.insert(arguments.end(), inputs.begin(), inputs.end());
+    expectFailure(arguments, 2, words);
+  }
 }
 
 TEST_F(Usage, EveryCommandTellsOfAMissingFile) {
