@@ -35,7 +35,7 @@ void run(const Tool& tool, const std::string& path) {
 
 void addCompact(CLI::App& app, Tool& tool) {
   auto* const command =
-      app.add_subcommand("compact", "Frees the room of replaced and removed entries");
+      app.add_subcommand("compact", "Frees the room of all that belongs to no entry");
   auto package = std::make_shared<std::string>();
   command->add_option("PACKAGE", *package, "A package")->required();
   command->footer(
