@@ -13,7 +13,7 @@ cd "$(dirname "$0")/.."
 last=tests/abi/qcfpkg.abi
 new=build/abi/qcfpkg.abi
 
-# Writes what the library of build/abi offers to the file $new, without indentation and what is said twice. Interfaces whose
+# Writes what the library of build/abi offers to the file $new, without indentation, the folder of the clone, and what is said twice. Interfaces whose
 # tables are nobody's are described by the compiler only where it is told to.
 dump() {
   cmake -S . -B build/abi -G Ninja -DCMAKE_BUILD_TYPE=Release -DCMAKE_CXX_COMPILER=g++ \
@@ -23,7 +23,7 @@ dump() {
   abidw --no-corpus-path --no-comp-dir-path --no-show-locs --no-parameter-names --no-architecture --no-elf-needed \
     --no-write-default-sizes --type-id-style hash --exported-interfaces-only --drop-undefined-syms \
     --suppressions tests/abi/left-out.suppr --out-file "$new.whole" build/abi/xml/qcf/pkglib/libqcfpkg.so
-  sed -E -e 's/^ +//' -e "s/ mangled-name='[^']*'( [^>]*elf-symbol-id=)/\\1/" \
+  sed -E -e 's/^ +//' -e "s|^(<abi-instr .* path=')[^']*/xml/|\\1xml/|" -e "s/ mangled-name='[^']*'( [^>]*elf-symbol-id=)/\\1/" \
     -e "/^<elf-symbol name='_Z(NK?S|NK?5boost|NK?9__gnu|T[ISV]N?(S|5boost))/d" "$new.whole" >"$new"
   rm "$new.whole"
 }
