@@ -13,8 +13,8 @@ cd "$(dirname "$0")/.."
 last=tests/abi/qcfpkg.abi
 new=build/abi/qcfpkg.abi
 
-# Writes what the library of build/abi offers to the file $new, without indentation, the folder of the clone, and what is said twice. Interfaces whose
-# tables are nobody's are described by the compiler only where it is told to.
+# Writes what the library of build/abi offers to the file $new, without indentation, the folder of the clone, and what is said twice.
+# Interfaces whose tables are nobody's are described by the compiler only where it is told to.
 dump() {
   cmake -S . -B build/abi -G Ninja -DCMAKE_BUILD_TYPE=Release -DCMAKE_CXX_COMPILER=g++ \
     -DCMAKE_CXX_FLAGS='-g -femit-class-debug-always' -DQCF_BUILD_IMPORTER=OFF -DQCF_BUILD_ADAPTERS=OFF \
