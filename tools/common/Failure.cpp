@@ -29,18 +29,46 @@ std::size_t utf8Length(const std::string& text, std::size_t at) {
   return overlong || surrogate || point > 0x10FFFF ? 0 : length;
 }
 
+namespace {
+
+// The UTF-8 character of `length` bytes at `at`.
+bool isControl(const std::string& text, std::size_t at, std::size_t length) {
+  const auto byte = [&](std::size_t i) { return static_cast<unsigned char>(text[at + i]); };
+  switch (length) {
+    case 1:
+      return byte(0) < 0x20 || byte(0) == 0x7F;
+    case 2:  // U+0080 to U+009F, and the Arabic letter mark
+      return (byte(0) == 0xC2 && byte(1) < 0xA0) || (byte(0) == 0xD8 && byte(1) == 0x9C);
+    case 3: {
+      const unsigned last = byte(2);
+      // U+200E and U+200F, U+202A to U+202E; U+2066 to U+2069
+      return byte(0) == 0xE2 && ((byte(1) == 0x80 && (last == 0x8E || last == 0x8F ||
+                                                      (last >= 0xAA && last <= 0xAE))) ||
+                                 (byte(1) == 0x81 && last >= 0xA6 && last <= 0xA9));
+    }
+    default:
+      return false;
+  }
+}
+
+}  // namespace
+
+bool hasControls(const std::string& name) {
+  for (std::size_t at = 0; at < name.size();) {
+    const std::size_t length = std::max<std::size_t>(utf8Length(name, at), 1);
+    if (isControl(name, at, length)) return true;
+    at += length;
+  }
+  return false;
+}
+
 std::string shown(const std::string& name) {
-  const auto isControl = [&](std::size_t at, std::size_t length) {
-    const auto byte = [&](std::size_t i) { return static_cast<unsigned char>(name[at + i]); };
-    return length == 1 ? byte(0) < 0x20 || byte(0) == 0x7F
-                       : length == 2 && byte(0) == 0xC2 && byte(1) < 0xA0;
-  };
   if (name.empty()) return "''";
   std::string text;
   for (std::size_t at = 0; at < name.size();) {
     const std::size_t length = utf8Length(name, at);
     const std::size_t taken = std::max<std::size_t>(length, 1);
-    if (length != 0 && !isControl(at, length)) {
+    if (length != 0 && !isControl(name, at, length)) {
       text += name.substr(at, taken);
     } else {
       for (std::size_t i = 0; i < taken; ++i)

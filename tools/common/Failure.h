@@ -25,9 +25,12 @@ private:
 // a word.
 class ReaderGone : public std::exception {};
 
-// A name that can be shown: control characters, which could break a line or steer a terminal, and
-// bytes that are no UTF-8 as escapes; an empty one as a pair of quotes.
+// A name that can be shown: control characters, which could break a line or steer a terminal, marks
+// that turn the direction of writing, and bytes that are no UTF-8 as escapes; an empty one as a
+// pair of quotes.
 std::string shown(const std::string& name);
+// Whether it has control characters or marks that turn the direction of writing.
+bool hasControls(const std::string& name);
 
 // The length of the UTF-8 character that begins at `at`, which is inside the text; 0 where none
 // does.

@@ -72,7 +72,7 @@ void checkName(const Entry& entry, Findings& findings) {
   add(hasSegment(body, ".."), "name-parent", "the name leads out of the folder");
   add(name.find('\\') != std::string::npos, "name-backslash", "the name has a backslash");
   add(isDrive, "name-drive", "the name begins with a drive");
-  add(hasControls(name), "name-control", "the name has control characters");
+  add(tools::hasControls(name), "name-control", "the name has control characters");
   add(!isDrive && isOddOnWindows(body), "name-windows", "Windows does not take the name");
   add(isOdd, "name-segment", "the name has an empty or idle segment");
   const bool isMarked = (entry.central.flags & ziplayout::kFlagUTF8) != 0;
@@ -87,7 +87,7 @@ void checkLocal(const Entry& entry, Findings& findings) {
     findings.add(id, central.name, entry.offset, text);
   };
   if (local.name != central.name) {
-    add("local-name", fmt::format("its local header calls it {}", shownName(local.name)));
+    add("local-name", fmt::format("its local header calls it {}", tools::shown(local.name)));
   }
   if (local.method != central.method) {
     add("local-method", fmt::format("its local header says {}, the directory {}",
@@ -256,8 +256,8 @@ void checkNames(const Layout& layout, Findings& findings) {
     }
     if (const auto clash = spellings.take(name)) {
       findings.add("name-case", name, entry.recordOffset,
-                   fmt::format("only upper and lower case tell {} from {}", shownName(clash->path),
-                               shownName(clash->other)));
+                   fmt::format("only upper and lower case tell {} from {}",
+                               tools::shown(clash->path), tools::shown(clash->other)));
     }
   }
   for (const Entry& entry : layout.entries()) {
@@ -266,7 +266,7 @@ void checkNames(const Layout& layout, Findings& findings) {
     const auto next = exact.lower_bound(name + "/");
     if (next != exact.end() && next->compare(0, name.size() + 1, name + "/") == 0) {
       findings.add("name-file-and-folder", name, entry.recordOffset,
-                   fmt::format("it is a file, and the folder of {}", shownName(*next)));
+                   fmt::format("it is a file, and the folder of {}", tools::shown(*next)));
     }
   }
 }

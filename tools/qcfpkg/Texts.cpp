@@ -100,41 +100,6 @@ bool isUTF8(const std::string& text) {
   return true;
 }
 
-// The length of the character at `at` that turns the direction of writing; 0 for any other.
-static std::size_t turningLength(const std::string& text, std::size_t at) {
-  if (text.compare(at, 2, "\xD8\x9C") == 0) return 2;
-  if (text.size() - at < 3) return 0;
-  const auto last = static_cast<unsigned char>(text[at + 2]);
-  const bool isMark = last == 0x8E || last == 0x8F || (last >= 0xAA && last <= 0xAE);
-  const bool isIsolate = last >= 0xA6 && last <= 0xA9;
-  const bool turns = (text.compare(at, 2, "\xE2\x80") == 0 && isMark) ||
-                     (text.compare(at, 2, "\xE2\x81") == 0 && isIsolate);
-  return turns ? 3 : 0;
-}
-
-bool hasControls(const std::string& text) {
-  for (std::size_t at = 0; at < text.size(); ++at) {
-    const auto byte = static_cast<unsigned char>(text[at]);
-    const bool isHigh = byte == 0xC2 && at + 1 < text.size() &&
-                        (static_cast<unsigned char>(text[at + 1]) & 0xE0) == 0x80;
-    if (byte < 0x20 || byte == 0x7F || isHigh || turningLength(text, at) != 0) return true;
-  }
-  return false;
-}
-
-std::string shownName(const std::string& name) {
-  const std::string plain = tools::shown(name);
-  std::string text;
-  for (std::size_t at = 0; at < plain.size();) {
-    const std::size_t length = turningLength(plain, at);
-    if (length == 0) text.push_back(plain[at]);
-    for (std::size_t i = 0; i < length; ++i)
-      text += fmt::format("\\x{:02x}", static_cast<unsigned char>(plain[at + i]));
-    at += std::max<std::size_t>(length, 1);
-  }
-  return text;
-}
-
 std::string jsonText(const std::string& text) {
   if (isUTF8(text)) return text;
   std::string out;

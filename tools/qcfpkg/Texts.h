@@ -31,11 +31,6 @@ DOSMoment dosMoment(std::time_t moment);
 std::string hexWord(std::uint16_t word);
 // Whether `text` is UTF-8.
 bool isUTF8(const std::string& text);
-// Whether it has control characters, or such as turn the direction of writing.
-bool hasControls(const std::string& text);
-// A name that can be shown, as tools::shown does, with what turns the direction of writing escaped,
-// too.
-std::string shownName(const std::string& name);
 // A name as JSON can hold it: bytes that are no UTF-8 as those of ISO-8859-1.
 std::string jsonText(const std::string& text);
 

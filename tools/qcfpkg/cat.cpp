@@ -5,7 +5,6 @@
 #include <fmt/format.h>
 
 #include "EntryData.h"
-#include "Texts.h"
 #include "Tool.h"
 #include "ZipLayout.h"
 
@@ -50,7 +49,7 @@ void run(const Tool& tool, const Options& options) {
     });
     if (copies == 1) continue;
     tool.note(fmt::format("{} has {} entries named {}; this is the first",
-                          tools::shown(options.package), copies, shownName(name)));
+                          tools::shown(options.package), copies, tools::shown(name)));
   }
   // What went out cannot be taken back: damage must show before.
   for (const ziplayout::Sink& sink :

@@ -59,7 +59,7 @@ nlohmann::ordered_json describe(const Finding& finding) {
 
 void print(const std::string& path, const Finding& finding) {
   std::string place = tools::shown(path);
-  if (!finding.entry.empty()) place += ": " + shownName(finding.entry);
+  if (!finding.entry.empty()) place += ": " + tools::shown(finding.entry);
   if (finding.offset) place += fmt::format(" at {}", *finding.offset);
   fmt::print("{}: {} {}: {}; {}\n", place, severityName(finding.severity), finding.id, finding.text,
              finding.advice);

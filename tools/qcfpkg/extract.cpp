@@ -21,8 +21,8 @@ struct Options {
   bool listOnly = false;
   bool overwrite = false;
   std::uint64_t mostBytes = std::uint64_t{16} << 30;
-  std::uint64_t mostRatio =
-      1100;  // what deflate cannot do: the sizes lie, or entries share their data
+  // What deflate cannot do: the sizes lie, or entries share their data.
+  std::uint64_t mostRatio = 1100;
 };
 
 using Chosen = std::vector<const ziplayout::Entry*>;
@@ -139,7 +139,7 @@ void run(const Tool& tool, const Options& options) {
   const std::uint64_t total = refuseUnsafe(layout, chosen, options);
   if (options.listOnly) {
     for (const ziplayout::Entry* const entry : chosen) {
-      fmt::print("{}\n", shownName(entry->central.name));
+      fmt::print("{}\n", tools::shown(entry->central.name));
     }
     return;
   }

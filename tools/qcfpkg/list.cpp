@@ -47,7 +47,7 @@ void printTable(const ziplayout::Layout& layout) {
     printRow(std::to_string(header.size), std::to_string(header.compressedSize),
              ratioText(header.size, header.compressedSize), methodName(header.method),
              date.empty() ? "-" : date, fmt::format("{:08x}", header.crc), flagsText(entry),
-             shownName(header.name));
+             tools::shown(header.name));
     size += header.size;
     compressed += header.compressedSize;
   }

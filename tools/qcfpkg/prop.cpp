@@ -101,7 +101,7 @@ void list(const Options& options) {
       if (value.empty()) continue;
       json[jsonText(entry.central.name)][name] = jsonText(value);
       if (options.asJSON) continue;
-      fmt::print("{}\t{}\t{}\n", shownName(entry.central.name), name, shownName(value));
+      fmt::print("{}\t{}\t{}\n", tools::shown(entry.central.name), name, tools::shown(value));
     }
   }
   if (options.asJSON) fmt::print("{}\n", json.dump(2));

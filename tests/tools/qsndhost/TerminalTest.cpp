@@ -96,4 +96,11 @@ TEST_F(Terminal, ColoursAreForTerminalsThatWantThem) {
   }
 }
 
+TEST_F(Terminal, NoAudioGoesToATerminal) {
+  makeDocument("a.qsnd", 16, 1, 10);
+  environment = {{"TERM", "dumb"}};
+  EXPECT_EQ(seen(80, {"export", "a.qsnd", "-"}),
+            "qsndhost: standard output is a terminal; name a file, or a pipe behind it\n");
+}
+
 }  // namespace

@@ -39,8 +39,7 @@ private:
 
   std::vector<Element> fElements;
   NameTable fTable;
-  std::size_t fEntered =
-      0;  // so many of the elements are in the table; the first search enters all
+  std::size_t fEntered = 0;  // so many elements are in the table; a search enters the rest
 };
 
 }  // namespace pkg
