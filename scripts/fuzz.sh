@@ -36,7 +36,7 @@ export TMPDIR=$scratch XDG_CACHE_HOME=$scratch
 of() { sed -n "s/^stat::$2: *//p" "$1" | tail -n 1; }
 
 seconds=$((minutes * 60 / ${#targets[@]}))
-failed=0
+failing=()
 total=0
 found=0
 row='%-12s %12s %10s %10s %12s %10s\n'
@@ -52,7 +52,7 @@ for target in "${targets[@]}"; do
     build/fuzz/fuzz/fuzz_"$target" \
     -dict="$dictionary" -max_total_time="$seconds" -timeout=5 -rss_limit_mb=2048 -max_len=65536 \
     -artifact_prefix="build/fuzz/findings/$target-" -print_final_stats=1 \
-    build/fuzz/corpus/"$target" fuzz/regressions/"$target" >"$log" 2>&1 || failed=1
+    build/fuzz/corpus/"$target" fuzz/regressions/"$target" >"$log" 2>&1 || failing+=("$target")
   executions=$(of "$log" number_of_executed_units)
   coverage=$(sed -n 's/.* cov: \([0-9]*\) .*/\1/p' "$log" | tail -n 1)
   findings=$(($(find build/fuzz/findings -name "$target-*" | wc -l) - before))
@@ -62,4 +62,11 @@ for target in "${targets[@]}"; do
     "$(of "$log" slowest_unit_time_sec)" "$(of "$log" peak_rss_mb)"
 done
 printf '%d executions of %d targets in %d minutes, %d findings\n' "$total" "${#targets[@]}" "$minutes" "$found"
-exit "$failed"
+
+# What there is to see of a failure, its input with it: the machine may be gone when somebody looks.
+for target in "${failing[@]}"; do
+  printf '\n%s failed:\n' "$target"
+  grep -v '^#[0-9]' "build/fuzz/$target.log" | tail -n 40
+  find build/fuzz/findings -name "$target-*" -size -16k -newer build/fuzz-build.log -exec base64 {} \;
+done
+[[ ${#failing[@]} -eq 0 ]]

@@ -2,7 +2,7 @@
 
 #include <string>
 
-// The audio entry of a package; empty where there is none that can be read.
+// The audio entry of a package as far as it can be read, at most its first MiB.
 std::string audioOf(const std::string& path);
 
 // The two faults that the importer does not guard against: a block align of 0 when the length is
