@@ -78,6 +78,22 @@ protected:
     }
     return false;
   }
+  // Stopped while a file is being written; begun anew where it was over before anybody looked.
+  pid_t stoppedHalfWay(const std::vector<std::string>& arguments) const {
+    for (;;) {
+      const pid_t child = start(arguments);
+      int status = 0;
+      while (!hasScratch() && waitpid(child, &status, WNOHANG) == 0)
+        usleep(500);
+      if (kill(child, SIGSTOP) == 0 && waitpid(child, &status, WUNTRACED) == child &&
+          WIFSTOPPED(status)) {
+        if (hasScratch()) return child;
+        kill(child, SIGKILL);
+        waitpid(child, &status, 0);
+      }
+      fs::remove_all(folder / "out");
+    }
+  }
 };
 
 TEST_P(ExtractSafety, WhatIsInTheWayIsNeverFollowed) {
@@ -229,10 +245,9 @@ TEST_F(ExtractSafety, SizesBeyondAllMeasureAreRefused) {
 
 TEST_F(ExtractSafety, AnInterruptLeavesNoHalfFile) {
   makeBig();
-  const pid_t child = start({"extract", "big.pkg", "-C", "out"});
-  while (!hasScratch() && waitpid(child, nullptr, WNOHANG) == 0)
-    usleep(500);
+  const pid_t child = stoppedHalfWay({"extract", "big.pkg", "-C", "out"});
   kill(child, SIGTERM);
+  kill(child, SIGCONT);
   int status = 0;
   waitpid(child, &status, 0);
   EXPECT_TRUE(WIFSIGNALED(status));
@@ -242,9 +257,7 @@ TEST_F(ExtractSafety, AnInterruptLeavesNoHalfFile) {
 // Whichever folder it stands in, and whichever entries the next run extracts there.
 TEST_F(ExtractSafety, WhatAKilledRunLeftIsClearedByTheNextWithANote) {
   makeBig();
-  const pid_t child = start({"extract", "big.pkg", "-C", "out"});
-  while (!hasScratch() && waitpid(child, nullptr, WNOHANG) == 0)
-    usleep(500);
+  const pid_t child = stoppedHalfWay({"extract", "big.pkg", "-C", "out"});
   kill(child, SIGKILL);
   int status = 0;
   waitpid(child, &status, 0);
@@ -265,10 +278,7 @@ TEST_F(ExtractSafety, WhatAKilledRunLeftIsClearedByTheNextWithANote) {
 
 TEST_F(ExtractSafety, AScratchFileOfARunThatLivesStays) {
   makeBig();
-  const pid_t child = start({"extract", "big.pkg", "deep/big", "-C", "out"});
-  while (!hasScratch() && waitpid(child, nullptr, WNOHANG) == 0)
-    usleep(500);
-  kill(child, SIGSTOP);
+  const pid_t child = stoppedHalfWay({"extract", "big.pkg", "deep/big", "-C", "out"});
   must({"extract", "big.pkg", "deep/small", "-C", "out"});
   EXPECT_TRUE(hasScratch());
   kill(child, SIGCONT);
