@@ -22,8 +22,8 @@ std::unique_ptr<AudioSource> openSndfile(const std::string& path);
 // A WAV file through libavformat and libavcodec, taken apart and scaled behind them. Reads on from
 // where it stands, or from the start for position 0.
 std::unique_ptr<AudioSource> openLibav(const std::string& path);
-// A stored sound document through stdio and a conversion, both written plainly and knowing where
-// the samples lie: the most that an importer with the same block can reach.
+// A stored sound document, or a WAV file, through stdio and a conversion, both written plainly and
+// knowing where the samples lie: the most that an importer with the same block can reach.
 std::unique_ptr<AudioSource> openStdio(const std::string& path, int bits, std::size_t channels);
 
 // One buffer of floats a channel.

@@ -14,6 +14,7 @@
 #include <zlib.h>
 
 #include "PackageRows.h"
+#include "PlainZip.h"
 #include "Turns.h"
 
 namespace {
@@ -135,11 +136,13 @@ class Appenders {
 public:
   Appenders(const support::TempDir& folder, const Shape& shape) : fFolder(folder) {
     turns::apart([&] { createPackage(path("package"), shape); });
-    for (const char* who : {"minizip", "libzip", "zip", "7z"})
+    for (const char* who : {"minizip", kPlainZip, "libzip", "zip", "7z"})
       std::filesystem::copy_file(path("package"), path(who),
                                  std::filesystem::copy_options::overwrite_existing);
     enlist("package", appendOurs);
     enlist("minizip", appendMinizip);
+    enlist(kPlainZip, appendPlainZip);
+    all.back().isFloor = true;
     enlist("libzip", appendLibzip);
     enlist("zip", [this](const std::string& to, const std::string& name) {
       turns::become({"zip", "-q", to, name}, fFolder.path().string());
@@ -149,7 +152,7 @@ public:
     });
     for (std::size_t who = 1; who < all.size(); ++who)
       turns::apart([&] { requireSameEntries(path("package"), path(all[who].who)); });
-    all.push_back({"deflate alone", deflateAlone});
+    all.push_back({"deflate alone", deflateAlone, {}, true});
   }
 
   ~Appenders() {

@@ -2,11 +2,9 @@
 // programs that read the same from files.
 
 #include <algorithm>
-#include <cstdio>
 #include <cstring>
 #include <filesystem>
 #include <functional>
-#include <memory>
 #include <string>
 #include <vector>
 
@@ -19,6 +17,7 @@
 #include <benchmark/benchmark.h>
 
 #include "PackageRows.h"
+#include "PlainZip.h"
 #include "Turns.h"
 
 namespace {
@@ -156,15 +155,16 @@ std::vector<turns::Contender> creators(const support::TempDir& folder, const Sha
     turns::apart([&] { requireSameEntries((folder / "package.zip").string(), path); });
     all.push_back({who, work, prepare});
   };
-  const std::pair<const char*, Create> libraries[] = {{"package", createPackage},
-                                                      {"libzip", createLibzip},
-                                                      {"minizip", createMinizip},
-                                                      {"libarchive", createLibarchive}};
-  for (const auto& [who, create] : libraries) {
-    enlist(who, [=, create = create, path = (folder / (std::string(who) + ".zip")).string()] {
-      create(path, shape);
-    });
-  }
+  const auto enlistLibrary = [&](const std::string& who, Create create) {
+    const std::string path = (folder / (who + ".zip")).string();
+    enlist(who, [=] { create(path, shape); });
+  };
+  enlistLibrary("package", createPackage);
+  enlistLibrary("libzip", createLibzip);
+  enlistLibrary("minizip", createMinizip);
+  enlistLibrary("libarchive", createLibarchive);
+  enlistLibrary(kPlainZip, createPlainZip);
+  all.back().isFloor = true;
   const std::string files = (folder / "files").string();
   turns::apart([&] { makeFiles(folder, files, shape); });
   for (const auto& words : programs(folder, shape))
@@ -172,15 +172,13 @@ std::vector<turns::Contender> creators(const support::TempDir& folder, const Sha
   return all;
 }
 
-// With the level and the memory level of the library, and the checksum. Hands what comes out to
-// `take`, at most `size` bytes at a time.
-template <class Take>
-void deflateAll(const Shape& shape, std::size_t size, Take take) {
+// With the level and the memory level of the library, and the checksum; nothing is written.
+void deflateAlone(const Shape& shape) {
   z_stream z{};
   require(deflateInit2(&z, Z_DEFAULT_COMPRESSION, Z_DEFLATED, -MAX_WBITS, MAX_MEM_LEVEL,
                        Z_DEFAULT_STRATEGY) == Z_OK,
           "deflate cannot begin");
-  std::vector<Bytef> out(size);
+  std::vector<Bytef> out(kContentBlock);
   uLong crc = crc32(0, nullptr, 0);
   for (std::size_t block = 0; block <= shape.blocks; ++block) {
     const bool last = block == shape.blocks;
@@ -192,38 +190,24 @@ void deflateAll(const Shape& shape, std::size_t size, Take take) {
       z.next_out = out.data();
       z.avail_out = static_cast<uInt>(out.size());
       deflate(&z, last ? Z_FINISH : Z_NO_FLUSH);
-      take(out.data(), out.size() - z.avail_out);
     } while (z.avail_out == 0);
   }
   benchmark::DoNotOptimize(crc);
   deflateEnd(&z);
 }
 
-// And written in the blocks in which the library writes.
-void deflateBehindStdio(const std::string& path, const Shape& shape) {
-  const std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(std::fopen(path.c_str(), "w+b"),
-                                                             std::fclose);
-  require(file != nullptr, "cannot create " + path);
-  deflateAll(shape, 4096, [&](const Bytef* bytes, std::size_t count) {
-    std::fwrite(bytes, 1, count, file.get());
-  });
-}
-
 std::vector<turns::Contender> oneDeflated(const support::TempDir& folder, const Shape& shape) {
   const std::string path = (folder / "deflated.zip").string();
+  const std::string plain = (folder / "plain.zip").string();
   turns::apart([&] {
     createPackage(path, shape);
-    requireSameEntries(path, path);
+    createPlainZip(plain, shape);
+    requireSameEntries(path, plain);
   });
   return {{"package", [=] { createPackage(path, shape); }, [=] { std::filesystem::remove(path); }},
-          {"deflate and crc32 alone",
-           [=] { deflateAll(shape, kContentBlock, [](const Bytef*, std::size_t) {}); }}};
-}
-
-turns::Contender behindStdio(const support::TempDir& folder, const Shape& shape) {
-  const std::string path = (folder / "stdio").string();
-  return {"the same behind stdio", [=] { deflateBehindStdio(path, shape); },
-          [path] { std::filesystem::remove(path); }};
+          {kPlainZip, [=] { createPlainZip(plain, shape); },
+           [=] { std::filesystem::remove(plain); }, true},
+          {"deflate and crc32 alone", [=] { deflateAlone(shape); }, {}, true}};
 }
 
 double growthWithSize(const support::TempDir& folder, const Shape& large) {
@@ -248,18 +232,13 @@ void addCreateRows(const support::TempDir& folder, std::size_t part) {
   const Shape stored{1, blocks, kContentBlock, false};
   turns::add({"create 500 MB stored", [=, &folder] { return creators(folder, stored); },
               turns::Place::OwnProcess});
-  // Short enough for many rounds, and for one more contender.
-  const Shape tenth{1, blocks / 10, kContentBlock, true};
-  turns::add({"create 50 MB deflated",
-              [=, &folder] {
-                std::vector<turns::Contender> all = oneDeflated(folder, tenth);
-                all.push_back(behindStdio(folder, tenth));
-                return all;
-              },
-              turns::Place::OwnProcess});
-  const Shape deflated{1, blocks, kContentBlock, true};
-  turns::add({"create 500 MB deflated", [=, &folder] { return oneDeflated(folder, deflated); },
-              turns::Place::OwnProcess});
+  // Short enough for many rounds, and as large as the goal has it.
+  for (const auto& [name, size] : {std::pair{"create 50 MB deflated", blocks / 10},
+                                   std::pair{"create 500 MB deflated", blocks}}) {
+    const Shape deflated{1, size, kContentBlock, true};
+    turns::add(
+        {name, [=, &folder] { return oneDeflated(folder, deflated); }, turns::Place::OwnProcess});
+  }
   turns::add(turns::Fact{"peak memory of 500 MB stored above that of 5 MB, KiB",
                          [=, &folder] { return growthWithSize(folder, stored); }, 256});
 }

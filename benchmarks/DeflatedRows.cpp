@@ -133,19 +133,33 @@ turns::Contender stdioInflate(const std::string& path) {
 }
 
 // And writes the plain copy, 4,096 bytes at a time through stdio.
+void copyThroughStdio(const std::string& path, std::int64_t start, const std::string& copy) {
+  const std::unique_ptr<std::FILE, int (*)(std::FILE*)> out(std::fopen(copy.c_str(), "w+b"),
+                                                            std::fclose);
+  inflateThroughStdio(path, start, 4096, [&](const char* block, std::size_t count) {
+    std::fwrite(block, 1, count, out.get());
+  });
+}
+
 turns::Contender stdioCopy(const std::string& path) {
+  const std::string copy = path + ".copy";
   return {"the copy by stdio",
-          [path, start = dataStart(path)] {
-            const std::string copy = path + ".copy";
-            {
-              const std::unique_ptr<std::FILE, int (*)(std::FILE*)> out(
-                  std::fopen(copy.c_str(), "w+b"), std::fclose);
-              inflateThroughStdio(path, start, 4096, [&](const char* block, std::size_t count) {
-                std::fwrite(block, 1, count, out.get());
-              });
-            }
+          [=, start = dataStart(path)] { copyThroughStdio(path, start, copy); },
+          [=] { std::remove(copy.c_str()); }};
+}
+
+// And imports from it.
+turns::Contender stdioImport(const std::string& path, const Pattern& pattern) {
+  const std::string copy = path + ".copy";
+  const auto buffers = std::make_shared<Channels>(2, pattern.frames);
+  return {"the copy by stdio, and conversion",
+          [=, start = dataStart(path)] {
+            copyThroughStdio(path, start, copy);
+            const std::unique_ptr<AudioSource> source = openStdio(copy, 16, 2);
+            for (const std::int64_t position : pattern.positions)
+              source->read(position, pattern.frames, buffers->data());
           },
-          [path] { std::remove((path + ".copy").c_str()); }};
+          [=] { std::remove(copy.c_str()); }};
 }
 
 void requireSameBytes(const std::string& ours, const std::string& theirs, const char* who) {
@@ -214,7 +228,8 @@ std::vector<turns::Contender> deflatedImport(const Files& files) {
            },
            [=] { *source = openBundle(files.deflated); }},
           inflateAlone(files.deflated, bytes),
-          stdioCopy(files.deflated)};
+          stdioCopy(files.deflated),
+          stdioImport(files.deflated, pattern)};
 }
 
 std::vector<turns::Contender> firstSeek(const std::string& path) {

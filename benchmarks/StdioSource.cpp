@@ -4,13 +4,13 @@
 #include <algorithm>
 #include <cstdint>
 #include <cstring>
+#include <fstream>
 #include <memory>
 #include <stdexcept>
 #include <string>
 
 #include "AudioSources.h"
 #include "StdioBlocks.h"
-#include "support/TempDir.h"
 
 namespace {
 
@@ -73,9 +73,11 @@ Convert converterOf(int bits, std::size_t channels) {
   throw std::runtime_error("no such prototype");
 }
 
-// Behind the head of the chunk of samples in the entry, which is stored.
+// Behind the head of the chunk of samples, which the file has near its start.
 std::int64_t audioStart(const std::string& path) {
-  const std::string bytes = support::readFile(path);
+  std::string bytes(4096, '\0');
+  std::ifstream(path, std::ios::binary)
+      .read(bytes.data(), static_cast<std::streamsize>(bytes.size()));
   const std::size_t wave = bytes.find("WAVEfmt ");
   return static_cast<std::int64_t>(bytes.find("data", wave) + 8);
 }

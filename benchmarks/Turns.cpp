@@ -183,12 +183,15 @@ private:
   }
 
   void reportMemory(const Row& row, const std::vector<Contender>& contenders, const Turns& turns) {
+    const bool onlyFloors = std::all_of(contenders.begin() + 1, contenders.end(),
+                                        [](const Contender& one) { return one.isFloor; });
     MemoryLine line{row.name, 0, {}, 0};
     for (std::size_t who = 0; who < contenders.size(); ++who) {
       const long peak = static_cast<long>(median(turns[who], &Turn::peak));
       if (who == 0) {
         line.ours = peak;
-      } else if (line.leanest.empty() || peak < line.theirs) {
+      } else if ((!contenders[who].isFloor || onlyFloors) &&
+                 (line.leanest.empty() || peak < line.theirs)) {
         line.leanest = contenders[who].who;
         line.theirs = peak;
       }

@@ -17,6 +17,9 @@ struct Contender {
   // a program (see become).
   std::function<void()> work;
   std::function<void()> prepare = {};  // before each turn, not timed
+  // Does less than the whole work, or is a prototype of it: for peak memory only peers count, where
+  // there are any.
+  bool isFloor = false;
 };
 
 enum class Place {

@@ -1,0 +1,223 @@
+#include "PlainZip.h"
+
+#include <algorithm>
+#include <cstdint>
+#include <cstdio>
+#include <cstring>
+#include <map>
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include <sys/types.h>
+#include <zlib.h>
+
+namespace {
+
+using File = std::unique_ptr<std::FILE, int (*)(std::FILE*)>;
+
+constexpr std::size_t kPiece = 4096;
+
+File openFile(const std::string& path, const char* mode) {
+  File file(std::fopen(path.c_str(), mode), std::fclose);
+  require(file != nullptr, "cannot open " + path);
+  return file;
+}
+
+void write(std::FILE* file, const void* bytes, std::size_t count) {
+  require(std::fwrite(bytes, 1, count, file) == count, "cannot write");
+}
+
+void read(std::FILE* file, void* bytes, std::size_t count) {
+  require(std::fread(bytes, 1, count, file) == count, "cannot read");
+}
+
+#pragma pack(push, 1)
+
+// What a local header and a record of the directory have in common.
+struct Fields {
+  std::uint16_t versionNeeded = 20;
+  std::uint16_t flags = 0;
+  std::uint16_t method = 0;
+  std::uint16_t time = 0;
+  std::uint16_t date = 0x21;
+  std::uint32_t crc = 0;
+  std::uint32_t storedSize = 0;
+  std::uint32_t size = 0;
+  std::uint16_t nameSize = 0;
+  std::uint16_t extraSize = 0;
+};
+
+struct LocalHeader {
+  std::uint32_t signature = 0x04034B50;
+  Fields fields;
+};
+
+struct CentralHeader {
+  std::uint32_t signature = 0x02014B50;
+  std::uint16_t versionMadeBy = 20;
+  Fields fields;
+  std::uint16_t commentSize = 0;
+  std::uint16_t disk = 0;
+  std::uint16_t internalAttributes = 0;
+  std::uint32_t externalAttributes = 0;
+  std::uint32_t offset = 0;
+};
+
+struct EndRecord {
+  std::uint32_t signature = 0x06054B50;
+  std::uint16_t disk = 0;
+  std::uint16_t directoryDisk = 0;
+  std::uint16_t entriesHere = 0;
+  std::uint16_t entries = 0;
+  std::uint32_t directorySize = 0;
+  std::uint32_t directoryOffset = 0;
+  std::uint16_t commentSize = 0;
+};
+
+#pragma pack(pop)
+
+static_assert(sizeof(LocalHeader) == 30 && sizeof(CentralHeader) == 46 && sizeof(EndRecord) == 22);
+
+struct Record {
+  CentralHeader header;
+  std::string name;
+  std::string extra;  // and the comment
+};
+
+// An entry that is being written where the file stands.
+class Entry {
+public:
+  Entry(std::FILE* file, const std::string& name, bool deflate) : fFile(file), fDeflate(deflate) {
+    fRecord.name = name;
+    fRecord.header.offset = static_cast<std::uint32_t>(ftello(file));
+    fFields.nameSize = static_cast<std::uint16_t>(name.size());
+    fFields.method = deflate ? Z_DEFLATED : 0;
+    writeHeader();
+    write(fFile, name.data(), name.size());
+    if (!deflate) return;
+    require(deflateInit2(&fDeflater, Z_DEFAULT_COMPRESSION, Z_DEFLATED, -MAX_WBITS, MAX_MEM_LEVEL,
+                         Z_DEFAULT_STRATEGY) == Z_OK,
+            "deflate cannot begin");
+  }
+
+  void add(const char* bytes, std::size_t count) {
+    const auto* const in = reinterpret_cast<const Bytef*>(bytes);
+    fFields.crc = static_cast<std::uint32_t>(crc32(fFields.crc, in, static_cast<uInt>(count)));
+    fFields.size += static_cast<std::uint32_t>(count);
+    if (!fDeflate) {
+      write(fFile, bytes, count);
+      fFields.storedSize += static_cast<std::uint32_t>(count);
+      return;
+    }
+    fDeflater.next_in = const_cast<Bytef*>(in);
+    fDeflater.avail_in = static_cast<uInt>(count);
+    deflateAs(Z_NO_FLUSH);
+  }
+
+  // Puts sizes and checksum into the header, and returns the record for the directory.
+  Record finish() {
+    if (fDeflate) {
+      deflateAs(Z_FINISH);
+      deflateEnd(&fDeflater);
+    }
+    const off_t end = ftello(fFile);
+    fseeko(fFile, static_cast<off_t>(fRecord.header.offset), SEEK_SET);
+    writeHeader();
+    fseeko(fFile, end, SEEK_SET);
+    fRecord.header.fields = fFields;
+    return std::move(fRecord);
+  }
+
+private:
+  void writeHeader() {
+    const LocalHeader header{LocalHeader{}.signature, fFields};
+    write(fFile, &header, sizeof header);
+  }
+
+  void deflateAs(int flush) {
+    do {
+      fDeflater.next_out = fOut;
+      fDeflater.avail_out = kPiece;
+      deflate(&fDeflater, flush);
+      const std::size_t count = kPiece - fDeflater.avail_out;
+      write(fFile, fOut, count);
+      fFields.storedSize += static_cast<std::uint32_t>(count);
+    } while (fDeflater.avail_out == 0);
+  }
+
+  std::FILE* fFile;
+  bool fDeflate;
+  Record fRecord;
+  Fields fFields;
+  z_stream fDeflater{};
+  Bytef fOut[kPiece];
+};
+
+void writeDirectory(std::FILE* file, const std::vector<Record>& records) {
+  EndRecord end;
+  end.directoryOffset = static_cast<std::uint32_t>(ftello(file));
+  for (const Record& record : records) {
+    write(file, &record.header, sizeof record.header);
+    write(file, record.name.data(), record.name.size());
+    write(file, record.extra.data(), record.extra.size());
+  }
+  end.directorySize = static_cast<std::uint32_t>(ftello(file)) - end.directoryOffset;
+  end.entriesHere = end.entries = static_cast<std::uint16_t>(records.size());
+  write(file, &end, sizeof end);
+}
+
+// Leaves the file where the directory begins.
+std::vector<Record> readDirectory(std::FILE* file) {
+  EndRecord end;
+  fseeko(file, -static_cast<off_t>(sizeof end), SEEK_END);
+  read(file, &end, sizeof end);
+  require(end.signature == EndRecord{}.signature, "no end record where one was written");
+  fseeko(file, static_cast<off_t>(end.directoryOffset), SEEK_SET);
+  std::vector<Record> records(end.entries);
+  for (Record& record : records) {
+    read(file, &record.header, sizeof record.header);
+    record.name.resize(record.header.fields.nameSize);
+    read(file, record.name.data(), record.name.size());
+    record.extra.resize(std::size_t{record.header.fields.extraSize} + record.header.commentSize);
+    read(file, record.extra.data(), record.extra.size());
+  }
+  fseeko(file, static_cast<off_t>(end.directoryOffset), SEEK_SET);
+  return records;
+}
+
+}  // namespace
+
+void createPlainZip(const std::string& path, const Shape& shape) {
+  const File file = openFile(path, "w+b");
+  std::vector<Record> records;
+  for (std::size_t number = 0; number < shape.entries; ++number) {
+    Entry entry(file.get(), shape.name(number), shape.deflate);
+    for (std::size_t block = 0; block < shape.blocks; ++block)
+      entry.add(content(number + block), shape.blockSize);
+    records.push_back(entry.finish());
+  }
+  writeDirectory(file.get(), records);
+}
+
+void appendPlainZip(const std::string& path, const std::string& name) {
+  const File file = openFile(path, "r+b");
+  std::vector<Record> records = readDirectory(file.get());
+  std::map<std::string, const Record*> byName;
+  for (const Record& record : records)
+    byName.emplace(record.name, &record);
+  require(byName.count(name) == 0, "the name is taken");
+
+  const File spool(std::tmpfile(), std::fclose);
+  require(spool != nullptr, "cannot open a temporary file");
+  write(spool.get(), content(1), 1024);
+  std::rewind(spool.get());
+
+  Entry entry(file.get(), name, true);
+  char piece[kPiece];
+  while (const std::size_t count = std::fread(piece, 1, sizeof piece, spool.get()))
+    entry.add(piece, count);
+  records.push_back(entry.finish());
+  writeDirectory(file.get(), records);
+}

@@ -1,0 +1,18 @@
+#pragma once
+
+#include <string>
+
+#include "PackageRows.h"
+
+// Prototypes of creating and appending on zlib and stdio, written plainly and with nothing of the
+// library in them, under the same terms: the memory level of its deflate, a state for each entry,
+// blocks of 4,096 bytes, sizes and checksum that come into the header behind the data, and for an
+// append a temporary file for the new data, a directory read record by record, and its names in a
+// map. No Zip64. Raise std::runtime_error when a file cannot be opened.
+
+inline constexpr const char* kPlainZip = "zlib and stdio";
+
+void createPlainZip(const std::string& path, const Shape& shape);
+
+// Appends content(1), 1,024 bytes of it, deflated.
+void appendPlainZip(const std::string& path, const std::string& name);
