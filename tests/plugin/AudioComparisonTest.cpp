@@ -1,6 +1,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
+#include <iostream>
 #include <random>
 #include <string>
 #include <tuple>
@@ -165,6 +166,7 @@ TEST_P(AudioComparison, RandomStretches) {
     const auto size = static_cast<std::uint32_t>(random() % (random() % 8 == 0 ? 9000 : 300));
     ASSERT_NO_FATAL_FAILURE(expectStretch(position, size));
   }
+  std::cout << "random stretches: " << count << "\n";
 }
 
 INSTANTIATE_TEST_SUITE_P(EveryLayout, AudioComparison,

@@ -1,6 +1,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
+#include <iostream>
 #include <random>
 #include <set>
 #include <string>
@@ -112,6 +113,8 @@ TEST_F(Mutation, EveryDamagedDocumentGivesANumber) {
     const std::string mutant = mutate(i % 2 == 0 ? stored : deflated);
     ASSERT_NO_FATAL_FAILURE(use(mutant)) << "mutant " << i;
   }
+  std::cout << "mutated documents: " << count << ", opened " << opens << ", left out " << leftOut
+            << "\n";
   // Most damages hit what matters, but not all; few run into the divisions.
   EXPECT_GT(opens, count / 20);
   EXPECT_LT(leftOut, count / 5);
