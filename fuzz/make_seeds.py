@@ -98,7 +98,7 @@ def main():
         "properties": [b"\x00" + DOCUMENT, b"\x01" + DOCUMENT,
                        b"\x01" + DOCUMENT.decode().replace("UTF-8", "UTF-16").encode("utf-16")],
         "documents": [script + data for data in any_package],
-        "tool": [bytes([i % 4]) + data for i, data in enumerate(any_package)],
+        "tool": [bytes([command]) + data for command in range(4) for data in any_package],
     }
     for target, inputs in seeds.items():
         (folder / target).mkdir(parents=True, exist_ok=True)
