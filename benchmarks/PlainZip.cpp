@@ -1,12 +1,14 @@
 #include "PlainZip.h"
 
-#include <algorithm>
 #include <cstdint>
 #include <cstdio>
-#include <cstring>
+#include <ctime>
 #include <map>
 #include <memory>
 #include <string>
+#include <string_view>
+#include <tuple>
+#include <unordered_map>
 #include <utility>
 #include <vector>
 
@@ -40,8 +42,8 @@ struct Fields {
   std::uint16_t versionNeeded = 20;
   std::uint16_t flags = 0;
   std::uint16_t method = 0;
-  std::uint16_t time = 0;
-  std::uint16_t date = 0x21;
+  std::uint16_t time = 0;  // MS-DOS
+  std::uint16_t date = 0;
   std::uint32_t crc = 0;
   std::uint32_t storedSize = 0;
   std::uint32_t size = 0;
@@ -86,6 +88,18 @@ struct Record {
   std::string extra;  // and the comment
 };
 
+using Records = std::vector<std::shared_ptr<Record>>;
+
+void setToNow(Fields& fields) {
+  const std::time_t now = std::time(nullptr);
+  std::tm local{};
+  require(localtime_r(&now, &local) != nullptr, "no local time");
+  fields.time =
+      static_cast<std::uint16_t>(local.tm_hour << 11 | local.tm_min << 5 | local.tm_sec / 2);
+  fields.date = static_cast<std::uint16_t>((local.tm_year - 80) << 9 | (local.tm_mon + 1) << 5 |
+                                           local.tm_mday);
+}
+
 // An entry that is being written where the file stands.
 class Entry {
 public:
@@ -94,6 +108,7 @@ public:
     fRecord.header.offset = static_cast<std::uint32_t>(ftello(file));
     fFields.nameSize = static_cast<std::uint16_t>(name.size());
     fFields.method = deflate ? Z_DEFLATED : 0;
+    setToNow(fFields);
     writeHeader();
     write(fFile, name.data(), name.size());
     if (!deflate) return;
@@ -117,7 +132,7 @@ public:
   }
 
   // Puts sizes and checksum into the header, and returns the record for the directory.
-  Record finish() {
+  std::shared_ptr<Record> finish() {
     if (fDeflate) {
       deflateAs(Z_FINISH);
       deflateEnd(&fDeflater);
@@ -127,7 +142,7 @@ public:
     writeHeader();
     fseeko(fFile, end, SEEK_SET);
     fRecord.header.fields = fFields;
-    return std::move(fRecord);
+    return std::make_shared<Record>(std::move(fRecord));
   }
 
 private:
@@ -155,13 +170,13 @@ private:
   Bytef fOut[kPiece];
 };
 
-void writeDirectory(std::FILE* file, const std::vector<Record>& records) {
+void writeDirectory(std::FILE* file, const Records& records) {
   EndRecord end;
   end.directoryOffset = static_cast<std::uint32_t>(ftello(file));
-  for (const Record& record : records) {
-    write(file, &record.header, sizeof record.header);
-    write(file, record.name.data(), record.name.size());
-    write(file, record.extra.data(), record.extra.size());
+  for (const auto& record : records) {
+    write(file, &record->header, sizeof record->header);
+    write(file, record->name.data(), record->name.size());
+    write(file, record->extra.data(), record->extra.size());
   }
   end.directorySize = static_cast<std::uint32_t>(ftello(file)) - end.directoryOffset;
   end.entriesHere = end.entries = static_cast<std::uint16_t>(records.size());
@@ -169,29 +184,45 @@ void writeDirectory(std::FILE* file, const std::vector<Record>& records) {
 }
 
 // Leaves the file where the directory begins.
-std::vector<Record> readDirectory(std::FILE* file) {
+Records readDirectory(std::FILE* file) {
   EndRecord end;
   fseeko(file, -static_cast<off_t>(sizeof end), SEEK_END);
   read(file, &end, sizeof end);
   require(end.signature == EndRecord{}.signature, "no end record where one was written");
   fseeko(file, static_cast<off_t>(end.directoryOffset), SEEK_SET);
-  std::vector<Record> records(end.entries);
-  for (Record& record : records) {
-    read(file, &record.header, sizeof record.header);
-    record.name.resize(record.header.fields.nameSize);
-    read(file, record.name.data(), record.name.size());
-    record.extra.resize(std::size_t{record.header.fields.extraSize} + record.header.commentSize);
-    read(file, record.extra.data(), record.extra.size());
+  Records records;
+  for (std::size_t number = 0; number < end.entries; ++number) {
+    const auto record = std::make_shared<Record>();
+    read(file, &record->header, sizeof record->header);
+    record->name.resize(record->header.fields.nameSize);
+    read(file, record->name.data(), record->name.size());
+    record->extra.resize(std::size_t{record->header.fields.extraSize} + record->header.commentSize);
+    read(file, record->extra.data(), record->extra.size());
+    records.push_back(record);
   }
   fseeko(file, static_cast<off_t>(end.directoryOffset), SEEK_SET);
   return records;
+}
+
+// The records for the new directory, with the time that goes by an entry's name.
+Records copiesOf(const Records& records) {
+  std::unordered_map<std::string_view, std::pair<std::uint16_t, std::uint16_t>> times;
+  for (const auto& record : records)
+    times[record->name] = {record->header.fields.date, record->header.fields.time};
+  Records copies;
+  for (const auto& record : records) {
+    copies.push_back(std::make_shared<Record>(*record));
+    Fields& fields = copies.back()->header.fields;
+    std::tie(fields.date, fields.time) = times.at(record->name);
+  }
+  return copies;
 }
 
 }  // namespace
 
 void createPlainZip(const std::string& path, const Shape& shape) {
   const File file = openFile(path, "w+b");
-  std::vector<Record> records;
+  Records records;
   for (std::size_t number = 0; number < shape.entries; ++number) {
     Entry entry(file.get(), shape.name(number), shape.deflate);
     for (std::size_t block = 0; block < shape.blocks; ++block)
@@ -203,21 +234,24 @@ void createPlainZip(const std::string& path, const Shape& shape) {
 
 void appendPlainZip(const std::string& path, const std::string& name) {
   const File file = openFile(path, "r+b");
-  std::vector<Record> records = readDirectory(file.get());
-  std::map<std::string, const Record*> byName;
-  for (const Record& record : records)
-    byName.emplace(record.name, &record);
+  const Records old = readDirectory(file.get());
+  std::map<std::string_view, const Record*> byName;
+  for (const auto& record : old)
+    byName.emplace(record->name, record.get());
   require(byName.count(name) == 0, "the name is taken");
 
-  const File spool(std::tmpfile(), std::fclose);
-  require(spool != nullptr, "cannot open a temporary file");
-  write(spool.get(), content(1), 1024);
-  std::rewind(spool.get());
+  const std::string spool = path + ".spool";
+  write(openFile(spool, "wb").get(), content(1), 1024);
 
+  Records records = copiesOf(old);
   Entry entry(file.get(), name, true);
-  char piece[kPiece];
-  while (const std::size_t count = std::fread(piece, 1, sizeof piece, spool.get()))
-    entry.add(piece, count);
+  {
+    const File data = openFile(spool, "rb");
+    char piece[kPiece];
+    while (const std::size_t count = std::fread(piece, 1, sizeof piece, data.get()))
+      entry.add(piece, count);
+  }
+  std::remove(spool.c_str());
   records.push_back(entry.finish());
   writeDirectory(file.get(), records);
 }

@@ -5,10 +5,11 @@
 #include "PackageRows.h"
 
 // Prototypes of creating and appending on zlib and stdio, written plainly and with nothing of the
-// library in them, under the same terms: the memory level of its deflate, a state for each entry,
-// blocks of 4,096 bytes, sizes and checksum that come into the header behind the data, and for an
-// append a temporary file for the new data, a directory read record by record, and its names in a
-// map. No Zip64. Raise std::runtime_error when a file cannot be opened.
+// library in them, under the same terms: local time, the memory level of its deflate, a state for
+// each entry, blocks of 4,096 bytes, and sizes and checksum that come into the header behind the
+// data. An append has a temporary file for the new data, a directory read record by record into
+// objects, their names in a map, and a new directory of copies, each with the time that goes by its
+// name. No Zip64. Raise std::runtime_error when a file cannot be opened.
 
 inline constexpr const char* kPlainZip = "zlib and stdio";
 

@@ -61,7 +61,7 @@ work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 trap 'exit 130' INT
 trap 'exit 143' TERM
-export TMPDIR=$work
+export TMPDIR=$work XDG_CACHE_HOME=$work
 
 results=build/bench
 mkdir -p "$results"
