@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Builds with counters, runs the tests, and reports how many lines and branches of the system's own code they reach: the
-# library, the importer, the host's parts and the adapters. Branches that the compiler makes for exceptions are left
-# out. Fails below 95 per cent of lines or 85 per cent of branches.
+# library, the importer, the host's parts, the adapters and the programs. Branches that the compiler makes for exceptions
+# are left out. Fails below 95 per cent of lines or 85 per cent of branches.
 #
 #   coverage.sh            build, run, report
 #   coverage.sh --report   report what the last run has left
@@ -19,7 +19,7 @@ fi
 
 status=0
 gcovr --root . --object-directory build/coverage -j "$(nproc)" \
-  --filter 'xml/' --filter 'Importers/' --filter 'Host/' --filter 'adapters/' \
+  --filter 'xml/' --filter 'Importers/' --filter 'Host/' --filter 'adapters/' --filter 'tools/' \
   --exclude-throw-branches --exclude-unreachable-branches \
   --fail-under-line 95 --fail-under-branch 85 \
   --print-summary --txt build/coverage/lines.txt --json build/coverage/coverage.json build/coverage || status=$?

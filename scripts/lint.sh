@@ -3,9 +3,10 @@
 # everything, and clang-tidy (.clang-tidy says why each check is there), which tells the warnings of clang++ too. Then the
 # library's binary interface, beside the last one (scripts/abi.sh).
 #
-#   lint.sh         clang-tidy over the library's one instantiation, and over what changed since the commit LINT_SINCE,
-#                   the last one unless it is set
-#   lint.sh --all   clang-tidy over every source, and the warnings of clang++ over tests, fuzz targets and examples
+#   lint.sh           clang-tidy over the library's one instantiation, and over what changed since the commit LINT_SINCE,
+#                     the last one unless it is set
+#   lint.sh --sample  clang-tidy over the instantiation, and over every eighth source: other ones with each commit
+#   lint.sh --all     clang-tidy over every source, and the warnings of clang++ over tests, fuzz targets and examples
 set -euo pipefail
 . "$(dirname "$0")/help.sh"
 cd "$(dirname "$0")/.."
@@ -20,12 +21,12 @@ own=(xml/\*.cpp Importers/\*.cpp Host/\*.cpp adapters/\*.cpp tools/\*.cpp)
 # The sources that clang-tidy looks at, one a line. What is built elsewhere only (macOS, a check's own programs) is not
 # among them: there is no command for it.
 sources() {
-  if [[ ${1:-} == --all ]]; then
-    git ls-files "${own[@]}"
-  else
-    printf 'xml/qcf/pkglib/package/qcf_common_client.cpp\n'
-    git diff --name-only --diff-filter=d "${LINT_SINCE:-HEAD~1}" -- "${own[@]}" 2>/dev/null || true
-  fi | sort -u
+  printf 'xml/qcf/pkglib/package/qcf_common_client.cpp\n'
+  case ${1:-} in
+    --all) git ls-files "${own[@]}" ;;
+    --sample) git ls-files "${own[@]}" | awk -v first="$(git rev-list --count HEAD)" '(NR + first) % 8 == 0' ;;
+    *) git diff --name-only --diff-filter=d "${LINT_SINCE:-HEAD~1}" -- "${own[@]}" 2>/dev/null || true ;;
+  esac
 }
 
 # Prints those of the names on its input that the build has a command for.
@@ -35,7 +36,7 @@ import json, pathlib, sys
 known = {str(pathlib.Path(one["directory"], one["file"]).resolve()) for one in json.load(open(sys.argv[1]))}
 for name in sys.stdin.read().split():
     if str(pathlib.Path(name).resolve()) in known:
-        print(name)' build/lint/compile_commands.json
+        print(name)' build/lint/compile_commands.json | sort -u
 }
 
 printf 'clang-tidy: %d sources\n' "$(sources "$@" | built | wc -l)"
@@ -63,7 +64,7 @@ cppcheck --project=build/cppcheck/compile_commands.json --quiet --inline-suppr -
   --enable=warning,performance,portability --suppressions-list=.cppcheck --suppress='*:/usr/*' || status=1
 
 printf 'abidiff: the shared library\n'
-bash scripts/abi.sh || status=1
+bash scripts/abi.sh || [[ $? -eq 77 ]] || status=1
 
 [[ $status -ne 0 ]] || printf 'lint: clean\n'
 exit "$status"

@@ -1,9 +1,11 @@
 #!/usr/bin/env python3
-"""Fills the table of docs/reliability.md from the logs of scripts/verify.sh.
+"""Tells what came of the steps of scripts/verify.sh, from their logs.
 
-  reliability.py LOGS PAGE
+  reliability.py LOGS [PAGE]
 
-Only what a log says is written; the row of a step that did not run stays as it is.
+Prints a row for each step that has run, and with PAGE puts the rows into its table; the row of a step that did not run
+stays as it is. A step has passed when it ended with 0 and its log has every count that it is there for, none of them zero:
+otherwise this ends with 1. One that ended with 77 is skipped.
 """
 import pathlib
 import re
@@ -14,98 +16,112 @@ END = "<!-- end of counts -->"
 
 
 def ctest(log):
-    passed = re.search(r"(\d+)% tests passed, (\d+) tests failed out of (\d+)", log)
-    if not passed:
-        return []
+    """Of a log of ctest: tests, failed, skipped."""
+    ended = re.search(r"\d+% tests passed, (\d+) tests failed out of (\d+)", log)
+    if not ended:
+        return None
     skipped = len(re.findall(r"\*\*\*Skipped", log))
-    return [f"{int(passed[3]):,} tests, {passed[2]} failed, {skipped} skipped"]
+    return f"{int(ended[2]):,} tests, {ended[1]} failed, {skipped} skipped"
 
 
 def gtest(log):
-    passed = sum(int(n) for n in re.findall(r"\[  PASSED  \] (\d+) test", log))
-    failed = len(set(re.findall(r"^\[  FAILED  \] (\S+)", log, re.M)))
-    return [f"{passed:,} tests passed, {failed} failed"] if passed or failed else []
+    """The same of the logs of test programs, one behind the other."""
+    def together(pattern):
+        return sum(int(n) for n in re.findall(pattern, log, re.M))
+
+    passed = together(r"^\[  PASSED  \] (\d+) test")
+    if not passed:
+        return None
+    failed = together(r"^\[  FAILED  \] (\d+) test")
+    skipped = together(r"^\[  SKIPPED \] (\d+) test")
+    return f"{passed + failed + skipped:,} tests, {failed} failed, {skipped} skipped"
 
 
-def total(log, pattern, words):
-    numbers = [int(n) for n in re.findall(pattern, log)]
-    return [f"{sum(numbers):,} {words}"] if numbers else []
+def total(pattern, words):
+    """The sum of a number that the log has in several places."""
+    def read(log):
+        number = sum(int(n) for n in re.findall(pattern, log, re.M))
+        return f"{number:,} {words}" if number else None
+    return read
 
 
-def crashes(log):
-    return (total(log, r", killed: .*together (\d+)", "states after a kill")
-            + total(log, r", power cut, .*together (\d+)", "states after a power cut")
-            + total(log, r", ended at (\d+) calls", "ends of a program, old or new after each")
-            + total(log, r", failed at (\d+) calls", "failing calls of a program")
-            + total(log, r"; (\d+) transfers cut in half", "short transfers of a program")
-            + total(log, r", without memory at (\d+) of", "allocations of a program that fail")
-            + total(log, r", zlib failed at (\d+) calls", "failing calls of zlib")
-            + total(log, r", fault points: .*together (\d+)", "file-system fault points")
-            + gtest(log))
+def line(pattern, words):
+    """What stands in one line of the log, put into the words."""
+    def read(log):
+        found = re.search(pattern, log, re.M)
+        if not found or "0" in found.groups()[:1]:
+            return None
+        return words.format(*(f"{int(text):,}" if text.isdigit() else text for text in found.groups()))
+    return read
 
 
-def kills(log):
-    return total(log, r"(?:add|remove|compact): (\d+) killed", "SIGKILLs, old or new after each") + ctest(log)
+# What each step's log has to tell.
+COUNTS = {
+    "tests": [ctest],
+    "walk": [line(r"^(.*\bsequences\b.*)$", "{}"), gtest],
+    "mutations": [total(r"^mutated documents: (\d+)", "mutated documents"),
+                  total(r"^mutated packages: (\d+)", "mutated packages"),
+                  total(r"^damaged variants of .*: (\d+)", "damaged variants of packages by other programs"), gtest],
+    "audio": [total(r"^random stretches: (\d+)", "random stretches"), gtest],
+    "crashes": [total(r", killed: .*together (\d+)", "states after a kill"),
+                total(r", power cut, .*together (\d+)", "states after a power cut"),
+                total(r", ended at (\d+) calls", "ends of a program, old or new after each"),
+                total(r", failed at (\d+) calls", "failing calls of a program"),
+                total(r"; (\d+) transfers cut in half", "short transfers of a program"),
+                total(r", without memory at (\d+) of", "allocations of a program that fail"),
+                total(r", zlib failed at (\d+) calls", "failing calls of a program to zlib"),
+                total(r", fault points: .*together (\d+)", "failing calls of the library to the file system"),
+                total(r", one allocation fails: (\d+) allocations", "allocations of the library that fail"),
+                total(r"^\w+: (\d+) killed", "SIGKILLs, old or new after each"), gtest],
+    "sanitizers": [ctest],
+    "threads": [ctest],
+    "m32": [ctest],
+    "darwin": [ctest],
+    "fuzz": [line(r"^(\d+) executions of (\d+) targets in (\d+) minutes, (\d+) findings$",
+                  "{} executions of {} targets in {} minutes, {} findings")],
+    "lint": [line(r"^clang-tidy: (\d+) sources$", "{} sources"), line(r"^lint: (clean)$", "{}")],
+    "abi": [line(r"^abi: (\d+) functions, (\d+) types as in", "{} functions, {} types as in the last dump")],
+    "coverage": [line(r"^lines: ([\d.]+)% \((\d+) out of (\d+)\)", "{0}% of {2} lines"),
+                 line(r"^branches: ([\d.]+)% \((\d+) out of (\d+)\)", "{0}% of {2} branches"),
+                 line(r"^(uncovered lines: .*)$", "{}"), ctest],
+    "valgrind": [line(r"^valgrind: (\d+) suites$", "{} suites"), gtest],
+}
+
+SKIPPED = "77"
 
 
-def walk(log):
-    lines = [line.strip() for line in log.splitlines() if "sequences" in line]
-    return lines[-1:] + gtest(log)
-
-
-def fuzz(log):
-    ran = re.search(r"^(\d+) executions of (\d+) targets in (\d+) minutes, (\d+) findings$", log, re.M)
-    if not ran:
-        return []
-    return [f"{int(ran[1]):,} executions of {ran[2]} targets in {ran[3]} minutes, {ran[4]} findings"]
-
-
-def lint(log):
-    looked = re.search(r"^clang-tidy: (\d+) sources$", log, re.M)
-    sources = [f"{looked[1]} sources"] if looked else []
-    return sources + [f"{len(re.findall(r': (?:warning|error|portability|performance|style):', log))} findings"]
-
-
-def abi(log):
-    same = re.search(r"^abi: (\d+ functions, \d+ types) as in", log, re.M)
-    return [f"{same[1]} as in the last dump"] if same else []
-
-
-def coverage(log):
-    shares = re.findall(r"^(lines|branches): ([\d.]+)% \((\d+) out of (\d+)\)", log, re.M)
-    missed = re.findall(r"^uncovered lines: .*$", log, re.M)
-    return [f"{share}% of {int(all_):,} {what}" for what, share, _, all_ in shares] + missed
-
-
-def valgrind(log):
-    return [f"{len(re.findall(r'^=== ', log, re.M))} suites"] + gtest(log)
-
-
-READERS = {"tests": kills, "walk": walk, "mutations": ctest, "audio": ctest, "crashes": crashes,
-           "sanitizers": ctest, "threads": ctest, "m32": ctest, "darwin": ctest, "fuzz": fuzz, "lint": lint,
-           "abi": abi, "coverage": coverage, "valgrind": valgrind}
+def outcome(status, counts):
+    if status == SKIPPED:
+        return "skipped"
+    if status != "0":
+        return f"**failed ({status})**"
+    return "passed" if None not in counts else "**counts are missing**"
 
 
 def row(step, logs):
     status, seconds, day = (logs / f"{step}.result").read_text().split()
-    counts = READERS[step]((logs / f"{step}.log").read_text(errors="replace"))
-    words = "; ".join(counts) or "no counts"
-    outcome = "passed" if status == "0" else f"**failed ({status})**"
-    return f"| `{step}` | {outcome} | {words} | {day}, {int(seconds) // 60} min |"
+    log = (logs / f"{step}.log").read_text(errors="replace")
+    counts = [read(log) for read in COUNTS[step]]
+    words = "; ".join(count for count in counts if count) or "no counts"
+    return f"| `{step}` | {outcome(status, counts)} | {words} | {day}, {int(seconds) // 60} min |"
 
 
-def main():
-    logs, page = pathlib.Path(sys.argv[1]), pathlib.Path(sys.argv[2])
-    text = page.read_text()
-    head, rest = text.split(BEGIN)
+def put_into(page, rows):
+    head, rest = page.read_text().split(BEGIN)
     table, tail = rest.split(END)
-    rows = {step: line for line, step in re.findall(r"^(\| `(\w+)` .*)$", table, re.M)}
-    for step in READERS:
-        if (logs / f"{step}.result").exists():
-            rows[step] = row(step, logs)
+    rows = {**{step: line for line, step in re.findall(r"^(\| `(\w+)` .*)$", table, re.M)}, **rows}
     lines = ["| step | outcome | counts | when, how long |", "|---|---|---|---|"]
-    lines += [rows[step] for step in READERS if step in rows]
+    lines += [rows[step] for step in COUNTS if step in rows]
     page.write_text(head + BEGIN + "\n" + "\n".join(lines) + "\n" + END + tail)
 
 
-main()
+def main():
+    logs = pathlib.Path(sys.argv[1])
+    rows = {step: row(step, logs) for step in COUNTS if (logs / f"{step}.result").exists()}
+    print("\n".join(rows.values()))
+    if len(sys.argv) > 2:
+        put_into(pathlib.Path(sys.argv[2]), rows)
+    return any("**" in line for line in rows.values())
+
+
+sys.exit(main())
