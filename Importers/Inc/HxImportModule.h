@@ -5,6 +5,7 @@
 #include <exception>
 #include <ios>
 #include <memory>
+#include <new>
 #include <sstream>
 #include <string>
 #include <typeinfo>
@@ -54,8 +55,12 @@ private:
   static std::int32_t GetInfo8(imStdParms* stdParms, imFileAccessRec8* access,
                                imFileInfoRec8* info);
   static std::int32_t OpenFile8(imStdParms* stdParms, void** fileRef, imFileOpenRec8* file);
+  static std::string DescribeFailedCreation(const std::exception& exception);
   static std::string DescribeFailure(const char* what, const void* instance, int selector,
                                      const std::exception* exception);
+
+  // Stands for a text that there is no memory for; short enough to need none itself.
+  static constexpr const char* kNoMemoryToTell = "out of memory\n";
 
   const imStdParms* fStdParms = nullptr;
 };
@@ -138,12 +143,19 @@ T* HxImportModule<T>::CreateImportModuleInstance(imStdParms* stdParms) {
   } catch (const std::exception& exception) {
     static bool sDisabled = false;
     if (sDisabled) return nullptr;
-    std::ostringstream text;
-    text << "<plugin.HxImportModule> An exception occured creating ImportModule "
-         << typeid(T).name() << " what() returned " << exception.what() << QFL::ENDL;
-    if (QFL::ThrowAfterUnhandledExceptionAlert(sDisabled, text.str())) throw;
+    if (QFL::ThrowAfterUnhandledExceptionAlert(sDisabled, DescribeFailedCreation(exception))) throw;
     return nullptr;
   }
+}
+
+template <class T>
+std::string HxImportModule<T>::DescribeFailedCreation(const std::exception& exception) try {
+  std::ostringstream text;
+  text << "<plugin.HxImportModule> An exception occured creating ImportModule " << typeid(T).name()
+       << " what() returned " << exception.what() << QFL::ENDL;
+  return text.str();
+} catch (const std::bad_alloc&) {
+  return kNoMemoryToTell;
 }
 
 template <class T>
@@ -193,7 +205,7 @@ std::int32_t HxImportModule<T>::OpenFile8(imStdParms* stdParms, void** fileRef,
 // width of a pointer.
 template <class T>
 std::string HxImportModule<T>::DescribeFailure(const char* what, const void* instance, int selector,
-                                               const std::exception* exception) {
+                                               const std::exception* exception) try {
   const auto address = static_cast<std::uint32_t>(reinterpret_cast<std::uintptr_t>(instance));
   std::ostringstream text;
   text << "plugin.HxImportModule "
@@ -204,4 +216,6 @@ std::string HxImportModule<T>::DescribeFailure(const char* what, const void* ins
   if (exception != nullptr) text << ". what() returned " << exception->what();
   text << QFL::ENDL;
   return text.str();
+} catch (const std::bad_alloc&) {
+  return kNoMemoryToTell;
 }

@@ -49,9 +49,11 @@ AudioHandler::~AudioHandler() {
 std::uint32_t AudioHandler::ConfigureSource(std::uint32_t channels, std::uint32_t bytes,
                                             std::int64_t frames, SampleKind sampleKind,
                                             AudioReadCallback callback) {
+  // What may find no memory comes first: the handler is then as it was.
+  channelMap.resize(std::min(channels, maxChannels));
+  rawBlock.resize(kRawBlockBytes);
   sourceChannels = channels;
   outputChannels = std::min(channels, maxChannels);
-  channelMap.resize(outputChannels);
   useChannelMap = false;
   // The map ends silent: a client that switches it on is to fill it in first.
   for (std::uint32_t i = 0; i < std::min(sourceChannels, outputChannels); ++i) {
@@ -60,7 +62,6 @@ std::uint32_t AudioHandler::ConfigureSource(std::uint32_t channels, std::uint32_
   std::fill(channelMap.begin(), channelMap.end(), -1);
   bytesPerSample = bytes;
   totalFrames = frames;
-  rawBlock.resize(kRawBlockBytes);
   bufferStartFrame = kNoBlock;
   nextFrame = -1;
   readFlags = 0;

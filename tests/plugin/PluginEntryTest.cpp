@@ -191,6 +191,16 @@ TEST_F(PluginEntry, TheModuleLivesFromSelector0ToSelector1) {
   EXPECT_EQ(watch.alive, 0);
 }
 
+TEST_F(PluginEntry, AModuleThatTheHostCannotMakeIsDoneWithout) {
+  QFL::SetModuleMaker([](__CFBundle*, ModulePtr&) { throw 17; });
+  imImportInfoRec info{};
+  EXPECT_EQ(plugin(0, &info), 400);
+  QFL::SetModuleMaker({});
+  EXPECT_EQ(+info.word52, 1);
+  EXPECT_EQ(plugin(28), 100);
+  EXPECT_EQ(plugin(1), 0);
+}
+
 TEST_F(PluginEntry, EachSelector0MakesTheModuleAgain) {
   ModuleWatch watch;
   imImportInfoRec info{};

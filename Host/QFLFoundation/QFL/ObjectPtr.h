@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <new>
 #include <utility>
 
@@ -28,9 +29,13 @@ template <class Object, class Count>
 class ObjectPtr {
 public:
   ObjectPtr() noexcept = default;
-  // Takes ownership of `object`, which must not be null.
-  explicit ObjectPtr(Object* object)
-      : fCount(new (Allocator::Allocate(sizeof(Count))) Count(1)), fObject(object) {}
+  // Takes ownership of `object`, which must not be null and goes where there is no memory for its
+  // count.
+  explicit ObjectPtr(Object* object) {
+    std::unique_ptr<Object> owned(object);
+    fCount = new (Allocator::Allocate(sizeof(Count))) Count(1);
+    fObject = owned.release();
+  }
   ObjectPtr(const ObjectPtr& other) noexcept : fCount(other.fCount), fObject(other.fObject) {
     if (fCount != nullptr) fCount->Add(1);
   }

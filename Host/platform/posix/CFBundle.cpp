@@ -60,9 +60,15 @@ CFBundleRef bundleOfFolder(const std::string& folder) {
 
 }  // namespace
 
+// A function of C, which its callers take to raise nothing: a bundle that cannot be looked for is
+// not found.
 CFBundleRef CFBundleGetBundleWithIdentifier(CFStringRef identifier) {
-  for (const std::string& folder : loadedBundleFolders()) {
-    if (propertyOf(folder, "CFBundleIdentifier") == identifier->text) return bundleOfFolder(folder);
+  try {
+    for (const std::string& folder : loadedBundleFolders()) {
+      if (propertyOf(folder, "CFBundleIdentifier") == identifier->text)
+        return bundleOfFolder(folder);
+    }
+  } catch (...) {
   }
   return nullptr;
 }

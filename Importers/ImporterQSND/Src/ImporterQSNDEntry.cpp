@@ -13,9 +13,14 @@ using ModulePtr = QFL::ObjectPtr<QFL::Module, QFL::AtomicValue>;
 // Lives from the first selector 0 to the end of selector 1, or to the end of the process.
 ModulePtr gDllModule;
 
+// The importer needs nothing of its module: where the host cannot make one, it goes on without, as
+// it does without a bundle.
 void CreateModule() {
-  if (CFBundleRef bundle = CFBundleGetBundleWithIdentifier(CFSTR(QSND_BUNDLE_IDENTIFIER))) {
-    QFL::Module::Create(bundle, gDllModule);
+  try {
+    if (CFBundleRef bundle = CFBundleGetBundleWithIdentifier(CFSTR(QSND_BUNDLE_IDENTIFIER))) {
+      QFL::Module::Create(bundle, gDllModule);
+    }
+  } catch (...) {
   }
 }
 

@@ -1,0 +1,342 @@
+#include <cstdint>
+#include <cstdlib>
+#include <filesystem>
+#include <functional>
+#include <iostream>
+#include <iterator>
+#include <map>
+#include <set>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "FailingCalls.h"
+#include "HostSession.h"
+#include "QFL/Alert.h"
+#include "qvacore/Localizer.h"
+#include "support/Allocations.h"
+#include "support/TempDir.h"
+
+// A whole session of a host with the built plug-in, in which one thing after the other fails: each
+// allocation, each call for a file or of zlib, each text, each alert.
+
+namespace {
+
+namespace fs = std::filesystem;
+using allocations::Shortage;
+using failingcalls::Call;
+using Span = failingcalls::Span;
+
+// What a host may be answered.
+const std::map<int, std::set<std::int32_t>> kResults = {{0, {400}},       {1, {0}},
+                                                        {8, {0}},         {9, {0, 3}},
+                                                        {14, {0, 3}},     {25, {0, 1, 38, -1, 3}},
+                                                        {37, {0, 31, 3}}, {39, {0, 31, 99, 3}}};
+
+std::ptrdiff_t filesIn(const fs::path& folder) {
+  return fs::exists(folder) ? std::distance(fs::directory_iterator(folder), {}) : 0;
+}
+
+struct Document {
+  const char* name;
+  bool deflated;
+  bool reopens;  // and serves again after quiet
+};
+
+class SessionFaults : public testing::TestWithParam<Document> {
+protected:
+  SessionFaults() {
+    if (GetParam().deflated) {
+      makeDeflatedDocument(folder / "d.qsnd", HostSession::wave());
+    } else {
+      folder.write("d.qsnd", storedDocument(HostSession::wave()));
+    }
+    alerts = 0;
+    // Nothing that allocates: it is called where nothing may be had.
+    QFL::SetUnhandledExceptionAlert([](bool&, const std::string&) {
+      ++alerts;
+      return false;
+    });
+  }
+  ~SessionFaults() override {
+    QFL::SetUnhandledExceptionAlert({});
+    qvacore::config::Localizer::Get().SetLookup({});
+  }
+
+  void SetUp() override {
+    expectWorks();
+    descriptors = filesIn("/proc/self/fd");
+  }
+
+  HostSession session() const {
+    return HostSession(plugin, (folder / "d.qsnd").string(), GetParam().reopens);
+  }
+
+  void expectWorks() const {
+    HostSession fresh = session();
+    fresh.run();
+    for (const auto& answer : fresh) {
+      const bool isBehind = answer.selector == 25 && answer.result == 1;  // the position
+      EXPECT_TRUE(isBehind || answer.result == (answer.selector == 0 ? 400 : 0))
+          << answer.selector << " gave " << answer.result;
+    }
+    EXPECT_TRUE(fresh.servedRight());
+    EXPECT_TRUE(fresh.recordsRight());
+    EXPECT_STREQ(fresh.format().name, "Quillon Sound Document");
+  }
+
+  // One session with something that fails; returns how many things could have.
+  template <class Begin, class End>
+  long runWith(Begin&& begin, End&& end, bool nothingToBeHad = false) {
+    const long blocks = allocations::liveBlocks();
+    long count = 0;
+    int lost = 0;
+    {
+      HostSession one = session();
+      alerts = 0;
+      begin();
+      one.run();
+      count = end();
+      check(one);
+      lost = one.instancesLost();
+    }
+    if (lost == 0) {
+      EXPECT_EQ(allocations::liveBlocks(), blocks);
+    }
+    EXPECT_EQ(filesIn("/proc/self/fd"), descriptors);
+    if (nothingToBeHad && temporaryFiles() > 0) dropWhatCouldNotBeNamed();
+    EXPECT_EQ(temporaryFiles(), 0);
+    return count;
+  }
+
+  // A document that is closed while there is no memory at all cannot name its temporary file to
+  // have it deleted.
+  static void dropWhatCouldNotBeNamed() {
+    EXPECT_EQ(temporaryFiles(), 1);
+    for (const auto& file : fs::directory_iterator(temporaryFolder()))
+      fs::remove(file.path());
+  }
+
+  void check(const HostSession& one) {
+    for (const auto& [selector, result] : one) {
+      EXPECT_EQ(kResults.at(selector).count(result), 1u) << selector << " gave " << result;
+      const bool isAlarming = result == 99 || (result == 3 && selector != 9);
+      EXPECT_TRUE(!isAlarming || alerts > 0) << selector;
+    }
+    EXPECT_TRUE(one.servedRight());
+    EXPECT_TRUE(one.recordsRight());
+  }
+
+  static fs::path temporaryFolder() {
+    return fs::path(std::getenv("XDG_CACHE_HOME")) / "TemporaryItems";
+  }
+  static std::ptrdiff_t temporaryFiles() { return filesIn(temporaryFolder()); }
+
+  void report(const std::string& counts) const { std::cout << (GetParam().name + counts) << "\n"; }
+
+  inline static int alerts = 0;
+  support::TempDir folder;
+  Plugin plugin;
+  std::ptrdiff_t descriptors = 0;
+};
+
+TEST_P(SessionFaults, AllocationsGiveNumbersOfTheTables) {
+  for (const Shortage shortage : {Shortage::Once, Shortage::FromThereOn}) {
+    long n = 1;
+    for (; !HasFailure(); ++n) {
+      SCOPED_TRACE(n);
+      const long count =
+          runWith([&] { allocations::fail(n, shortage); },
+                  [] { return allocations::endShortage(); }, shortage == Shortage::FromThereOn);
+      if (count < n) break;
+      expectWorks();
+    }
+    report(std::string(", ") +
+           (shortage == Shortage::Once ? "one allocation fails" : "no memory from there on") +
+           ": " + std::to_string(n - 1) + " allocations");
+  }
+}
+
+// What the host's localizer can do instead of giving a text.
+struct BadLookup {
+  const char* name;
+  void (*raise)();
+};
+constexpr BadLookup kBadLookups[] = {
+    {"a standard exception", [] { throw std::runtime_error("no texts"); }},
+    {"bad_alloc", [] { throw std::bad_alloc(); }},
+    {"an exception of its own", [] { throw 17; }}};
+
+TEST_P(SessionFaults, LookupsOfTextsGive3AndTheSessionGoesOn) {
+  int points = 0;
+  for (const BadLookup& bad : kBadLookups) {
+    for (int n = 1; !HasFailure(); ++n) {
+      SCOPED_TRACE(bad.name + (" " + std::to_string(n)));
+      int lookups = 0;
+      qvacore::config::Localizer::Get().SetLookup([&](const std::string&) -> std::u16string {
+        if (++lookups == n) bad.raise();
+        return u"text";
+      });
+      HostSession one = session();
+      alerts = 0;
+      one.run();
+      qvacore::config::Localizer::Get().SetLookup({});
+      if (lookups < n) break;
+      ++points;
+      EXPECT_EQ(alerts, 1);
+      for (const auto& [selector, result] : one) {
+        const bool isBehind = selector == 25 && result == 1;
+        EXPECT_EQ(result, selector == 14 ? 3 : selector == 0 ? 400 : isBehind ? 1 : 0) << selector;
+      }
+      EXPECT_TRUE(one.servedRight());
+      expectWorks();
+    }
+  }
+  EXPECT_EQ(points, 6) << "the two names";
+  report(", lookups of texts failed at " + std::to_string(points) + " calls");
+}
+
+// The text of an alert cannot be made, either.
+TEST_P(SessionFaults, AlertsWithoutMemoryForTheirTextGive3) {
+  long n = 1;
+  for (; !HasFailure(); ++n) {
+    SCOPED_TRACE(n);
+    qvacore::config::Localizer::Get().SetLookup([n](const std::string&) -> std::u16string {
+      allocations::fail(n);
+      throw 17;
+    });
+    imIndFormatRec format{};
+    alerts = 0;
+    const std::int32_t result = plugin(14, nullptr, &format);
+    const long count = allocations::endShortage();
+    EXPECT_EQ(result, 3);
+    EXPECT_EQ(alerts, 1);
+    if (count < n) break;
+  }
+  EXPECT_GT(n, 1);
+}
+
+struct Kind {
+  const char* name;
+  Call call;
+};
+const std::vector<Kind> kFileCalls = {{"open", Call::Open},   {"create temporary", Call::Temporary},
+                                      {"read", Call::Read},   {"short read", Call::ShortRead},
+                                      {"write", Call::Write}, {"seek", Call::Seek},
+                                      {"tell", Call::Tell},   {"flush", Call::Flush},
+                                      {"close", Call::Close}};
+const std::vector<Kind> kZlibCalls = {{"inflateInit", Call::InflateInit},
+                                      {"inflate", Call::Inflate},
+                                      {"inflateEnd", Call::InflateEnd}};
+
+class SessionCallFaults : public SessionFaults {
+protected:
+  // The number of calls of all kinds; each has failed, alone and with all that follow.
+  int sweep(const std::vector<Kind>& kinds, std::string& counts) {
+    int together = 0;
+    for (const Kind& kind : kinds) {
+      int calls = 0;
+      for (const Span span : {Span::Once, Span::FromThereOn}) {
+        for (int n = 1; !HasFailure(); ++n) {
+          SCOPED_TRACE(kind.name + (" " + std::to_string(n)));
+          const long count = runWith([&] { failingcalls::fail(kind.call, n, span); },
+                                     [] { return long{failingcalls::endFailing()}; });
+          if (count < n) break;
+          calls = n;
+          expectWorks();
+        }
+      }
+      counts += std::string(kind.name) + " " + std::to_string(calls) + ", ";
+      together += calls;
+    }
+    return together;
+  }
+};
+
+TEST_P(SessionCallFaults, OfFilesGiveNumbersOfTheTables) {
+  std::string counts;
+  const int together = sweep(kFileCalls, counts);
+  EXPECT_GT(together, 0);
+  report(", fault points: " + counts + "together " + std::to_string(together));
+}
+
+TEST_P(SessionCallFaults, OfZlibGiveNumbersOfTheTables) {
+  std::string counts;
+  const int together = sweep(kZlibCalls, counts);
+  EXPECT_EQ(together > 0, GetParam().deflated);
+  report(", zlib failed at " + std::to_string(together) + " calls");
+}
+
+// Where an alert decides, and the process ends: everything in a session that makes one.
+class SessionAlertsDeathTest : public SessionFaults {
+protected:
+  // The allocations without which the session alarms the host.
+  std::vector<long> alarming() {
+    std::vector<long> all;
+    for (long n = 1;; ++n) {
+      const long count =
+          runWith([&] { allocations::fail(n); }, [] { return allocations::endShortage(); });
+      if (count < n) return all;
+      if (alerts > 0) all.push_back(n);
+    }
+  }
+};
+
+TEST_P(SessionAlertsDeathTest, OneThatIsThrownOnOrRaisesItselfEndsTheProcess) {
+  const std::vector<long> points = alarming();
+  EXPECT_GE(points.size(), 2u) << "an instance, and its path";
+  const QFL::UnhandledExceptionAlert ends[] = {
+      [](bool&, const std::string&) { return true; },
+      [](bool&, const std::string&) -> bool { throw std::runtime_error("of the alert"); }};
+  for (const auto& alert : ends) {
+    for (const long n : points) {
+      SCOPED_TRACE(n);
+      QFL::SetUnhandledExceptionAlert(alert);
+      EXPECT_DEATH(
+          {
+            HostSession one = session();
+            allocations::fail(n);
+            one.run();
+          },
+          "terminate");
+    }
+  }
+  report(", alerts ended the process at " + std::to_string(2 * points.size()) + " points");
+}
+
+// The three kinds are silenced one by one.
+TEST_P(SessionFaults, AlertsThatAreSilencedLeaveTheNumbersAsTheyAre) {
+  support::TempDir scratch;
+  fs::copy(QSND_BUNDLE, scratch / "Silent.bundle", fs::copy_options::recursive);
+  const Plugin silent((scratch / "Silent.bundle/Contents/Linux/ImporterQSND.so").string());
+  QFL::SetUnhandledExceptionAlert([](bool& disabled, const std::string&) {
+    ++alerts;
+    disabled = true;
+    return false;
+  });
+  alerts = 0;
+  for (long n = 1; !HasFailure(); ++n) {
+    SCOPED_TRACE(n);
+    HostSession one(silent, (folder / "d.qsnd").string(), GetParam().reopens);
+    allocations::fail(n);
+    one.run();
+    const long count = allocations::endShortage();
+    for (const auto& [selector, result] : one)
+      EXPECT_EQ(kResults.at(selector).count(result), 1u) << selector << " gave " << result;
+    if (count < n) break;
+  }
+  EXPECT_EQ(alerts, 2) << "of an instance that cannot be made, and of a standard exception";
+}
+
+constexpr Document kDocuments[] = {{"Stored", false, false},
+                                   {"Deflated", true, false},
+                                   {"StoredAndReopened", false, true},
+                                   {"DeflatedAndReopened", true, true}};
+const auto nameOf = [](const auto& suite) { return std::string(suite.param.name); };
+INSTANTIATE_TEST_SUITE_P(Host, SessionFaults, testing::ValuesIn(kDocuments), nameOf);
+INSTANTIATE_TEST_SUITE_P(Host, SessionAlertsDeathTest, testing::ValuesIn(kDocuments), nameOf);
+INSTANTIATE_TEST_SUITE_P(Host, SessionCallFaults, testing::ValuesIn(kDocuments), nameOf);
+
+}  // namespace
