@@ -5,7 +5,6 @@
 #include <exception>
 #include <ios>
 #include <memory>
-#include <new>
 #include <sstream>
 #include <string>
 #include <typeinfo>
@@ -154,7 +153,7 @@ std::string HxImportModule<T>::DescribeFailedCreation(const std::exception& exce
   text << "<plugin.HxImportModule> An exception occured creating ImportModule " << typeid(T).name()
        << " what() returned " << exception.what() << QFL::ENDL;
   return text.str();
-} catch (const std::bad_alloc&) {
+} catch (const std::exception&) {
   return kNoMemoryToTell;
 }
 
@@ -216,6 +215,6 @@ std::string HxImportModule<T>::DescribeFailure(const char* what, const void* ins
   if (exception != nullptr) text << ". what() returned " << exception->what();
   text << QFL::ENDL;
   return text.str();
-} catch (const std::bad_alloc&) {
+} catch (const std::exception&) {
   return kNoMemoryToTell;
 }
