@@ -143,6 +143,20 @@ TEST_F(HeaderWriters, ANewTypeBlockComesBehindTheOthers) {
                         centralHeader(*record)));
 }
 
+// They are no block, and the record could not be read past without them.
+TEST_F(HeaderWriters, BytesThatAreTooFewForABlockStayBehindAllBlocks) {
+  const Bytes block = zipbytes::extraBlock(0x1234, "unknown");
+  for (const Bytes& rest : {Bytes("\0", 1), Bytes("UT"), Bytes(3, '\0')}) {
+    EXPECT_TRUE(sameBytes(centralOf(rest), centralHeader(*recordWith(rest))));
+    EXPECT_TRUE(sameBytes(centralOf(block + rest), centralHeader(*recordWith(block + rest))));
+  }
+  const auto record = recordWith(block + "UT");
+  setProperty("a.txt", QCFPropertyZipTypeCreator, "5445585474747874");
+  const Bytes typed = centralOf(block + zipbytes::typeCreatorBlock("TEXTttxt") + "UT");
+  EXPECT_TRUE(sameBytes(typed, centralHeader(*record)));
+  EXPECT_TRUE(sameBytes(typed, centralHeader(*record)));
+}
+
 TEST_F(HeaderWriters, AnEmptyTypeTakesTheBlockAwayAndTheOthersKeepTheirPlaces) {
   const Bytes before = zipbytes::extraBlock(0x1234, "before");
   const Bytes behind = zipbytes::extraBlock(0x5678, "behind it");

@@ -51,6 +51,22 @@ TEST(ExtraField, FewerThanFourBytesAreNoBlock) {
   EXPECT_EQ(walk(extraBlock(7, "ab") + "xyz"), (Blocks{{7, "ab"}}));
 }
 
+TEST(ExtraField, TheRestIsWhatIsTooShortForABlock) {
+  const auto rest = [](std::string field) {
+    ExtraFieldWalk walk(field.data(), field.size());
+    while (walk.next()) {
+    }
+    return walk.rest() == 0 ? "" : std::string(walk.block(), walk.rest());
+  };
+  EXPECT_EQ(rest("xyz"), "xyz");
+  EXPECT_EQ(rest(extraBlock(7, "ab") + "z"), "z");
+  EXPECT_EQ(rest(extraBlock(7, "ab")), "");
+  EXPECT_EQ(rest(u16(2) + u16(100) + "cut"), "");
+  ExtraFieldWalk none(nullptr, 20);
+  EXPECT_FALSE(none.next());
+  EXPECT_EQ(none.rest(), 0u);
+}
+
 TEST(ExtraField, ABlockOfFourBytesIsABlock) {
   EXPECT_EQ(walk(extraBlock(7, "")), (Blocks{{7, ""}}));
   EXPECT_EQ(walk(std::string(8, '\0')), (Blocks{{0, ""}, {0, ""}}));

@@ -30,6 +30,10 @@ public:
     return true;
   }
 
+  // Where there is no next block: how many bytes are left behind the last, too few for one. They
+  // begin at block().
+  std::size_t rest() const { return fField != nullptr && fPosition < fEnd ? fEnd - fPosition : 0; }
+
   std::uint16_t id() const { return fHeader.id; }
   // What the block's header says of its body, and what of that is there.
   std::uint16_t bodySize() const { return fHeader.size; }

@@ -142,6 +142,13 @@ void ZpCentralDirEntry<Context>::setFinalNumbers(std::uint64_t uncompressedSize,
   replaceExtra(reinterpret_cast<const char*>(&block), fHeader.extraLength);
 }
 
+// The bytes behind the last block, which are too few to be one: the length counts them.
+inline void appendRest(std::string& out, ExtraFieldWalk walk) {
+  while (walk.next()) {
+  }
+  if (walk.rest() != 0) out.append(walk.block(), walk.rest());
+}
+
 template <class Context>
 void ZpCentralDirEntry<Context>::writeCDH(IPkgFSFileCommon* file, ZipPackage<Context>* package) {
   String typeAndCreator;
@@ -160,6 +167,7 @@ void ZpCentralDirEntry<Context>::writeCDH(IPkgFSFileCommon* file, ZipPackage<Con
   if (fHeader.nameLength != 0) record.append(fName.get(), fHeader.nameLength);
   std::string extra = composeExtraField(typeAndCreator);
   if (typed && oldBlock == 0) appendTypeCreatorBlock<Context>(extra, typeAndCreator);
+  appendRest(extra, ExtraFieldWalk(fExtra.get(), fExtraBytes));
   record += extra;
   if (fHeader.commentLength != 0) record.append(fComment.get(), fHeader.commentLength);
   writeAll<Context>(file, record);
