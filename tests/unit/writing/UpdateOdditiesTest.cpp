@@ -179,6 +179,20 @@ TEST_F(UpdateOddities, WhereEveryEntryIsDeletedTheTypeMustComeFirstAgain) {
   }
 }
 
+// It is recorded as stored, which its object does not look up.
+TEST_F(UpdateOddities, AnEmptyEntryWrittenAsDeflatedCannotBeReadBeforeThePackageIsOpenedAnew) {
+  const Package package = open(twoEntries());
+  package->beginUpdate("new.pkg", kIn | kOut | kTrunc);
+  write(package, "c.txt", "", pkg::CompressionDeflated);
+  package->endUpdate();
+  const File file = package->getFile("c.txt", true);
+  EXPECT_EQ(file->getCompressionMethod(), pkg::CompressionDeflated);
+  const Stream in = file->open(kIn, false);
+  in->exceptions(std::ios_base::badbit);
+  EXPECT_RAISED("31", in->get());
+  EXPECT_EQ(contents(open(bytes()), "c.txt"), "");
+}
+
 // The properties are saved where a beginning has come to its end: what failed before has nothing to
 // bring back. Headers keep their dates; comment, types and creators are gone with the next save.
 TEST_F(UpdateOddities, CancelBehindABeginningThatFailedForgetsEveryProperty) {
