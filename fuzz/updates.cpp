@@ -1,22 +1,30 @@
-// Packages made, changed by the ways that keep every change, saved in each of the three ways, and
-// read back; and damaged packages changed and saved, which may be refused.
+// Packages, made here and of others, changed by the recipes of docs/updating.md and saved in each
+// of the ways. After every save the package and its file hold what they should, and the old file is
+// what it was, as far as the way promises that. A damaged package may be refused.
 
 #include <cerrno>
+#include <cstdint>
 #include <cstdlib>
 #include <map>
+#include <optional>
+
+#include <zlib.h>
 
 #include "Input.h"
+#include "Layout.h"
 #include "support/FileSystems.h"
 #include "unit/reading/Reading.h"
 
 namespace {
 
-using Contents = std::map<std::string, std::string>;
-
 constexpr auto kNew = std::ios_base::in | std::ios_base::out | std::ios_base::trunc;
 constexpr auto kUpdate = std::ios_base::in | std::ios_base::out;
 constexpr const char* kNames[] = {"a",       "b.txt", "dir/c", "dir/sub/d", "\xC3\xA9t\xC3\xA9",
                                   "mimetype"};
+
+void require(bool holds) {
+  if (!holds) std::abort();
+}
 
 // Full at 16 MB: where a damaged package says that its directory begins, an update in place makes
 // the file reach.
@@ -40,120 +48,287 @@ private:
   }
 };
 
-void write(pkg::IPackage<>& package, const std::string& name, const std::string& bytes,
-           bool stored) {
-  const auto file = package.getFile(name, false);
-  file->setCompressionMethod(stored ? pkg::CompressionStored : pkg::CompressionDeflated);
-  const auto stream = file->open(std::ios_base::out | std::ios_base::trunc, false);
-  stream->exceptions(std::ios_base::badbit);
-  stream->write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
-  stream->close();
+// What a reader finds in an entry, its first 16 KiB: they may be all that memory has room for.
+struct Content {
+  Content() = default;
+  explicit Content(std::string_view bytes)
+      : size(bytes.size()),
+        crc(crc32_z(0, reinterpret_cast<const Bytef*>(bytes.data()), bytes.size())) {}
+  bool operator==(const Content& other) const { return size == other.size && crc == other.crc; }
+
+  std::size_t size = 0;
+  uLong crc = 0;
+  bool isReadable = true;
+};
+
+struct Contents {
+  std::string comment;
+  std::map<std::string, Content> entries;
+};
+
+Content readEntry(pkg::IPkgEntry<>& entry) {
+  if (entry.getEntryType() == pkg::PkgEntryDirectory) return Content();
+  Content content;
+  content.isReadable = false;
+  reading::raisedBy([&] {
+    const auto file = entry.toFile();
+    const auto stream = file->open(std::ios_base::in, false);
+    stream->exceptions(std::ios_base::badbit);
+    content = Content(reading::take(*stream, 1 << 14));
+    // What is recorded as empty is copied as empty, whatever it holds.
+    content.isReadable = content.size == 0 || file->getSize64() != 0;
+  });
+  return content;
 }
 
-Contents takeChanges(fuzz::Input& input) {
-  Contents changes;
-  for (unsigned count = input.below(5); count > 0; --count) {
-    const std::string name = kNames[input.below(std::size(kNames))];
-    const unsigned size = input.byte() * 16;
-    changes[name] = input.bytes(size);
+using Handles = std::vector<pkg::SPRefType<pkg::IPkgEntry<>>>;
+
+Handles handlesOf(pkg::IPackage<>& package) {
+  Handles handles;
+  reading::Iterator iterator;
+  for (package.initIterator(iterator, {}, ""); iterator->isValid(); iterator->increment())
+    handles.push_back(iterator->dereference());
+  return handles;
+}
+
+Contents read(pkg::IPackage<>& package) {
+  Contents contents{package.getProperty(pkg::QCFPropertyPackageComment), {}};
+  for (const auto& entry : handlesOf(package))
+    contents.entries[entry->getName()] = readEntry(*entry);
+  return contents;
+}
+
+// What could not be read before may be anything, but is still there. The package that wrote an
+// entry without a byte as deflated cannot read it: see docs/updating.md.
+enum class Reader { Writer, SomebodyElse };
+void requireSame(const Contents& found, const Contents& expected, Reader reader) {
+  require(found.comment == expected.comment);
+  require(found.entries.size() == expected.entries.size());
+  for (const auto& [name, content] : expected.entries) {
+    const auto entry = found.entries.find(name);
+    require(entry != found.entries.end());
+    const bool mayFail = reader == Reader::Writer && content.size == 0;
+    if (content.isReadable) require(entry->second == content);
+    if (content.isReadable && !mayFail) require(entry->second.isReadable);
+  }
+}
+
+struct Change {
+  std::string bytes;
+  bool isStored;
+};
+using Changes = std::map<std::string, Change>;
+
+Changes takeChanges(fuzz::Input& script) {
+  Changes changes;
+  for (unsigned count = script.below(5); count > 0; --count) {
+    const std::string name = kNames[script.below(std::size(kNames))];
+    const bool isStored = script.below(2) != 0;
+    const unsigned size = script.byte() * 16;
+    changes[name] = {script.bytes(size), isStored};
   }
   return changes;
 }
 
-void writeAll(pkg::IPackage<>& package, const Contents& contents, fuzz::Input& input) {
-  for (const auto& [name, bytes] : contents)
-    write(package, name, bytes, input.below(2) != 0);
-}
-
-void removeChosen(pkg::IPackage<>& package, Contents& expected, const Contents& changes,
-                  unsigned mask) {
-  unsigned bit = 1;
-  for (const char* const name : kNames) {
-    const bool removes = changes.count(name) != 0 || (mask & bit) != 0;
-    bit <<= 1;
-    if (!removes || expected.erase(name) == 0) continue;
-    package.getFile(name, true)->remove();
+void writeAll(pkg::IPackage<>& package, const Changes& changes) {
+  for (const auto& [name, change] : changes) {
+    const auto file = package.getFile(name, false);
+    file->setCompressionMethod(change.isStored ? pkg::CompressionStored : pkg::CompressionDeflated);
+    const auto stream = file->open(std::ios_base::out | std::ios_base::trunc, false);
+    stream->exceptions(std::ios_base::badbit);
+    stream->write(change.bytes.data(), static_cast<std::streamsize>(change.bytes.size()));
+    stream->close();
   }
 }
 
-void requireHolds(support::MemoryFileSystem& files, const std::string& path,
-                  const Contents& expected) {
-  const auto package =
-      pkg::QCFPackageFactory().openPackage(path, std::ios_base::in, &files, nullptr, nullptr);
-  Contents found;
-  for (const std::string& name : reading::walk(*package))
-    found[name] = reading::readAll(*package->getFile(name, true));
-  package->close();
-  if (found != expected) std::abort();
-}
-
-void makeAndChange(fuzz::Input& input) {
-  support::MemoryFileSystem files;
-  pkg::QCFPackageFactory factory;
-  Contents expected = takeChanges(input);
-  expected["first"] = "a package has at least one entry";
-  auto package = factory.openPackage("a.pkg", kNew, &files, nullptr, nullptr);
-  package->beginUpdate();
-  writeAll(*package, expected, input);
-  package->endUpdate();
-  package->close();
-  requireHolds(files, "a.pkg", expected);
-
-  package = factory.openPackage("a.pkg", kUpdate, &files, nullptr, nullptr);
-  std::string path = "a.pkg";
-  for (int round = 0; round < 3 && !input.atEnd(); ++round) {
-    const unsigned way = input.below(3);
-    const Contents changes = takeChanges(input);
-    removeChosen(*package, expected, changes, input.byte());
-    if (way == 2) {
-      writeAll(*package, changes, input);
-      package->doUNSAFEUpdateInPlace();
-    } else {
-      const std::string next = path + "'";
-      if (way == 0) writeAll(*package, changes, input);
-      package->beginUpdate(next, kNew);
-      if (way == 1) writeAll(*package, changes, input);
-      package->endUpdate();
-      path = next;
-    }
-    for (const auto& [name, bytes] : changes)
-      expected[name] = bytes;
+// A package that is open, the file that it lives in, and what it should hold.
+class Session {
+public:
+  // A new package of these entries.
+  explicit Session(const Changes& changes) {
+    fPackage = pkg::QCFPackageFactory().openPackage(fPath, kNew, &fFiles, nullptr, nullptr);
+    fPackage->beginUpdate();
+    writeAll(*fPackage, changes);
+    fPackage->endUpdate();
+    take(changes);
+    requireHolds();
   }
-  package->close();
-  requireHolds(files, path, expected);
-}
+  // Somebody's package. Raises what opening and walking raise.
+  explicit Session(const std::string& bytes) {
+    fMemory.put(fPath, bytes);
+    fPackage = open(kUpdate);
+    fExpected = read(*fPackage);
+    const fuzz::Layout layout(bytes);
+    fIsKeptInPlace = layout.isInFrontOfDirectory();
+    fIsKept = layout.keepsExtraFields();
+  }
+  ~Session() {
+    fPackage.reset();
+    require(fMemory.temporaryFiles() == 0);
+  }
+  Session(const Session&) = delete;
+  Session& operator=(const Session&) = delete;
 
-void changeDamaged(fuzz::Input& input) {
-  const unsigned way = input.below(3);
-  const unsigned mask = input.byte();
-  const std::string bytes = input.rest();
-  support::MemoryFileSystem memory;
-  memory.put("a.pkg", bytes);
-  SmallDisk files(memory);
-  reading::raisedBy([&] {
-    const auto package =
-        pkg::QCFPackageFactory().openPackage("a.pkg", kUpdate, &files, nullptr, nullptr);
-    unsigned bit = 0;
-    for (const std::string& name : reading::walk(*package)) {
-      if ((mask >> (bit++ % 8) & 1) == 0) continue;
-      reading::raisedBy([&] { package->getFile(name, true)->remove(); });
+  // Some changes and a save, as the script says. False where it was refused: this is not to be used
+  // then any more, nor where it cannot be told what it has kept.
+  bool round(fuzz::Input& script) {
+    const unsigned way = script.below(kCancelled + 1);
+    const unsigned mask = script.byte();
+    const Changes changes = takeChanges(script);
+    const bool isBefore = script.below(2) != 0;
+    if (fExpected.entries.empty()) return false;
+    if (way != kCancelled) removeChosen(changes, mask);
+    const auto refusal = reading::raisedBy([&] { save(way, changes, isBefore); });
+    if (refusal.code != -1 || !fIsKept || (way == kInPlace && !fIsKeptInPlace)) return false;
+    fIsKeptInPlace = true;
+    requireHolds();
+    if (script.below(2) != 0) fPackage = open(kUpdate);
+    return true;
+  }
+
+private:
+  using Package = boost::shared_ptr<pkg::IPackage<>>;
+  static constexpr unsigned kInPlace = 2;
+  static constexpr unsigned kCancelled = 4;
+
+  Package open(std::ios_base::openmode mode) {
+    return pkg::QCFPackageFactory().openPackage(fPath, mode, &fFiles, nullptr, nullptr);
+  }
+
+  void take(const Changes& changes) {
+    for (const auto& [name, change] : changes)
+      fExpected.entries[name] = Content(change.bytes);
+  }
+
+  // What is written anew is removed before the update begins. Something stays in any case.
+  void removeChosen(const Changes& changes, unsigned mask) {
+    if (changes.empty()) mask &= ~1U;
+    unsigned index = 0;
+    for (const auto& entry : handlesOf(*fPackage)) {
+      const std::string name = entry->getName();
+      const bool isChosen = (mask >> index++ % 8 & 1) != 0;
+      if ((!isChosen && changes.count(name) == 0) || fExpected.entries.erase(name) == 0) continue;
+      entry->remove();
     }
-    if (way == 2) {
-      reading::raisedBy([&] { write(*package, "added", "data", false); });
-      package->doUNSAFEUpdateInPlace();
-    } else {
-      package->beginUpdate(std::string("b.pkg"), kNew);
-      reading::raisedBy([&] { write(*package, "added", "data", way != 0); });
-      package->endUpdate();
+  }
+
+  void save(unsigned way, const Changes& changes, bool isBefore) {
+    switch (way) {
+      case 0:
+        return saveAs(changes);
+      case 1:
+        return updateOtherFile(changes, isBefore);
+      case kInPlace:
+        return updateInPlace(changes);
+      case 3:
+        // Without a change this would be no update, and the old entries be listed on.
+        return changes.empty() ? saveAs(changes) : updatePackageFile(changes, isBefore);
+      case kCancelled:
+        return updateCancelled(changes);
+      default:
+        std::abort();
     }
-    package->close();
-  });
-  for (const char* const path : {"a.pkg", "b.pkg"}) {
-    reading::raisedBy([&] {
-      const auto package =
-          pkg::QCFPackageFactory().openPackage(path, std::ios_base::in, &files, nullptr, nullptr);
-      reading::walk(*package);
+  }
+
+  void writeBefore(const Changes& changes) {
+    writeAll(*fPackage, changes);
+    take(changes);
+    requireSame(read(*fPackage), fExpected, Reader::Writer);
+  }
+
+  template <class Save>
+  void intoOtherFile(Save&& save) {
+    const std::string old = fPath;
+    const std::string before = fMemory.bytes(old);
+    fPath += '\'';
+    try {
+      save(fPath);
+    } catch (...) {
+      require(fMemory.bytes(old) == before);
+      throw;
+    }
+    require(fMemory.bytes(old) == before);
+  }
+
+  void saveAs(const Changes& changes) {
+    writeBefore(changes);
+    intoOtherFile([&](const std::string& path) { fPackage->saveAs(path, kNew); });
+  }
+
+  void updateOtherFile(const Changes& changes, bool isBefore) {
+    if (isBefore) writeBefore(changes);
+    intoOtherFile([&](const std::string& path) {
+      fPackage->beginUpdate(path, kNew);
+      if (!isBefore) writeAll(*fPackage, changes);
+      fPackage->endUpdate();
     });
+    if (!isBefore) take(changes);
+  }
+
+  void updateInPlace(const Changes& changes) {
+    writeBefore(changes);
+    const std::string before = fMemory.bytes(fPath);
+    fPackage->doUNSAFEUpdateInPlace();
+    const std::uint64_t kept =
+        std::min<std::uint64_t>(fuzz::Layout(before).directoryOffset(), before.size());
+    require(fMemory.bytes(fPath).compare(0, kept, before, 0, kept) == 0);
+  }
+
+  // Only what is written in it is listed afterwards. All that was in the file stays there.
+  void updatePackageFile(const Changes& changes, bool isBefore) {
+    const std::string before = fMemory.bytes(fPath);
+    if (isBefore) writeBefore(changes);
+    fPackage->beginUpdate();
+    if (!isBefore) writeAll(*fPackage, changes);
+    fPackage->endUpdate();
+    fExpected.entries.clear();
+    take(changes);
+    require(fMemory.bytes(fPath).compare(0, before.size(), before) == 0);
+  }
+
+  // What is there already stays out of it: it would keep the method that was set.
+  void updateCancelled(Changes changes) {
+    const std::string before = fMemory.bytes(fPath);
+    for (const auto& [name, content] : fExpected.entries)
+      changes.erase(name);
+    fPackage->beginUpdate(fPath + '\'', kNew);
+    writeAll(*fPackage, changes);
+    fPackage->cancelUpdate();
+    require(fMemory.bytes(fPath) == before);
+  }
+
+  // The package as it is open, and its file as somebody else reads it.
+  void requireHolds() {
+    requireSame(read(*fPackage), fExpected, Reader::Writer);
+    require(fMemory.temporaryFiles() == 0);
+    requireSame(read(*open(std::ios_base::in)), fExpected, Reader::SomebodyElse);
+  }
+
+  support::MemoryFileSystem fMemory;
+  SmallDisk fFiles{fMemory};
+  std::string fPath = "a.pkg";
+  Package fPackage;
+  Contents fExpected;
+  bool fIsKept = true;         // by any save
+  bool fIsKeptInPlace = true;  // by one in place
+};
+
+void changeMade(fuzz::Input& script) {
+  Changes changes = takeChanges(script);
+  changes["first"] = {"a package has at least one entry", true};
+  Session session(changes);
+  for (int round = 0; round < 4 && !script.atEnd(); ++round)
+    require(session.round(script));
+}
+
+void changeForeign(fuzz::Input& input) {
+  constexpr std::size_t kScript = 48;
+  const std::string text = input.bytes(kScript);
+  fuzz::Input script(reinterpret_cast<const std::uint8_t*>(text.data()), text.size());
+  const std::string bytes = input.rest();
+  std::optional<Session> session;
+  if (reading::raisedBy([&] { session.emplace(bytes); }).code != -1) return;
+  for (int round = 0; round < 2 && session->round(script); ++round) {
   }
 }
 
@@ -162,8 +337,8 @@ void changeDamaged(fuzz::Input& input) {
 void fuzz::run(const std::uint8_t* data, std::size_t size) {
   fuzz::Input input(data, size);
   if (input.below(2) == 0) {
-    makeAndChange(input);
+    changeMade(input);
   } else {
-    changeDamaged(input);
+    changeForeign(input);
   }
 }

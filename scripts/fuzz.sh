@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
-# Fuzzes every target for its share of the time, and reports executions and coverage.
+# Fuzzes every target for its share of the time, and reports executions, and how many of the code's
+# edges were reached.
 #
 #   fuzz.sh [MINUTES] [TARGET...]    one minute a target without a number
 #
@@ -39,8 +40,8 @@ seconds=$((minutes * 60 / ${#targets[@]}))
 failing=()
 total=0
 found=0
-row='%-12s %12s %10s %10s %12s %10s\n'
-printf "$row" target executions coverage findings 'slowest (s)' 'peak (MB)'
+row='%-12s %12s %16s %10s %12s %10s\n'
+printf "$row" target executions edges findings 'slowest (s)' 'peak (MB)'
 for target in "${targets[@]}"; do
   case $target in
     properties) dictionary=fuzz/dictionaries/properties.dict ;;
@@ -54,11 +55,13 @@ for target in "${targets[@]}"; do
     -artifact_prefix="build/fuzz/findings/$target-" -print_final_stats=1 \
     build/fuzz/corpus/"$target" fuzz/regressions/"$target" >"$log" 2>&1 || failing+=("$target")
   executions=$(of "$log" number_of_executed_units)
-  coverage=$(sed -n 's/.* cov: \([0-9]*\) .*/\1/p' "$log" | tail -n 1)
+  reached=$(sed -n 's/.* cov: \([0-9]*\) .*/\1/p' "$log" | tail -n 1)
+  edges=$(sed -n 's/.* PC tables (\([0-9]*\) PCs).*/\1/p' "$log" | head -n 1)
+  coverage="${reached:-none} of ${edges:-none}"
   findings=$(($(find build/fuzz/findings -name "$target-*" | wc -l) - before))
   total=$((total + ${executions:-0}))
   found=$((found + findings))
-  printf "$row" "$target" "${executions:-none}" "${coverage:-none}" "$findings" \
+  printf "$row" "$target" "${executions:-none}" "$coverage" "$findings" \
     "$(of "$log" slowest_unit_time_sec)" "$(of "$log" peak_rss_mb)"
 done
 printf '%d executions of %d targets in %d minutes, %d findings\n' "$total" "${#targets[@]}" "$minutes" "$found"
