@@ -129,6 +129,10 @@ public:
   Trace trace;
 };
 
+// Whether a way ends with a package that it has written.
+inline bool saves(const Way& way) {
+  return way.output != Output::None && way.output != Output::Abandoned;
+}
 // The file that a way writes.
 inline std::string savedFile(const Way& way) {
   return way.output == Output::PackageFile ? "old" : "new";

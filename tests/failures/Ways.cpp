@@ -1,6 +1,7 @@
 #include "failures/Ways.h"
 
 #include <algorithm>
+#include <stdexcept>
 
 namespace failures {
 
@@ -110,6 +111,11 @@ void openNew(Client& client) {
   client.open(kIn | kOut | kTrunc, "new");
 }
 
+// Nothing but the directory has been read.
+void openUnmet(Client& client) {
+  client.open(kIn | kOut);
+}
+
 void removeOne(Client& client) {
   client.package->getFile("removed.bin", true)->remove();
 }
@@ -160,6 +166,38 @@ void saveNew(Client& client) {
   client.package->endUpdate();
 }
 
+void saveInOldFile(Client& client) {
+  client.package->beginUpdate();
+  writeInside(client);
+  client.package->endUpdate();
+}
+
+// What the update has made is forgotten, also where it still writes.
+void saveNothing(Client& client) {
+  client.package->beginUpdate(client.path("new"), kIn | kOut | kTrunc);
+  writeInside(client);
+  client.streams.push_back(client.package->getFile("open.txt", false)->open(kOut, false));
+  client.streams.back()->exceptions(std::ios_base::badbit);
+  *client.streams.back() << kNewText;
+  client.package->cancelUpdate();
+  for (const char* name : {"direct.txt", "outer.txt", "queued.txt", "open.txt"}) {
+    if (client.package->entryExists(name) != pkg::PkgEntryNone) throw std::logic_error(name);
+  }
+}
+
+// The first update of a package that has another.
+void openAfterAnUpdate(Client& client) {
+  client.open(kIn | kOut | kTrunc, "old");
+  client.package->beginUpdate();
+  client.write("mimetype", "application/x-old", CompressionStored);
+  client.write("stored.bin", kStored, CompressionStored);
+  client.write("deflated.txt", kDeflated, CompressionDeflated);
+  client.write("empty", "", CompressionStored);
+  client.package->getDirectory("dir/", false)->create();
+  client.write("removed.bin", "goes away", CompressionStored);
+  client.package->endUpdate();
+}
+
 void saveInPlace(Client& client) {
   client.package->doUNSAFEUpdateInPlace();
 }
@@ -197,6 +235,39 @@ void readAndSeek(Client& client) {
     stream->read(text.data(), 5000);
     text.resize(static_cast<std::size_t>(stream->gcount()));
     client.seen.push_back(text);
+    stream->close();
+  }
+}
+
+// Every entry, and those of each directory.
+void walk(Client& client) {
+  boost::shared_ptr<pkg::IPkgEntryIteratorImpl<>> iterator;
+  client.package->initIterator(iterator, {}, "");
+  for (; iterator->isValid(); iterator->increment()) {
+    const auto entry = iterator->dereference();
+    client.seen.push_back(entry->getName());
+    if (entry->getEntryType() == pkg::PkgEntryDirectory)
+      client.directories.push_back(entry->toDirectory());
+  }
+  client.directories.push_back(client.package->getRootDirectory());
+  for (const auto& directory : client.directories) {
+    client.package->initIterator(iterator, directory, "");
+    for (; iterator->isValid(); iterator->increment())
+      client.seen.push_back(iterator->dereference()->getName());
+  }
+}
+
+void acceptAndReadRaw(Client& client) {
+  const bool accepted =
+      pkg::QCFPackageFactory().acceptPackage(client.path("old"), &client.files, nullptr, nullptr);
+  client.seen.emplace_back(accepted ? "yes" : "no");
+  for (const char* name : {"stored.bin", "deflated.txt", "empty"}) {
+    const Stream stream = client.package->getFile(name, true)->open(kIn, true);
+    stream->exceptions(std::ios_base::badbit);
+    Bytes raw(30000, '\0');
+    stream->read(raw.data(), static_cast<std::streamsize>(raw.size()));
+    raw.resize(static_cast<std::size_t>(stream->gcount()));
+    client.seen.push_back(raw);
     stream->close();
   }
 }
@@ -318,6 +389,13 @@ const std::vector<Way>& ways() {
        readProperties, saveProperties,
        with(with(kTyped, kKept), {{kDocument + 1, kNewProperties}})},
       {"SeekInADeflatedEntry", oldPackage(), Output::None, openReadOnly, readAndSeek, nothing, {}},
+      {"BeginInTheOldFileWriteEnd", oldPackage(), Output::PackageFile, openOld, removeOne,
+       saveInOldFile, kInside},
+      {"BeginWriteCancel", oldPackage(), Output::Abandoned, openOld, removeOne, saveNothing, {}},
+      {"SecondUpdate", "", Output::OtherFile, openAfterAnUpdate, removeOne, saveInside,
+       with(with(kTyped, kKept), kInside)},
+      {"WalkAllEntries", oldPackage(), Output::None, openUnmet, walk, nothing, {}},
+      {"AcceptAndReadRaw", oldPackage(), Output::None, openOld, acceptAndReadRaw, nothing, {}},
   };
   return all;
 }

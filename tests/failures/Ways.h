@@ -26,12 +26,13 @@ enum class Output {
   None,         // nothing is saved
   OtherFile,    // "new"; the old file must stay as it is
   PackageFile,  // the old file itself
-  NewPackage    // "new", of which nothing was there before
+  NewPackage,   // "new", of which nothing was there before
+  Abandoned     // "new", and given up
 };
 
 struct Way {
   const char* name;
-  Bytes old;  // the package that is there before; empty: none
+  Bytes old;  // the package that is there before; empty: none, or one that `open` makes
   Output output;
   Step open;    // opens the package and meets every old entry
   Step change;  // outside an update

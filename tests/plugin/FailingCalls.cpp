@@ -4,11 +4,10 @@
 #include <cerrno>
 #include <cstdarg>
 #include <cstdio>
-#include <vector>
+#include <iterator>
 
 #include <dlfcn.h>
 #include <fcntl.h>
-#include <zlib.h>
 
 namespace {
 
@@ -123,19 +122,6 @@ int fclose(std::FILE* stream) {
   mend(stream);
   const int result = real(&fclose, "fclose")(stream);
   return isRefused ? refused(EIO, EOF) : result;
-}
-
-int inflateInit2_(z_streamp stream, int bits, const char* version, int size) {
-  if (fails(Call::InflateInit)) return Z_MEM_ERROR;
-  return real(&inflateInit2_, "inflateInit2_")(stream, bits, version, size);
-}
-int inflate(z_streamp stream, int flush) {
-  return fails(Call::Inflate) ? Z_MEM_ERROR : real(&inflate, "inflate")(stream, flush);
-}
-int inflateEnd(z_streamp stream) {
-  const bool isRefused = fails(Call::InflateEnd);
-  const int result = real(&inflateEnd, "inflateEnd")(stream);
-  return isRefused ? Z_STREAM_ERROR : result;
 }
 
 }  // extern "C"

@@ -8,6 +8,7 @@
 #include <set>
 #include <stdexcept>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -18,6 +19,7 @@
 #include "qvacore/Localizer.h"
 #include "support/Allocations.h"
 #include "support/TempDir.h"
+#include "support/ZlibFaults.h"
 
 // A whole session of a host with the built plug-in, in which one thing after the other fails: each
 // allocation, each call for a file or of zlib, each text, each alert.
@@ -26,8 +28,6 @@ namespace {
 
 namespace fs = std::filesystem;
 using allocations::Shortage;
-using failingcalls::Call;
-using Span = failingcalls::Span;
 
 // What a host may be answered.
 const std::map<int, std::set<std::int32_t>> kResults = {{0, {400}},       {1, {0}},
@@ -218,53 +218,61 @@ TEST_P(SessionFaults, AlertsWithoutMemoryForTheirTextGive3) {
   EXPECT_GT(n, 1);
 }
 
-struct Kind {
-  const char* name;
-  Call call;
-};
-const std::vector<Kind> kFileCalls = {{"open", Call::Open},   {"create temporary", Call::Temporary},
-                                      {"read", Call::Read},   {"short read", Call::ShortRead},
-                                      {"write", Call::Write}, {"seek", Call::Seek},
-                                      {"tell", Call::Tell},   {"flush", Call::Flush},
-                                      {"close", Call::Close}};
-const std::vector<Kind> kZlibCalls = {{"inflateInit", Call::InflateInit},
-                                      {"inflate", Call::Inflate},
-                                      {"inflateEnd", Call::InflateEnd}};
-
+// Each call of a kind fails, alone and with all that follow. Returns how many there are.
 class SessionCallFaults : public SessionFaults {
 protected:
-  // The number of calls of all kinds; each has failed, alone and with all that follow.
-  int sweep(const std::vector<Kind>& kinds, std::string& counts) {
-    int together = 0;
-    for (const Kind& kind : kinds) {
-      int calls = 0;
-      for (const Span span : {Span::Once, Span::FromThereOn}) {
-        for (int n = 1; !HasFailure(); ++n) {
-          SCOPED_TRACE(kind.name + (" " + std::to_string(n)));
-          const long count = runWith([&] { failingcalls::fail(kind.call, n, span); },
-                                     [] { return long{failingcalls::endFailing()}; });
-          if (count < n) break;
-          calls = n;
-          expectWorks();
-        }
+  template <class Fail>
+  int sweep(const char* name, Fail&& fail, int (*end)() noexcept) {
+    int calls = 0;
+    for (const bool forGood : {false, true}) {
+      for (int n = 1; !HasFailure(); ++n) {
+        SCOPED_TRACE(name + (" " + std::to_string(n)));
+        const long count = runWith([&] { fail(n, forGood); }, [&] { return long{end()}; });
+        if (count < n) break;
+        calls = n;
+        expectWorks();
       }
-      counts += std::string(kind.name) + " " + std::to_string(calls) + ", ";
-      together += calls;
     }
-    return together;
+    return calls;
   }
 };
 
 TEST_P(SessionCallFaults, OfFilesGiveNumbersOfTheTables) {
+  using failingcalls::Call;
+  const std::pair<const char*, Call> kinds[] = {
+      {"open", Call::Open},   {"create temporary", Call::Temporary},
+      {"read", Call::Read},   {"short read", Call::ShortRead},
+      {"write", Call::Write}, {"seek", Call::Seek},
+      {"tell", Call::Tell},   {"flush", Call::Flush},
+      {"close", Call::Close}};
   std::string counts;
-  const int together = sweep(kFileCalls, counts);
+  int together = 0;
+  for (const auto& [name, call] : kinds) {
+    const auto fail = [kind = call](int n, bool forGood) {
+      using failingcalls::Span;
+      failingcalls::fail(kind, n, forGood ? Span::FromThereOn : Span::Once);
+    };
+    const int calls = sweep(name, fail, &failingcalls::endFailing);
+    counts += std::string(name) + " " + std::to_string(calls) + ", ";
+    together += calls;
+  }
   EXPECT_GT(together, 0);
   report(", fault points: " + counts + "together " + std::to_string(together));
 }
 
 TEST_P(SessionCallFaults, OfZlibGiveNumbersOfTheTables) {
-  std::string counts;
-  const int together = sweep(kZlibCalls, counts);
+  using zlibfaults::Function;
+  const std::pair<const char*, Function> functions[] = {{"inflateInit2", Function::InflateInit},
+                                                        {"inflate", Function::Inflate},
+                                                        {"inflateEnd", Function::InflateEnd}};
+  int together = 0;
+  for (const auto& [name, function] : functions) {
+    const auto fail = [which = function](int n, bool forGood) {
+      using zlibfaults::Span;
+      zlibfaults::fail(which, n, forGood ? Span::FromThereOn : Span::Once);
+    };
+    together += sweep(name, fail, &zlibfaults::endFailing);
+  }
   EXPECT_EQ(together > 0, GetParam().deflated);
   report(", zlib failed at " + std::to_string(together) + " calls");
 }
