@@ -24,6 +24,11 @@
 // A whole session of a host with the built plug-in, in which one thing after the other fails: each
 // allocation, each call for a file or of zlib, each text, each alert.
 
+// NOLINTBEGIN(bugprone-reserved-identifier): of the leak sanitizer, where there is one
+extern "C" [[gnu::weak]] void __lsan_disable();
+extern "C" [[gnu::weak]] void __lsan_enable();
+// NOLINTEND(bugprone-reserved-identifier)
+
 namespace {
 
 namespace fs = std::filesystem;
@@ -38,6 +43,17 @@ const std::map<int, std::set<std::int32_t>> kResults = {{0, {400}},       {1, {0
 std::ptrdiff_t filesIn(const fs::path& folder) {
   return fs::exists(folder) ? std::distance(fs::directory_iterator(folder), {}) : 0;
 }
+
+// What is allocated while this lives is none of the leak sanitizer's: an instance that an exception
+// in selector 39 takes from the host is lost for good. The tests count blocks instead.
+struct LossesAllowed {
+  LossesAllowed() {
+    if (__lsan_disable != nullptr) __lsan_disable();
+  }
+  ~LossesAllowed() {
+    if (__lsan_enable != nullptr) __lsan_enable();
+  }
+};
 
 struct Document {
   const char* name;
@@ -96,6 +112,7 @@ protected:
     {
       HostSession one = session();
       alerts = 0;
+      const LossesAllowed losses;
       begin();
       one.run();
       count = end();
@@ -104,6 +121,8 @@ protected:
     }
     if (lost == 0) {
       EXPECT_EQ(allocations::liveBlocks(), blocks);
+    } else {
+      EXPECT_GT(allocations::liveBlocks(), blocks);
     }
     EXPECT_EQ(filesIn("/proc/self/fd"), descriptors);
     if (nothingToBeHad && temporaryFiles() > 0) dropWhatCouldNotBeNamed();
@@ -328,6 +347,7 @@ TEST_P(SessionFaults, AlertsThatAreSilencedLeaveTheNumbersAsTheyAre) {
   for (long n = 1; !HasFailure(); ++n) {
     SCOPED_TRACE(n);
     HostSession one(silent, (folder / "d.qsnd").string(), GetParam().reopens);
+    const LossesAllowed losses;
     allocations::fail(n);
     one.run();
     const long count = allocations::endShortage();
