@@ -180,7 +180,7 @@ public:
     if (way != kCancelled) removeChosen(changes, mask);
     const auto refusal = reading::raisedBy([&] { save(way, changes, isBefore); });
     if (refusal.code != -1 || !fIsKept || (way == kInPlace && !fIsKeptInPlace)) return false;
-    fIsKeptInPlace = true;
+    if (way != kCancelled) fIsKeptInPlace = true;
     requireHolds();
     if (script.below(2) != 0) fPackage = open(kUpdate);
     return true;
