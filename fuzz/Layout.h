@@ -31,12 +31,16 @@ public:
   bool keepsExtraFields() const { return fKeepsExtraFields; }
 
 private:
+  // Zeros where the file has ended.
   std::uint64_t number(std::uint64_t at, std::size_t size) const {
     std::uint64_t value = 0;
     for (std::size_t i = size; i-- > 0;)
-      value =
-          value << 8 | (at + i < fBytes.size() ? static_cast<std::uint8_t>(fBytes[at + i]) : 0U);
+      value = value << 8 | byte(at + i);
     return value;
+  }
+  unsigned byte(std::uint64_t at) const {
+    if (at >= fBytes.size()) return 0;
+    return static_cast<std::uint8_t>(fBytes[static_cast<std::size_t>(at)]);
   }
 
   void look(std::uint64_t record) {

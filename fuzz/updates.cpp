@@ -269,8 +269,8 @@ private:
     writeBefore(changes);
     const std::string before = fMemory.bytes(fPath);
     fPackage->doUNSAFEUpdateInPlace();
-    const std::uint64_t kept =
-        std::min<std::uint64_t>(fuzz::Layout(before).directoryOffset(), before.size());
+    const auto kept = static_cast<std::size_t>(
+        std::min<std::uint64_t>(fuzz::Layout(before).directoryOffset(), before.size()));
     require(fMemory.bytes(fPath).compare(0, kept, before, 0, kept) == 0);
   }
 
