@@ -26,7 +26,7 @@ std::string whyNotOpened(const std::filesystem::path& path) {
   const auto status = std::filesystem::status(path, error);
   if (status.type() == std::filesystem::file_type::not_found) return "no such file";
   if (error) return error.message();
-  if (std::filesystem::is_directory(status)) return "is a folder";
+  if (std::filesystem::is_directory(status)) return "it is a folder";
   if (!std::ifstream(path)) return "permission denied";
   return "not a sound document, or a damaged one";
 }
@@ -81,7 +81,7 @@ void Document::open() {
   // An importer that opens a pipe waits for who writes to it, and cannot seek there.
   const std::filesystem::path path = qvacore::utility::UTF16to8(fPath.c_str());
   if (std::error_code error; std::filesystem::is_other(path, error)) {
-    throw Error("is not a regular file");
+    throw Error("it is not a regular file");
   }
   imFileOpenRec8 record{};
   record.path = fPath.c_str();

@@ -96,7 +96,7 @@ TEST_F(HostKit, SaysWhyADocumentDoesNotOpen) {
     return problemOf([&] { hostkit::Document(bundle, path); });
   };
   EXPECT_EQ(open((folder / "absent.qsnd").string()), (Problem{"no such file", 31}));
-  EXPECT_EQ(open(folder.path().string()), (Problem{"is a folder", 31}));
+  EXPECT_EQ(open(folder.path().string()), (Problem{"it is a folder", 31}));
   EXPECT_EQ(open(folder.write("text.qsnd", "no package")),
             (Problem{"not a sound document, or a damaged one", 31}));
   EXPECT_EQ(open((folder / "\xFF.qsnd").string()),

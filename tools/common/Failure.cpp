@@ -80,6 +80,7 @@ std::string shown(const std::string& name) {
 }
 
 std::string systemReason() {
+  if (errno == EISDIR) return "it is a folder";
   return std::generic_category().message(errno);
 }
 

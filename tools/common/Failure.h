@@ -36,7 +36,7 @@ bool hasControls(const std::string& name);
 // does.
 std::size_t utf8Length(const std::string& text, std::size_t at);
 
-// The system's words for errno as it stands.
+// The system's words for errno as it stands; these programs' own for a folder.
 std::string systemReason();
 
 }  // namespace tools

@@ -88,6 +88,13 @@ std::string shortened(const std::string& name) {
 
 }  // namespace
 
+std::string resolvedPath(const std::string& path) {
+  std::error_code error;
+  // Absolute first: a name of nothing that exists would stay one without a folder.
+  const auto canonical = fs::weakly_canonical(fs::absolute(path, error), error);
+  return error ? path : canonical.string();
+}
+
 std::string scratchPrefix(const std::string& program, const std::string& output) {
   return "." + shortened(fs::path(output).filename().string()) + "." + program + "-";
 }

@@ -8,6 +8,10 @@
 
 namespace tools {
 
+// The path of the file that `path` leads to, or would: absolute, symbolic links resolved. So the
+// functions below take an output.
+std::string resolvedPath(const std::string& path);
+
 // The name, without folder, of scratch files for an output, up to the letters that are picked.
 std::string scratchPrefix(const std::string& program, const std::string& output);
 // As mkstemp() takes it: beside the output.

@@ -28,10 +28,13 @@ mode_t defaultMode() {
   return 0666 & ~mask;
 }
 
-std::string resolved(const std::string& target) {
+std::string temporaryFolder() {
   std::error_code error;
-  const auto path = std::filesystem::weakly_canonical(target, error);
-  return error ? target : path.string();
+  const auto folder = std::filesystem::temp_directory_path(error);
+  if (!error) return folder.string();
+  const char* const named = std::getenv("TMPDIR");
+  throw Failure(fmt::format("cannot make a temporary file in {}: {}",
+                            shown(named == nullptr ? folder.string() : named), error.message()));
 }
 
 bool isPlainFileOrAbsent(const std::string& target) {
@@ -56,15 +59,22 @@ OutputFile::OutputFile(const Session& session, const std::string& target) {
     throw Failure("an output has no name; - is standard output", ExitUsage);
   }
   if (target != "-") {
-    fTarget = resolved(target);
+    fTarget = resolvedPath(target);
+    fName = shown(target);
   } else if (isatty(STDOUT_FILENO) != 0) {
     throw Failure("standard output is a terminal; name a file, or a pipe behind it", ExitUsage);
   }
   const bool beside = !fTarget.empty() && isPlainFileOrAbsent(fTarget);
-  if (beside) clearLeftovers(session, fTarget);
-  fScratch = scratchTemplate(
-      session.program,
-      beside ? fTarget : (std::filesystem::temp_directory_path() / "output").string());
+  std::string place = fTarget;
+  if (beside) {
+    clearLeftovers(session, fTarget);
+    fWritten = fName;
+  } else {
+    const std::string folder = temporaryFolder();
+    place = (std::filesystem::path(folder) / "output").string();
+    fWritten = "a temporary file in " + shown(folder);
+  }
+  fScratch = scratchTemplate(session.program, place);
   fDescriptor = mkstemp(fScratch.data());
   if (fDescriptor < 0) {
     fScratch.clear();
@@ -97,6 +107,7 @@ void OutputFile::commit() {
 }
 
 void OutputFile::copyToTarget() {
+  fWritten = fName;
   const int out = fTarget.empty() ? STDOUT_FILENO : open(fTarget.c_str(), O_WRONLY | O_CLOEXEC);
   if (out < 0 || lseek(fDescriptor, 0, SEEK_SET) < 0) fail();
   std::array<char, 65536> block;
@@ -131,8 +142,7 @@ void OutputFile::fail() const {
 }
 
 Failure OutputFile::failure(const std::string& reason) const {
-  const std::string name = fTarget.empty() ? "standard output" : shown(fTarget);
-  return Failure(fmt::format("cannot write {}: {}", name, reason));
+  return Failure(fmt::format("cannot write {}: {}", fWritten, reason));
 }
 
 }  // namespace tools

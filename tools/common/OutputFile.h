@@ -37,7 +37,9 @@ private:
   void replaceTarget();
   [[noreturn]] void fail() const;
 
-  std::string fTarget;   // symbolic links resolved; empty for standard output
+  std::string fTarget;  // absolute, symbolic links resolved; empty for standard output
+  std::string fName = "standard output";  // the target in a message, as given
+  std::string fWritten;  // in a message, what is being written: the target, or a temporary file
   std::string fScratch;  // empty for a file that has no name
   int fDescriptor = -1;
 };

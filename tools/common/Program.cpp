@@ -52,12 +52,19 @@ std::string usageText(const CLI::App& app, const CLI::ParseError& error,
                       const std::string& program) {
   const auto [command, name] = commandReached(app, program);
   std::string text = error.what();
-  // The parser tells that a command is missing, whatever stands in its place.
-  const bool wantsCommand = command->get_require_subcommand_min() > 0;
-  if (wantsCommand && dynamic_cast<const CLI::RequiredError*>(&error) != nullptr) {
-    text = "a command is required";
+  // The parser tells what is missing, whatever stands in its place.
+  if (dynamic_cast<const CLI::RequiredError*>(&error) != nullptr) {
+    const bool wantsCommand = command->get_require_subcommand_min() > 0;
+    if (wantsCommand) text = "a command is required";
     const auto strangers = app.remaining(true);
-    if (!strangers.empty()) text = fmt::format("there is no command {}", shown(strangers.front()));
+    const std::string stranger = strangers.empty() ? "" : strangers.front();
+    if (stranger.size() > 1 && stranger.front() == '-') {
+      text = fmt::format("there is no option {}", stranger);
+      if (!wantsCommand && stranger[1] != '-')
+        text += fmt::format("; ./{} is a file of that name", stranger);
+    } else if (wantsCommand && !stranger.empty()) {
+      text = fmt::format("there is no command {}", stranger);
+    }
   }
   return fmt::format("{}; see {} --help", shown(text), name);
 }
@@ -121,6 +128,10 @@ void Session::report(const Failure& failure) {
 
 void Session::note(const std::string& line) const {
   if (!quiet) printError("{}: {}\n", program, line);
+}
+
+std::string folderFault(const std::string& name) {
+  return name.empty() ? "the FOLDER has no name" : "";
 }
 
 int runProgram(Session& session, const std::function<void(CLI::App&)>& describe, int argc,

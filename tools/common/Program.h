@@ -24,6 +24,9 @@ struct Session {
   void note(const std::string& line) const;
 };
 
+// For options that take a FOLDER: what is wrong with its name; empty for a good one.
+std::string folderFault(const std::string& name);
+
 // Parses the command line as `describe` sets it up, which runs the chosen command's callback. Turns
 // whatever goes wrong, a want of memory at any point too, into one line on standard error and an
 // exit code. Standard output is complete when it returns ExitDone.

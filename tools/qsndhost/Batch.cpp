@@ -113,6 +113,7 @@ void addOutputs(CLI::App& command, Outputs& outputs, const OutputWords& words) {
   command
       .add_option("-d,--folder", outputs.folder,
                   "Write an output for each document to this folder, which is made where missing")
+      ->check(tools::folderFault)
       ->type_name("FOLDER");
 }
 

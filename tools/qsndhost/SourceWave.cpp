@@ -53,7 +53,8 @@ SourceWave::SourceWave(const std::string& path) : fPath(path) {
   std::error_code error;
   const auto status = std::filesystem::status(path, error);
   if (!std::filesystem::exists(status)) refuse("no such file");
-  if (!std::filesystem::is_regular_file(status)) refuse("is no plain file");
+  if (std::filesystem::is_directory(status)) refuse("it is a folder");
+  if (!std::filesystem::is_regular_file(status)) refuse("it is not a regular file");
   fFile.open(path, std::ios::binary);
   if (!fFile) refuse(tools::systemReason());
   fSize = std::filesystem::file_size(path);
@@ -114,6 +115,10 @@ void SourceWave::readFormat(const Chunk& format) {
   fFrameBytes = fChannels * bits / 8;
   if (fChannels == 0) refuse("it has no channels");
   if (fRate == 0) refuse("it has no sample rate");
+  // The importer tells the rate as a float, and what writes WAV files takes 31 bits.
+  if (static_cast<float>(fRate) >= 2147483648.0f) {
+    refuse(fmt::format("a rate of {} Hz is too high to be exported again", fRate));
+  }
   if (littleAt(bytes, 12, 2) != fFrameBytes)
     refuse("its frames have another size than its samples");
   // The importer reads in blocks of 32 KiB, which must hold a frame.

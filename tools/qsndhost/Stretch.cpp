@@ -5,12 +5,26 @@
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
 
+#include "CacheFolder.h"
+#include "HostKit/Error.h"
+#include "HostKit/Selectors.h"
 #include "Words.h"
 #include "common/Failure.h"
 
 namespace {
 
 constexpr std::int64_t kBlockFrames = 65536;
+
+void readBlock(hostkit::AudioSource& source, const std::string& document, std::int64_t position,
+               std::int64_t frames, float* const* buffers) {
+  try {
+    source.read(position, static_cast<std::uint32_t>(frames), buffers);
+  } catch (const hostkit::Error& error) {
+    if (error.result() != hostkit::ResultNothingRead) throw;
+    const std::string fault = cacheFault(document);
+    throw hostkit::Error(fault.empty() ? "the audio data ends too early" : fault, error.result());
+  }
+}
 
 }  // namespace
 
@@ -53,7 +67,8 @@ std::size_t deliveredChannels(const hostkit::AudioInfo& info) {
   return std::min<std::size_t>(info.channels, hostkit::kMostChannelsDelivered);
 }
 
-void readStretch(hostkit::AudioSource& source, const Stretch& stretch, const TakeAudio& take) {
+void readStretch(hostkit::AudioSource& source, const std::string& document, const Stretch& stretch,
+                 const TakeAudio& take) {
   const std::size_t delivered = deliveredChannels(source.info());
   const auto blockFrames = static_cast<std::size_t>(std::min(kBlockFrames, stretch.frames));
   // The channels that are not delivered share what nobody looks at.
@@ -66,7 +81,7 @@ void readStretch(hostkit::AudioSource& source, const Stretch& stretch, const Tak
   }
   for (std::int64_t done = 0; done < stretch.frames;) {
     const auto count = std::min(kBlockFrames, stretch.frames - done);
-    source.read(stretch.start + done, static_cast<std::uint32_t>(count), buffers.data());
+    readBlock(source, document, stretch.start + done, count, buffers.data());
     done += count;
     take(taken, static_cast<std::size_t>(count), done);
   }

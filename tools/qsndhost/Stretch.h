@@ -35,5 +35,6 @@ using TakeAudio = std::function<void(const std::vector<const float*>& buffers, s
                                      std::int64_t done)>;
 
 // Reads a stretch from its start to its end, block by block, in memory that doesn't grow with it.
-// Raises hostkit::Error.
-void readStretch(hostkit::AudioSource& source, const Stretch& stretch, const TakeAudio& take);
+// Raises hostkit::Error. `document` is the file that the source was opened from.
+void readStretch(hostkit::AudioSource& source, const std::string& document, const Stretch& stretch,
+                 const TakeAudio& take);

@@ -137,4 +137,22 @@ void WaveWriter::finish() {
   const int error = sf_close(file);
   fBytes->check();
   if (error != 0) throw fOutput.failure(sf_error_number(error));
+  endFormat();
+}
+
+void WaveWriter::endFormat() {
+  constexpr std::size_t kFormat = 12, kFact = 36, kPadding = 48, kEnd = 56;
+  std::string header(kEnd, '\0');
+  const int descriptor = fOutput.descriptor();
+  const bool isRead = pread(descriptor, header.data(), kEnd, 0) == ssize_t{kEnd};
+  const bool isShort = isRead && header.compare(kFormat, 8, "fmt \x10\0\0\0", 8) == 0 &&
+                       header.compare(kFact, 4, "fact") == 0 &&
+                       header.compare(kPadding, 4, "PAD ") == 0;
+  if (!isShort || header[kPadding + 4] < 2) return;
+  header[kFormat + 4] += 2;
+  header[kPadding + 4] -= 2;
+  header.insert(kFact, 2, '\0');
+  if (pwrite(descriptor, header.data(), header.size(), 0) < 0) {
+    throw fOutput.failure(tools::systemReason());
+  }
 }

@@ -31,6 +31,9 @@ public:
 
 private:
   sf_count_t writeInterleaved(std::size_t frames);
+  // The format of floats ends with the size of an extension, though there is none. libsndfile
+  // leaves that out, and sox complains of it. The padding that follows has room for it.
+  void endFormat();
 
   class Bytes;
 

@@ -32,7 +32,7 @@ int wholeRate(const std::string& file, const hostkit::AudioInfo& info) {
     return static_cast<int>(std::lround(info.sampleRate));
   }
   throw tools::Failure(fmt::format("cannot export {}: a WAV file cannot have a rate of {} Hz",
-                                   tools::shown(file), info.sampleRate));
+                                   tools::shown(file), static_cast<double>(info.sampleRate)));
 }
 
 nlohmann::json exportDocument(Host& host, const Options& options, const Task& task,
@@ -50,10 +50,11 @@ nlohmann::json exportDocument(Host& host, const Options& options, const Task& ta
   WaveWriter writer(output, options.format, static_cast<int>(delivered), rate, stretch.frames);
   {
     tools::Progress progress(label, stretch.frames, host.quiet);
-    readStretch(*source, stretch, [&](const auto& buffers, std::size_t frames, std::int64_t done) {
-      writer.write(buffers, frames);
-      progress.update(done);
-    });
+    readStretch(*source, task.file, stretch,
+                [&](const auto& buffers, std::size_t frames, std::int64_t done) {
+                  writer.write(buffers, frames);
+                  progress.update(done);
+                });
   }
   writer.finish();
   source->close();

@@ -9,6 +9,7 @@ void describe(CLI::App& app, Host& host) {
   app.set_version_flag("--version", host.program + " " + QSND_VERSION);
   app.add_option("--bundle", host.bundlePath,
                  "The importer bundle, instead of the one that came along")
+      ->check(tools::folderFault)
       ->type_name("FOLDER");
   app.add_flag_callback(
       "--no-isolate", [&host] { host.isolate = false; },

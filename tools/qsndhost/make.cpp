@@ -66,7 +66,8 @@ void verify(Host& host, const SourceWave& wave, const std::string& path) {
   const bool isSame = info.channels == wave.channels() && info.frames == wave.frames() &&
                       info.sampleRate == static_cast<float>(wave.sampleRate());
   if (!isSame) throw hostkit::Error("the importer finds another audio in it");
-  if (info.frames > 0) readStretch(*source, {info.frames - 1, 1}, [](const auto&, auto, auto) {});
+  if (info.frames > 0)
+    readStretch(*source, path, {info.frames - 1, 1}, [](const auto&, auto, auto) {});
   source->close();
 }
 
@@ -74,19 +75,19 @@ void run(Host& host, const Options& options) {
   checkOptions(options);
   SourceWave wave(options.input);
   tools::OutputFile output(host, options.output);
-  const std::string shownOutput = tools::shown(options.output);
   try {
     writePackage(host, options, wave, output.path());
   } catch (pkg::PackageIOException<>& error) {
-    throw tools::Failure(fmt::format("cannot write {}: {}", shownOutput, error.what()));
+    throw output.failure(error.what());
   } catch (pkg::PackageException<>&) {
-    throw tools::Failure(fmt::format("cannot write {}: is the disk full?", shownOutput));
+    throw output.failure("is the disk full?");
   }
   telling("make a document of", options.input, [&] { verify(host, wave, output.path()); });
   output.commit();
   if (wave.channels() > hostkit::kMostChannelsDelivered) {
-    host.note(fmt::format("{}: the importer delivers the first {} of {} channels", shownOutput,
-                          hostkit::kMostChannelsDelivered, wave.channels()));
+    host.note(fmt::format("{}: the importer delivers the first {} of {} channels",
+                          tools::shown(options.output), hostkit::kMostChannelsDelivered,
+                          wave.channels()));
   }
 }
 

@@ -65,10 +65,11 @@ Waveform summarise(Host& host, const Options& options, const std::string& file,
                     WaveformSummary(deliveredChannels(info), stretch.frames,
                                     static_cast<std::size_t>(layout.plot.width))};
   tools::Progress progress(label, stretch.frames, host.quiet);
-  readStretch(*source, stretch, [&](const auto& buffers, std::size_t frames, std::int64_t done) {
-    waveform.summary.add(buffers, frames);
-    progress.update(done);
-  });
+  readStretch(*source, file, stretch,
+              [&](const auto& buffers, std::size_t frames, std::int64_t done) {
+                waveform.summary.add(buffers, frames);
+                progress.update(done);
+              });
   source->close();
   return waveform;
 }
@@ -179,7 +180,7 @@ void addWaveform(CLI::App& app, Host& host) {
           "light (the default) or dark")
       ->check(CLI::IsMember({"light", "dark"}).description(""))
       ->type_name("THEME");
-  command->add_option("--width", options->width, "Pixels, 1200 by default")
+  command->add_option("--width", options->width, "Pixels with the margins, 1200 by default")
       ->check(CLI::Range(16, 32767).description(""))
       ->type_name("PIXELS");
   command->add_option("--height", options->height, "Pixels; by default what suits the channels")
@@ -188,7 +189,8 @@ void addWaveform(CLI::App& app, Host& host) {
   addStretchOptions(*command, options->stretch);
   command->add_flag(
       "--json", options->asJSON,
-      "Minimum, maximum and RMS of each column as JSON, an array; OUT may be left out");
+      "Minimum, maximum and RMS of each column inside the margins as JSON, an array; OUT may be "
+      "left out");
   command->footer(
       "Examples:\n"
       "  qsndhost waveform song.qsnd song.png\n"

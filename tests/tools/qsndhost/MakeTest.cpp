@@ -132,6 +132,8 @@ TEST_F(Make, WhatTheImporterCouldNotReadIsRefused) {
   refused("a.wav", "it has no channels");
   write([](Wave& wave) { wave.rate = 0; });
   refused("a.wav", "it has no sample rate");
+  write([](Wave& wave) { wave.rate = 4294967295; });
+  refused("a.wav", "a rate of 4294967295 Hz is too high to be exported again");
   write([](Wave& wave) { wave.blockAlign = 4; });
   refused("a.wav", "its frames have another size than its samples");
   write([](Wave& wave) { wave.channels = 20000; });
@@ -144,7 +146,21 @@ TEST_F(Make, WhatTheImporterCouldNotReadIsRefused) {
   folder.write("b.wav", chunk("RIFF", "WAVE" + wave.formatChunk()));
   refused("b.wav", "there is no audio in it");
   std::filesystem::create_directory(folder / "folder");
-  refused("folder", "is no plain file");
+  refused("folder", "it is a folder");
+}
+
+TEST_F(Make, TheHighestRateThatIsTakenIsExported) {
+  Wave wave;
+  wave.data = noise(480, 1);
+  std::uint32_t taken = 0;
+  for (std::uint32_t rate = 2147483647; taken == 0 && rate > 2147483000; --rate) {
+    wave.rate = rate;
+    folder.write("a.wav", wave.bytes());
+    if (run({"make", "a.wav", "a.qsnd"}).status == 0) taken = rate;
+  }
+  EXPECT_EQ(taken, 2147483583u);  // what a float still tells from 2^31
+  must({"export", "a.qsnd", "b.wav"});
+  EXPECT_EQ(readSound(folder / "b.wav").info.samplerate, 2147483520);
 }
 
 TEST_F(Make, FilesOfOthersAreTakenOrRefusedButNeverTakenWrong) {

@@ -74,12 +74,16 @@ TEST_F(Usage, AMistakeIsOneLineAndNothingHalfWritten) {
   const std::vector<Mistake> mistakes{
       {{"formats", "--bundle", "absent"}, 3, "cannot load absent"},
       {{"formats", "extra"}, 2, "extra"},
+      {{"-x"}, 2, "there is no option -x; see qsndhost --help"},
+      {{"--bundle", "", "formats"}, 2, "the FOLDER has no name"},
+      {{"export", "--folder", "", "a.qsnd"}, 2, "the FOLDER has no name"},
+      {{"waveform", "-d", "", "a.qsnd"}, 2, "the FOLDER has no name"},
       {{"formats", "--bundle", "no.qsnd"}, 3, "cannot load no.qsnd: the importer cannot be loaded"},
       {{"info"}, 2, "FILE is required"},
       {{"info", "absent.qsnd"}, 3, "cannot open absent.qsnd: no such file"},
       {{"info", "no.qsnd"}, 3, "cannot open no.qsnd: not a sound document"},
-      {{"info", "."}, 3, "cannot open .: is a folder"},
-      {{"info", "pipe"}, 3, "cannot open pipe: is not a regular file"},
+      {{"info", "."}, 3, "cannot open .: it is a folder"},
+      {{"info", "pipe"}, 3, "cannot open pipe: it is not a regular file"},
       {{"export", "a.qsnd", ""}, 2, "an output has no name"},
       {{"export", "doubles.qsnd", "old"}, 3, "does not know the format of its samples"},
       {{"export", "a.qsnd"}, 2, "export takes FILE OUT.wav, or FILE... --folder FOLDER"},
@@ -150,10 +154,12 @@ TEST_F(Usage, AFailureLeavesNoInflatedAudioBehind) {
   environment = {{"XDG_CACHE_HOME", (folder / "cache").string()}};
   // Room for neither, then for the inflated audio but not for twice as
   // much.
+  const std::string inflated =
+      "cannot export a.qsnd: its audio cannot be inflated into the cache "
+      "folder " +
+      (folder / "cache/TemporaryItems").string() + ": File too large";
   for (const auto& [blocks, words] :
-       {std::pair{8,
-                  "cannot export a.qsnd: the audio data ends too early, or could not be inflated"},
-        {600, "cannot write b.wav: File too large"}}) {
+       {std::pair<int, std::string>{8, inflated}, {600, "cannot write b.wav: File too large"}}) {
     const auto full = shell(support::onFullDisk(blocks, "export a.qsnd b.wav"));
     EXPECT_EQ(full.status, 3);
     EXPECT_NE(full.err.find(words), std::string::npos) << full.err;

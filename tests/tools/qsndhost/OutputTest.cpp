@@ -1,0 +1,112 @@
+#include <cstdlib>
+
+#include "Program.h"
+#include "support/FullDisk.h"
+
+// Where outputs and temporary files go, and what is told of it.
+
+namespace {
+
+class Output : public Qsndhost {
+protected:
+  void SetUp() override {
+    makeDocument("a.qsnd", 16, 1, 20000);
+    Wave wave;
+    wave.rate = 8000;
+    wave.data = noise(200000, 16);
+    folder.write("a.wav", wave.bytes());
+  }
+};
+
+TEST_F(Output, WhatAKilledRunLeftIsRemovedWhicheverWayTheOutputIsNamed) {
+  std::filesystem::create_directory(folder / "d");
+  const std::string here = folder.path().string();
+  const std::vector<std::vector<std::string>> commands{
+      {"export", "a.qsnd", "o"},
+      {"waveform", "--as", "svg", "a.qsnd", "o"},
+      {"make", "a.wav", "o"},
+      {"export", "a.qsnd", "./o"},
+      {"export", "a.qsnd", here + "/o"},
+      {"export", "a.qsnd", "d/../o"},
+  };
+  for (const auto& command : commands) {
+    SCOPED_TRACE(command.front() + " to " + command.back());
+    for (const bool exists : {false, true}) {
+      std::filesystem::remove(folder / "o");
+      if (exists) folder.write("o", "old");
+      folder.write(".o.qsndhost-Ab12Xy", "left");
+      const auto finished = run(command);
+      EXPECT_EQ(finished.status, 0);
+      EXPECT_NE(finished.err.find("/.o.qsndhost-Ab12Xy, which an interrupted run had left\n"),
+                std::string::npos)
+          << finished.err;
+      EXPECT_EQ(files(), (std::vector<std::string>{"a.qsnd", "a.wav", "d", "o"}));
+    }
+  }
+}
+
+TEST_F(Output, AFullTemporaryFolderIsNotTakenForStandardOutput) {
+  environment = {{"TMPDIR", (folder / "tmp").string()}};
+  std::filesystem::create_directory(folder / "tmp");
+  for (const char* const command :
+       {"export a.qsnd -", "waveform --as svg a.qsnd -", "make a.wav -"}) {
+    const auto full = shell(support::onFullDisk(2, command) + " | cat");
+    EXPECT_EQ(full.err.find("qsndhost: cannot write "), 0u) << full.err;
+    EXPECT_NE(full.err.find((folder / "tmp").string()), std::string::npos) << full.err;
+    EXPECT_EQ(full.err.find("standard output"), std::string::npos) << full.err;
+    EXPECT_EQ(std::count(full.err.begin(), full.err.end(), '\n'), 1) << full.err;
+  }
+}
+
+TEST_F(Output, AMissingTemporaryFolderIsNamed) {
+  const std::string absent = (folder / "absent").string();
+  environment = {{"TMPDIR", absent}};
+  for (const std::vector<std::string>& command :
+       {std::vector<std::string>{"export", "a.qsnd", "-"}, {"make", "a.wav", "-"}}) {
+    const auto finished = run(command);
+    EXPECT_EQ(finished.status, 3);
+    EXPECT_EQ(finished.err.find("qsndhost: cannot make a temporary file in " + absent + ": "), 0u)
+        << finished.err;
+  }
+}
+
+TEST_F(Output, ACacheFolderThatCannotBeMadeIsNamedWithTheReason) {
+  must({"make", "--deflate", "a.wav", "deflated.qsnd"});
+  const std::string absent = (folder / "absent/cache").string();
+  environment = {{"XDG_CACHE_HOME", absent}};
+  const std::string reason = "its audio cannot be inflated into the cache folder " + absent +
+                             ": No such file or directory";
+  expectFailure(run({"export", "deflated.qsnd", "o.wav"}), 3,
+                "cannot export deflated.qsnd: " + reason);
+  expectFailure(run({"make", "--deflate", "a.wav", "o.qsnd"}), 3,
+                "cannot make a document of a.wav: " + reason);
+  folder.write("file", "");
+  environment = {{"XDG_CACHE_HOME", (folder / "file").string()}};
+  expectFailure(run({"export", "deflated.qsnd", "o.wav"}), 3,
+                "cannot export deflated.qsnd: its audio cannot be inflated into the cache folder " +
+                    (folder / "file").string() + ": Not a directory");
+}
+
+TEST_F(Output, StoredAudioHasNothingToDoWithTheCacheFolder) {
+  environment = {{"XDG_CACHE_HOME", (folder / "absent/cache").string()}};
+  must({"export", "a.qsnd", "o.wav"});
+  Wave wave;
+  wave.data = "abcd";
+  wave.dataSize = 1000;
+  folder.write("short.qsnd", storedDocument(wave.bytes()));
+  expectFailure(run({"export", "short.qsnd", "o.wav"}), 3,
+                "cannot export short.qsnd: the audio data ends too early");
+}
+
+TEST_F(Output, IsNamedAsItWasGiven) {
+  std::filesystem::create_directory(folder / "d");
+  for (const char* const name : {"d", "./d", "d/../d", "absent/x"}) {
+    const auto finished = run({"export", "a.qsnd", name});
+    EXPECT_EQ(finished.status, 3);
+    EXPECT_EQ(finished.err.find("qsndhost: cannot write " + std::string(name) + ": "), 0u)
+        << finished.err;
+  }
+  expectFailure(run({"export", "a.qsnd", "./d"}), 3, "cannot write ./d: it is a folder");
+}
+
+}  // namespace
