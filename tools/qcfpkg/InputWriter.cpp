@@ -74,17 +74,16 @@ void announceSize(const Input& input, pkg::IPkgFile<>& file) {
 
 void writeInput(pkg::IPackage<>& package, const Input& input, bool stored, Expectation& expected,
                 WriteProgress& progress) {
+  const DOSMoment moment = dosMoment(input.modified);
   if (input.isFolder()) {
-    if (package.entryExists(input.name) == pkg::PkgEntryNone) {
-      package.getDirectory(input.name, false)->create();
-    }
-    expected.insert({input.name, {}});
+    if (package.entryExists(input.name) != pkg::PkgEntryNone) return;
+    package.getDirectory(input.name, false)->create();
+    expected[input.name].modified = moment;
     return;
   }
   const WriteProgress::InInput inInput(progress);
   Source source(input);
   const auto file = package.getFile(input.name, false);
-  const DOSMoment moment = dosMoment(input.modified);
   file->setCompressionMethod(stored ? pkg::CompressionStored : pkg::CompressionDeflated);
   file->setProperty(pkg::QCFPropertyZipDate, hexWord(moment.date));
   file->setProperty(pkg::QCFPropertyZipTime, hexWord(moment.time));
@@ -92,5 +91,6 @@ void writeInput(pkg::IPackage<>& package, const Input& input, bool stored, Expec
   const auto stream = file->open(std::ios::out, false);
   stream->exceptions(std::ios::badbit);
   expected[input.name] = writeData(source, *stream, progress);
+  expected[input.name].modified = moment;
   stream->close();
 }

@@ -1,7 +1,6 @@
 #include "PackageFile.h"
 
 #include <cerrno>
-#include <filesystem>
 #include <utility>
 
 #include <fcntl.h>
@@ -17,15 +16,6 @@
 
 namespace {
 
-namespace fs = std::filesystem;
-
-std::string resolved(const std::string& path) {
-  std::error_code error;
-  // Absolute first: a name of nothing that exists would stay one without a folder.
-  const auto canonical = fs::weakly_canonical(fs::absolute(path, error), error);
-  return error ? path : canonical.string();
-}
-
 mode_t defaultMode() {
   const mode_t mask = umask(0);
   umask(mask);
@@ -34,10 +24,11 @@ mode_t defaultMode() {
 
 }  // namespace
 
-PackageFile::PackageFile(const std::string& path) : fPath(resolved(path)) {}
+PackageFile::PackageFile(const std::string& path) : fName(path), fPath(tools::resolvedPath(path)) {}
 
 PackageFile::PackageFile(PackageFile&& other) noexcept
-    : fPath(std::move(other.fPath)),
+    : fName(std::move(other.fName)),
+      fPath(std::move(other.fPath)),
       fProgram(std::move(other.fProgram)),
       fScratch(std::exchange(other.fScratch, {})),
       fFormerScratch(std::exchange(other.fFormerScratch, {})),
@@ -56,7 +47,7 @@ PackageFile::~PackageFile() {
 
 void PackageFile::fail(const std::string& reason) const {
   throw tools::Failure(
-      fmt::format("cannot {} {}: {}", fIsNew ? "create" : "change", tools::shown(fPath), reason));
+      fmt::format("cannot {} {}: {}", fIsNew ? "create" : "change", tools::shown(fName), reason));
 }
 
 PackageFile PackageFile::existing(const Tool& tool, const std::string& path) {
@@ -74,6 +65,7 @@ PackageFile PackageFile::created(const Tool& tool, const std::string& path, bool
   if (path == "-") file.fail("a package is a file, not standard output; ./- is one of that name");
   struct stat status {};
   if (stat(file.fPath.c_str(), &status) == 0) {
+    if (S_ISDIR(status.st_mode)) file.fail("it is a folder");
     if (!S_ISREG(status.st_mode)) file.fail("it exists and is not a regular file");
     if (!overwrite) file.fail("it exists; --overwrite replaces it");
     file.lock();

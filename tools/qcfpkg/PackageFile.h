@@ -20,7 +20,9 @@ public:
   PackageFile& operator=(PackageFile&&) = delete;
   ~PackageFile();
 
-  // Symbolic links resolved.
+  // As given, for messages.
+  const std::string& name() const noexcept { return fName; }
+  // Absolute, symbolic links resolved.
   const std::string& path() const noexcept { return fPath; }
 
   // A new, empty scratch file beside the package, in place of one made before. Its name.
@@ -40,6 +42,7 @@ private:
   void adoptStatus(int descriptor) const;
   [[noreturn]] void fail(const std::string& reason) const;
 
+  std::string fName;
   std::string fPath;
   std::string fProgram;
   std::string fScratch;

@@ -1,6 +1,7 @@
 #include "PackageUpdate.h"
 
 #include <algorithm>
+#include <ctime>
 #include <memory>
 #include <set>
 
@@ -65,11 +66,13 @@ void telling(const std::string& verb, const std::string& path, const Work& work)
   }
 }
 
+// Of an entry that the library makes, now.
 Expected expectedText(const std::string& text) {
   Expected expected;
   expected.size = text.size();
   expected.crc = static_cast<std::uint32_t>(
       crc32_z(0, reinterpret_cast<const Bytef*>(text.data()), text.size()));
+  expected.modified = dosMoment(std::time(nullptr));
   return expected;
 }
 
@@ -145,6 +148,8 @@ public:
     if (fNeedsRebuild) rebuild();
     fChange.type ? saveWithType() : save(fSource, nullptr);
     restoreHeaders(fOld, fSource);
+    expectDocument(fSource);
+    restoreDates(fExpected, fSource);
     restoreDirectorySize(fSource);
     verify(fSource);
     fFile.commit();
@@ -160,6 +165,7 @@ private:
   void saveInPlace();
   void changeInPlace();
   void wrote(int size);
+  void expectDocument(const std::string& path);
   void verify(const std::string& path);
   void removeOld(const Package& package);
   void setZipProperties(const Package& package);
@@ -188,7 +194,7 @@ void Update::requireSomethingLeft() const {
   if (isLeft) return;
   throw tools::Failure(
       fmt::format("cannot change {}: nothing would be left, and a package has at least one entry",
-                  tools::shown(fFile.path())));
+                  tools::shown(fFile.name())));
 }
 
 void Update::expectOldEntries() {
@@ -304,7 +310,7 @@ void Update::wrote(int size) {
   fProgress.wrote(size);
   if (fSignals && fSignals->isOneWaiting()) {
     throw tools::Failure(
-        fmt::format("cannot change {}: it was interrupted", tools::shown(fFile.path())));
+        fmt::format("cannot change {}: it was interrupted", tools::shown(fFile.name())));
   }
 }
 
@@ -313,7 +319,7 @@ void Update::saveInPlace() {
     throw tools::Failure(fmt::format(
         "cannot change {}: the properties of what is removed cannot go in place; without "
         "--in-place they can",
-        tools::shown(fFile.path())));
+        tools::shown(fFile.name())));
   }
   const KeptDirectory kept(fSource, fOld.directoryOffset());
   try {
@@ -323,7 +329,7 @@ void Update::saveInPlace() {
     if (fSignals) fSignals->keepOut();  // somebody has to be told
     throw tools::Failure(
         fmt::format("cannot change {}, nor put back what it was ({}): it has lost its directory",
-                    tools::shown(fFile.path()), tools::systemReason()));
+                    tools::shown(fFile.name()), tools::systemReason()));
   }
 }
 
@@ -339,21 +345,25 @@ void Update::changeInPlace() {
   fSignals.emplace();
   package->doUNSAFEUpdateInPlace();
   package->close();
+  restoreDates(fExpected, fSource);
   restoreDirectorySize(fSource);
   fFile.syncInPlace();
   verify(fSource);
 }
 
+// The library composes the properties document: only what can be read from it counts, and its date.
+void Update::expectDocument(const std::string& path) {
+  if (!fDocument.isWritten()) return;
+  const Layout written(path);
+  const Entry* const document = written.find(kPropertiesName);
+  if (document == nullptr) return;
+  fExpected[kPropertiesName] = {
+      document->central.size, document->central.crc, {}, dosMoment(std::time(nullptr))};
+}
+
 void Update::verify(const std::string& path) {
-  if (fDocument.isWritten()) {
-    const Layout written(path);
-    const Entry* const document = written.find(kPropertiesName);
-    if (document != nullptr) {
-      fExpected[kPropertiesName] = {document->central.size, document->central.crc, {}};
-    }
-    verifyProperties(written);
-  }
-  verifyPackage(path, fFile.path(), fExpected, fChange.comment.value_or(fOld.end().comment));
+  if (fDocument.isWritten()) verifyProperties(Layout(path));
+  verifyPackage(path, fFile.name(), fExpected, fChange.comment.value_or(fOld.end().comment));
 }
 
 void Update::verifyProperties(const Layout& written) const {
@@ -373,7 +383,7 @@ void Update::verifyProperties(const Layout& written) const {
                           : readProperties(readEntry(written, *document, std::uint64_t{1} << 26));
   if (!text.fault.empty() || withoutEmpty(text.properties) != withoutEmpty(fDocument.properties)) {
     throw tools::Failure(fmt::format("cannot write {}: its properties cannot be kept as they are",
-                                     tools::shown(fFile.path())));
+                                     tools::shown(fFile.name())));
   }
 }
 
@@ -381,12 +391,11 @@ void Update::verifyProperties(const Layout& written) const {
 
 void createPackage(const Tool& tool, PackageFile& file, const std::string& type,
                    const std::vector<Input>& inputs, bool stored) {
-  const std::string& path = file.path();
   const std::string scratch = file.newScratch();
   WriteProgress progress(inputs, 0, tool.quiet);
   SpoolFileSystem files([&](int size) { progress.wrote(size); });
   Expectation expected;
-  telling("create", path, [&] {
+  telling("create", file.name(), [&] {
     pkg::QCFPackageFactory factory;
     const Package package =
         factory.createConformingPackage(scratch, type, true, &files, nullptr, nullptr);
@@ -396,11 +405,12 @@ void createPackage(const Tool& tool, PackageFile& file, const std::string& type,
     package->close();
   });
   expected["mimetype"] = expectedText(type);
+  restoreDates(expected, scratch);
   restoreDirectorySize(scratch);
-  verifyPackage(scratch, path, expected, "");
+  verifyPackage(scratch, file.name(), expected, "");
   file.commit();
 }
 
 void changePackage(const Tool& tool, PackageFile& file, const Layout& old, const Change& change) {
-  telling("change", file.path(), [&] { Update(tool, file, old, change).run(); });
+  telling("change", file.name(), [&] { Update(tool, file, old, change).run(); });
 }

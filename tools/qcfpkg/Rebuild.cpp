@@ -211,6 +211,21 @@ void restoreHeaders(const ziplayout::Layout& old, const std::string& path) {
   }
 }
 
+void restoreDates(const Expectation& expected, const std::string& path) {
+  constexpr std::size_t kTime = 12, kLocalTime = 10;
+  const ziplayout::Layout written(path);
+  if (written.defect()) return;
+  Patch patch(path);
+  for (const Entry& entry : written.entries()) {
+    const auto found = expected.find(entry.central.name);
+    if (found == expected.end() || !found->second.modified || !entry.local) continue;
+    const DOSMoment& moment = *found->second.modified;
+    const std::string bytes = littleEndian(moment.time, 2) + littleEndian(moment.date, 2);
+    patch.write(entry.recordOffset + kTime, bytes);
+    patch.write(entry.offset + kLocalTime, bytes);
+  }
+}
+
 void restoreDirectorySize(const std::string& path) {
   constexpr std::size_t kSize = 12, kZip64Size = 40;
   constexpr std::uint64_t kOnes = 0xFFFFFFFF;

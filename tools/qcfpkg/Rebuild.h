@@ -4,6 +4,7 @@
 #include <functional>
 #include <string>
 
+#include "UpdateRules.h"
 #include "ZipLayout.h"
 
 // Writes a package into the empty file `path` with its data as it lies, but for what stands in
@@ -20,6 +21,10 @@ std::uint64_t leadingBytes(const ziplayout::Layout& layout);
 // attributes are for, the version needed, the attributes, that a name is not UTF-8, and the size of
 // encrypted data.
 void restoreHeaders(const ziplayout::Layout& old, const std::string& path);
+
+// Gives entries the dates that are expected of them: those that the library makes by itself, and
+// folders, have that of the run, rounded up.
+void restoreDates(const Expectation& expected, const std::string& path);
 
 // Puts the recorded size of the directory right: the library settles it before a record gets its
 // blocks of Zip64, type and creator.

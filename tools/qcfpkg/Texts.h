@@ -25,6 +25,7 @@ std::string sizeText(std::uint64_t size);
 struct DOSMoment {
   std::uint16_t date = 0;
   std::uint16_t time = 0;
+  bool operator==(const DOSMoment& other) const { return date == other.date && time == other.time; }
 };
 DOSMoment dosMoment(std::time_t moment);
 // Four hexadecimal digits, low byte first: how the library takes such a number.

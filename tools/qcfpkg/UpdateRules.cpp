@@ -26,6 +26,7 @@ bool has(const std::string& text, char character) {
 // What the library itself needs in order to read the package rightly.
 void requireReadable(const Layout& layout, const Change& change) {
   const ziplayout::End& end = layout.end();
+  if (end.isSplit) refuse(layout, "it is one part of a split archive");
   if (layout.entries().empty()) {
     refuse(layout, "it has no entries; make it anew with: qcfpkg create --overwrite");
   }
@@ -33,7 +34,6 @@ void requireReadable(const Layout& layout, const Change& change) {
   if (!isFirst && !change.dropsLeading) {
     refuse(layout, "bytes stand in front of its first entry; qcfpkg compact drops them");
   }
-  if (end.isSplit) refuse(layout, "it is one part of a split archive");
   if (layout.entries().size() != end.entries) refuse(layout, "its count of entries is wrong");
   if (end.entries >= 0xFFFF || layout.directoryOffset() >= 0xFFFFFFFF) {
     refuse(layout, "it is too large: 65,534 entries and 4 GiB are the most that can be changed");
@@ -188,6 +188,9 @@ void verifyPackage(const std::string& path, const std::string& shownPath,
     const Expected& what = wanted->second;
     if (header.size != what.size) bad("the size of " + name);
     if (header.crc != what.crc) bad("the CRC of " + name);
+    if (what.modified && !(DOSMoment{header.date, header.time} == *what.modified)) {
+      bad("the date of " + name);
+    }
     if (what.compressedSize && header.compressedSize != *what.compressedSize) {
       bad("the compressed size of " + name);
     }

@@ -6,6 +6,7 @@
 #include <string>
 
 #include "PackageUpdate.h"
+#include "Texts.h"
 #include "ZipLayout.h"
 
 // What the library would lose or damage in a package, told before anything is written.
@@ -32,6 +33,7 @@ struct Expected {
   std::uint64_t size = 0;
   std::uint32_t crc = 0;
   std::optional<std::uint64_t> compressedSize;  // of one that was copied
+  std::optional<DOSMoment> modified;            // of one that was not
 };
 using Expectation = std::map<std::string, Expected>;
 

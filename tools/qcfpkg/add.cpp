@@ -29,7 +29,7 @@ void refuseConflicts(const ziplayout::Layout& layout, const Options& options,
 
 void run(const Tool& tool, const Options& options) {
   PackageFile file = PackageFile::existing(tool, options.package);
-  const ziplayout::Layout layout(file.path());
+  const ziplayout::Layout layout(options.package);
   layout.requireWhole();
   Change change;
   change.added = collectInputs(tool, options.inputs, options.package);

@@ -27,7 +27,7 @@ void set(const Tool& tool, const Options& options) {
         tools::ExitUsage);
   }
   PackageFile file = PackageFile::existing(tool, options.package);
-  const ziplayout::Layout layout(file.path());
+  const ziplayout::Layout layout(options.package);
   layout.requireWhole();
   if (layout.end().comment == options.comment) return;
   Change change;

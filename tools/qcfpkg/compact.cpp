@@ -18,7 +18,7 @@ std::string changeText(const std::string& path, std::uint64_t before, std::uint6
 
 void run(const Tool& tool, const std::string& path) {
   PackageFile file = PackageFile::existing(tool, path);
-  const ziplayout::Layout layout(file.path());
+  const ziplayout::Layout layout(path);
   layout.requireWhole();
   if (layout.gaps().empty()) {
     tool.note(fmt::format("{} has no dead bytes", tools::shown(path)));
@@ -27,7 +27,7 @@ void run(const Tool& tool, const std::string& path) {
   Change change;
   change.dropsLeading = true;
   changePackage(tool, file, layout, change);
-  const ziplayout::Layout compacted(file.path());
+  const ziplayout::Layout compacted(path);
   tool.note(changeText(path, layout.file().size(), compacted.file().size()));
 }
 

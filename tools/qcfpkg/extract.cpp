@@ -130,9 +130,6 @@ void extractAll(const Tool& tool, const ziplayout::Layout& layout, const Chosen&
 }
 
 void run(const Tool& tool, const Options& options) {
-  if (options.folder.empty()) {
-    throw tools::Failure("the FOLDER has no name; see qcfpkg extract --help", tools::ExitUsage);
-  }
   const ziplayout::Layout layout(options.package);
   layout.requireWhole();
   const Chosen chosen = choose(layout, options);
@@ -157,6 +154,7 @@ void addExtract(CLI::App& app, Tool& tool) {
   command->add_option("PACKAGE", options->package, "A package")->required();
   command->add_option("NAME", options->names, "Entries or folders; all by default");
   command->add_option("-C,--folder", options->folder, "Where to; made where missing")
+      ->check(tools::folderFault)
       ->type_name("FOLDER");
   command->add_flag("--list-only", options->listOnly,
                     "Check and print what would be extracted, write nothing");

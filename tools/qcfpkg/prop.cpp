@@ -170,7 +170,7 @@ void set(const Tool& tool, const Options& options) {
     setGeneric(options, change);
   }
   PackageFile file = PackageFile::existing(tool, options.package);
-  const ziplayout::Layout layout(file.path());
+  const ziplayout::Layout layout(options.package);
   layout.requireWhole();
   if (entryOf(layout, options).isFolder()) refuse(options, "a folder has no properties");
   if (keyOf(change.properties.front().name) != nullptr) requireKeepable(layout, options);

@@ -51,7 +51,7 @@ std::set<std::string> choose(const ziplayout::Layout& layout, const Options& opt
 
 void run(const Tool& tool, const Options& options) {
   PackageFile file = PackageFile::existing(tool, options.package);
-  const ziplayout::Layout layout(file.path());
+  const ziplayout::Layout layout(options.package);
   layout.requireWhole();
   const std::set<std::string> chosen = choose(layout, options);
   if (chosen.count("mimetype") != 0) {

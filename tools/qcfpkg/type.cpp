@@ -32,7 +32,7 @@ void set(const Tool& tool, const Options& options) {
         tools::ExitUsage);
   }
   PackageFile file = PackageFile::existing(tool, options.package);
-  const ziplayout::Layout layout(file.path());
+  const ziplayout::Layout layout(options.package);
   layout.requireWhole();
   Findings faults;
   checkType(layout, faults);

@@ -198,6 +198,19 @@ TEST_F(Change, AChangeKeepsModeAndFollowsSymbolicLinks) {
   EXPECT_EQ(files(), (std::vector<std::string>{"a.pkg", "link.pkg", "x"}));
 }
 
+TEST_F(Change, OnePartOfASplitArchiveIsRefusedAsThatAtOnce) {
+  makePackage("a.pkg");
+  std::string part = "PK\7\b" + folder.read("a.pkg");  // the mark that such an archive begins with
+  part[part.size() - 18] = part[part.size() - 16] = 1;
+  folder.write("part.zip", part);
+  folder.write("f", "f");
+  for (const std::vector<std::string>& arguments : std::vector<std::vector<std::string>>{
+           {"add", "part.zip", "f"}, {"remove", "part.zip", "one.txt"}, {"compact", "part.zip"}}) {
+    expectFailure(arguments, 3, "cannot change part.zip: it is one part of a split archive");
+    EXPECT_EQ(folder.read("part.zip"), part);
+  }
+}
+
 TEST_F(Change, DatesOfUnchangedEntriesStay) {
   folder.write("x", "x");
   ASSERT_EQ(shell("touch -d '2001-02-03 04:05:06' x").status, 0);

@@ -75,10 +75,22 @@ TEST_P(Mistakes, AMissingFile) {
 TEST_P(Mistakes, AFolderInsteadOfAPackage) {
   std::filesystem::create_directory(folder / "d");
   if (is(Kind::Creates)) {
-    expectRefusal(with("new.pkg", "d"), 3, "d: it exists and is not a regular file");
+    expectRefusal(with("new.pkg", "d"), 3, "d: it is a folder");
   } else {
-    expectRefusal(with("a.pkg", "d"), 3, is(Kind::Changes) ? "cannot change" : "cannot");
+    expectRefusal(with("a.pkg", "d"), 3, "d: it is a folder");
   }
+}
+
+TEST_P(Mistakes, APackageIsNamedAsItWasGiven) {
+  std::filesystem::create_directory(folder / "d");
+  if (is(Kind::Creates)) {
+    expectRefusal(with("new.pkg", "./d/../d"), 3, "cannot create ./d/../d: ");
+    return expectRefusal(with("new.pkg", "./d/../a.pkg"), 3, "cannot create ./d/../a.pkg: ");
+  }
+  expectRefusal(with("a.pkg", "./d/../absent"), 3, " ./d/../absent: No such file or directory");
+  if (is(Kind::Examines)) return;
+  folder.write("no.pkg", "no package");
+  expectRefusal(with("a.pkg", "./d/../no.pkg"), 3, " ./d/../no.pkg: there is no end record");
 }
 
 TEST_P(Mistakes, AFileThatIsNoPackage) {

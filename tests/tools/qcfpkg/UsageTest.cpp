@@ -23,7 +23,13 @@ TEST_F(Usage, WrongUseIsTwoAndOneLine) {
   expectFailure({"dance"}, 2, "qcfpkg: there is no command dance; see qcfpkg --help");
   expectFailure({"prop", "dance"}, 2, "there is no command dance; see qcfpkg prop --help");
   expectFailure({}, 2, "qcfpkg: a command is required; see qcfpkg --help");
-  expectFailure({"--nonsense"}, 2, "--nonsense; see qcfpkg --help");
+  expectFailure({"--nonsense"}, 2, "qcfpkg: there is no option --nonsense; see qcfpkg --help");
+  expectFailure({"-x"}, 2, "qcfpkg: there is no option -x; see qcfpkg --help");
+  expectFailure({"prop", "--bogus"}, 2, "there is no option --bogus; see qcfpkg prop --help");
+  expectFailure(
+      {"list", "-p.pkg"}, 2,
+      "there is no option -p.pkg; ./-p.pkg is a file of that name; see qcfpkg list --help");
+  expectFailure({"list", "--jsn"}, 2, "there is no option --jsn; see qcfpkg list --help");
   expectFailure({"prop", "get"}, 2, "is required; see qcfpkg prop get --help");
   expectFailure({"list", "a.pkg", "two\nlines"}, 2, "two\\x0alines; see qcfpkg list --help");
   expectFailure({"list", ""}, 3, "cannot open '': ");
