@@ -71,7 +71,9 @@ class Pages(unittest.TestCase):
                 done = project.attempt("man", "--warnings", "-E", "UTF-8", "-l", "-Tutf8", page,
                                        env={**os.environ, "LC_ALL": "C.UTF-8", "MANPAGER": "cat", "MANWIDTH": "80"})
                 self.assertEqual((0, ""), (done.returncode, done.stderr))
-                self.assertIn("DESCRIPTION", re.sub(r".\x08|\x1b\[\d*m", "", done.stdout))
+                text = re.sub(r".\x08|\x1b\[\d*m", "", done.stdout)
+                self.assertIn("DESCRIPTION", text)
+                self.assertEqual([], [line for line in text.splitlines() if len(line) > 80])
 
     def test_pages_refer_to_pages_that_are_here_or_of_the_system(self):
         own = {page.name for page in self.pages()}
