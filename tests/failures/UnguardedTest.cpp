@@ -1,0 +1,78 @@
+#include <string>
+
+#include <gtest/gtest.h>
+
+#include "failures/Ways.h"
+#include "support/FileSystems.h"
+
+// What the library does not guard against: each of these is told in docs/limits.md.
+
+namespace failures {
+
+namespace {
+
+class Unguarded : public testing::Test {
+protected:
+  Package open(const Bytes& bytes, std::ios_base::openmode mode = kIn | kOut) {
+    fMemory.put("old", bytes);
+    return pkg::QCFPackageFactory().openPackage("old", mode, &fMemory, nullptr, nullptr);
+  }
+  static Bytes packageOfTwo() {
+    zipbytes::File file;
+    for (const char* name : {"a", "b"})
+      file.add(golden::storedEntry(name, "text"), "text");
+    return file.bytes();
+  }
+
+  support::MemoryFileSystem fMemory;
+};
+
+// Its directory is not looked at where it is said to have no entries.
+TEST_F(Unguarded, ADamagedPackageSavedInPlaceGrowsToWhereItsDirectoryIsSaidToBegin) {
+  zipbytes::File file;
+  file.add(golden::storedEntry("a", "text"), "text");
+  zipbytes::End end = file.end();
+  end.entries = 0;
+  end.directoryOffset = 1000000;
+  const Package package = open(file.bytes(end));
+  package->doUNSAFEUpdateInPlace();
+  EXPECT_EQ(fMemory.bytes("old").size(), 1000000u + 22u);
+}
+
+TEST_F(Unguarded, ASaveIntoThePackagesOwnFileEmptiesIt) {
+  const Package package = open(packageOfTwo());
+  try {
+    package->saveAs("old", kIn | kOut | kTrunc);
+  } catch (pkg::PackageException<>&) {
+  }
+  EXPECT_EQ(fMemory.bytes("old").find("text"), Bytes::npos);
+}
+
+TEST_F(Unguarded, AnUpdateInPlaceOfAClosedPackageRaises24AndLeavesTheFile) {
+  const Package package = open(packageOfTwo());
+  package->close();
+  int code = 0;
+  try {
+    package->doUNSAFEUpdateInPlace();
+  } catch (pkg::PackageException<>& e) {
+    code = e.getErrorCode();
+  }
+  EXPECT_EQ(code, 24);
+  EXPECT_EQ(fMemory.bytes("old"), packageOfTwo());
+}
+
+#ifdef __SANITIZE_ADDRESS__  // else nobody tells
+using UnguardedDeathTest = Unguarded;
+
+TEST_F(UnguardedDeathTest, AnIteratorLeadsIntoFreedMemoryBehindTheEndOfAnUpdate) {
+  const Package package = open(packageOfTwo());
+  boost::shared_ptr<pkg::IPkgEntryIteratorImpl<>> iterator;
+  package->initIterator(iterator, {}, "");
+  package->saveAs("new", kIn | kOut | kTrunc);
+  EXPECT_DEATH(iterator->increment(), "heap-use-after-free");
+}
+#endif
+
+}  // namespace
+
+}  // namespace failures
