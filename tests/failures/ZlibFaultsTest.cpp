@@ -99,7 +99,7 @@ TEST_P(ZlibFaults, ComeOutAsTheirNumbersAndLeaveNothingBehind) {
       if (HasFailure()) return;
     }
   }
-  std::string counts = ", zlib failed at " + std::to_string(points) + " calls";
+  std::string counts = ", zlib of the library failed at " + std::to_string(points) + " calls";
   for (const auto& [outcome, count] : outcomes)
     counts += ", " + outcome + ": " + std::to_string(count);
   std::cout << GetParam().name << counts << "\n";

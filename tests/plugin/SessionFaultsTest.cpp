@@ -172,9 +172,8 @@ TEST_P(SessionFaults, AllocationsGiveNumbersOfTheTables) {
       if (count < n) break;
       expectWorks();
     }
-    report(std::string(", ") +
-           (shortage == Shortage::Once ? "one allocation fails" : "no memory from there on") +
-           ": " + std::to_string(n - 1) + " allocations");
+    report(", memory of the importer failed at " + std::to_string(n - 1) + " allocations" +
+           (shortage == Shortage::Once ? "" : " and ever after"));
   }
 }
 
@@ -214,7 +213,7 @@ TEST_P(SessionFaults, LookupsOfTextsGive3AndTheSessionGoesOn) {
     }
   }
   EXPECT_EQ(points, 6) << "the two names";
-  report(", lookups of texts failed at " + std::to_string(points) + " calls");
+  report(", texts of the importer failed at " + std::to_string(points) + " calls");
 }
 
 // The text of an alert cannot be made, either.
@@ -272,11 +271,11 @@ TEST_P(SessionCallFaults, OfFilesGiveNumbersOfTheTables) {
       failingcalls::fail(kind, n, forGood ? Span::FromThereOn : Span::Once);
     };
     const int calls = sweep(name, fail, &failingcalls::endFailing);
-    counts += std::string(name) + " " + std::to_string(calls) + ", ";
+    counts += (counts.empty() ? "" : ", ") + std::string(name) + " " + std::to_string(calls);
     together += calls;
   }
   EXPECT_GT(together, 0);
-  report(", fault points: " + counts + "together " + std::to_string(together));
+  report(", files of the importer failed at " + std::to_string(together) + " calls: " + counts);
 }
 
 TEST_P(SessionCallFaults, OfZlibGiveNumbersOfTheTables) {
@@ -293,7 +292,7 @@ TEST_P(SessionCallFaults, OfZlibGiveNumbersOfTheTables) {
     together += sweep(name, fail, &zlibfaults::endFailing);
   }
   EXPECT_EQ(together > 0, GetParam().deflated);
-  report(", zlib failed at " + std::to_string(together) + " calls");
+  report(", zlib of the importer failed at " + std::to_string(together) + " calls");
 }
 
 // Where an alert decides, and the process ends: everything in a session that makes one.
@@ -330,7 +329,8 @@ TEST_P(SessionAlertsDeathTest, OneThatIsThrownOnOrRaisesItselfEndsTheProcess) {
           "terminate");
     }
   }
-  report(", alerts ended the process at " + std::to_string(2 * points.size()) + " points");
+  report(", alerts of the importer ended the process at " + std::to_string(2 * points.size()) +
+         " points");
 }
 
 // The three kinds are silenced one by one.
