@@ -198,6 +198,32 @@ TEST_F(Change, AChangeKeepsModeAndFollowsSymbolicLinks) {
   EXPECT_EQ(files(), (std::vector<std::string>{"a.pkg", "link.pkg", "x"}));
 }
 
+TEST_F(Change, AnEntryThatIsDamagedIsCarriedOverAsItWas) {
+  makePackage("a.pkg");
+  std::string damaged = folder.read("a.pkg");
+  const auto at = damaged.find("two.txt") + std::string("two.txt").size() + 3;
+  damaged[at] = static_cast<char>(damaged[at] ^ 0x40);
+  folder.write("a.pkg", damaged);
+  ASSERT_EQ(run({"check", "a.pkg"}).status, 1);
+  folder.write("new", "new");
+  for (const char* const option : {"--store", "--in-place"}) {
+    must({"add", option, "a.pkg", "new"});
+    EXPECT_NE(folder.read("a.pkg").find(damaged.substr(at - 3, 8)), std::string::npos);
+    const auto checked = run({"check", "a.pkg"});
+    EXPECT_EQ(checked.status, 1);
+    EXPECT_NE(checked.out.find("sub/two.txt"), std::string::npos) << checked.out;
+    expectFailure({"cat", "a.pkg", "sub/two.txt"}, 3, "cannot read sub/two.txt of a.pkg: ");
+  }
+}
+
+TEST_F(Change, ANamedPipeIsReadToItsEnd) {
+  makePackage("a.pkg");
+  const auto finished =
+      shell("mkfifo pipe; (printf 'from '; sleep 0.2; printf there) >pipe & \"$0\" add a.pkg pipe");
+  EXPECT_EQ(finished.status, 0) << finished.err;
+  EXPECT_EQ(contents("a.pkg")["pipe"], "from there");
+}
+
 TEST_F(Change, OnePartOfASplitArchiveIsRefusedAsThatAtOnce) {
   makePackage("a.pkg");
   std::string part = "PK\7\b" + folder.read("a.pkg");  // the mark that such an archive begins with

@@ -66,6 +66,22 @@ TEST_F(Prop, TheDateOfAnEntryCanBeSet) {
   expectNoFinding("a.pkg");
 }
 
+TEST_F(Prop, OneThatIsNotSetIsAnEmptyLine) {
+  makePackage("a.pkg");
+  for (const char* const name : {"type-creator", "datetime", "mac-type", "mac-creator"})
+    EXPECT_EQ(must({"prop", "get", "a.pkg", "one.txt", name}), "\n");
+}
+
+TEST_F(Prop, ThoseOfAFolderCanBePrintedButNotSet) {
+  environment = {{"TZ", "UTC"}};
+  std::filesystem::create_directory(folder / "d");
+  ASSERT_EQ(shell("TZ=UTC touch -d '2020-02-03 04:05:07' d").status, 0);
+  must({"create", "--type", "a/b", "a.pkg", "d"});
+  EXPECT_EQ(must({"prop", "get", "a.pkg", "d/", "modified"}), "2020-02-03 04:05:06\n");
+  expectFailure({"prop", "set", "a.pkg", "d/", "modified", "2026-01-02 03:04:06"}, 3,
+                "a folder has no properties");
+}
+
 TEST_F(Prop, ListNamesEveryPropertyOfEveryEntry) {
   makePackage("a.pkg");
   must({"prop", "set", "a.pkg", "one.txt", "mac-creator", "ttxt"});
