@@ -11,6 +11,8 @@
 #include <utility>
 #include <vector>
 
+#include <dlfcn.h>
+
 #include <gtest/gtest.h>
 
 #include "FailingCalls.h"
@@ -86,12 +88,14 @@ protected:
     descriptors = filesIn("/proc/self/fd");
   }
 
-  HostSession session() const {
-    return HostSession(plugin, (folder / "d.qsnd").string(), GetParam().reopens);
+  HostSession session() const { return session(plugin); }
+  HostSession session(const Plugin& entry) const {
+    return HostSession(entry, (folder / "d.qsnd").string(), GetParam().reopens);
   }
 
-  void expectWorks() const {
-    HostSession fresh = session();
+  void expectWorks() const { expectWorks(plugin); }
+  void expectWorks(const Plugin& entry) const {
+    HostSession fresh = session(entry);
     fresh.run();
     for (const auto& answer : fresh) {
       const bool isBehind = answer.selector == 25 && answer.result == 1;  // the position
@@ -175,6 +179,32 @@ TEST_P(SessionFaults, AllocationsGiveNumbersOfTheTables) {
     report(", memory of the importer failed at " + std::to_string(n - 1) + " allocations" +
            (shortage == Shortage::Once ? "" : " and ever after"));
   }
+}
+
+// What is made once in a process is made again in each module that is loaded anew.
+TEST_P(SessionFaults, AllocationsInAModuleThatWasJustLoadedGiveNumbersOfTheTables) {
+  const support::TempDir scratch;
+  fs::copy(QSND_BUNDLE, scratch / "Fresh.bundle", fs::copy_options::recursive);
+  const std::string module = (scratch / "Fresh.bundle/Contents/Linux/ImporterQSND.so").string();
+  long n = 1;
+  for (; !HasFailure(); ++n) {
+    SCOPED_TRACE(n);
+    ASSERT_EQ(dlopen(module.c_str(), RTLD_NOW | RTLD_NOLOAD), nullptr) << "it is unloaded";
+    const Plugin fresh(module);
+    HostSession one = session(fresh);
+    alerts = 0;
+    const LossesAllowed losses;
+    allocations::fail(n);
+    one.run();
+    const long count = allocations::endShortage();
+    check(one);
+    expectWorks(fresh);
+    EXPECT_EQ(filesIn("/proc/self/fd"), descriptors);
+    EXPECT_EQ(temporaryFiles(), 0);
+    if (count < n) break;
+  }
+  report(", memory of the importer failed at " + std::to_string(n - 1) +
+         " allocations, just loaded");
 }
 
 // What the host's localizer can do instead of giving a text.
@@ -346,7 +376,7 @@ TEST_P(SessionFaults, AlertsThatAreSilencedLeaveTheNumbersAsTheyAre) {
   alerts = 0;
   for (long n = 1; !HasFailure(); ++n) {
     SCOPED_TRACE(n);
-    HostSession one(silent, (folder / "d.qsnd").string(), GetParam().reopens);
+    HostSession one = session(silent);
     const LossesAllowed losses;
     allocations::fail(n);
     one.run();
