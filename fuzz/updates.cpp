@@ -202,9 +202,9 @@ private:
 
   // What is written anew is removed before the update begins. Something stays in any case.
   void removeChosen(const Changes& changes, unsigned mask) {
-    if (changes.empty()) mask &= ~1U;
     unsigned index = 0;
     for (const auto& entry : handlesOf(*fPackage)) {
+      if (changes.empty() && fExpected.entries.size() == 1) return;
       const std::string name = entry->getName();
       const bool isChosen = (mask >> index++ % 8 & 1) != 0;
       if ((!isChosen && changes.count(name) == 0) || fExpected.entries.erase(name) == 0) continue;
