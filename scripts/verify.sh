@@ -47,6 +47,7 @@ run_crashes() {
   $bin/tools/qcfpkg/qcfpkg_tests --gtest_filter='*Kill*'
   $bin/failures/failures
   $bin/failures/failures_allocation
+  $bin/plugin/plugin_session_faults
 }
 run_sanitizers() { bash scripts/test.sh asan; }
 run_threads() {
