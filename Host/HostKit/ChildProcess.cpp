@@ -91,6 +91,7 @@ bool sendAnswer(int socket, const ChildProcess::Answer& answer, const std::strin
 [[noreturn]] void serve(int socket, const ChildProcess::Answer& answer, unsigned patience) {
   for (const int signal : {SIGHUP, SIGINT, SIGTERM, SIGPIPE, SIGALRM})
     std::signal(signal, SIG_DFL);
+  std::set_terminate(std::abort);  // what the parent does about it must not be done twice
   dup2(STDERR_FILENO, STDOUT_FILENO);
   Head head{};
   std::string question;

@@ -2,7 +2,8 @@
 // it asks for.
 //
 //   QCF_SHORTAGE="memory 17"    the 17th allocation, of the program and its children together,
-//   gives nothing QCF_SHORTAGE="zlib 3"       the same of the calls that set up, pack or unpack
+//   gives nothing
+//   QCF_SHORTAGE="zlib 3"       the same of the calls that set zlib up, pack, unpack and end
 //   QCF_SHORTAGE_COUNTS=FILE    how many there were of both is written there when main() has
 //   returned
 
@@ -120,8 +121,25 @@ int inflateInit2_(z_streamp stream, int bits, const char* version, int size) {
   return real(&inflateInit2_, "inflateInit2_")(stream, bits, version, size);
 }
 
+int deflate(z_streamp stream, int flush) {
+  return zlibFails() ? Z_STREAM_ERROR : real(&deflate, "deflate")(stream, flush);
+}
+
 int inflate(z_streamp stream, int flush) {
   return zlibFails() ? Z_MEM_ERROR : real(&inflate, "inflate")(stream, flush);
+}
+
+// They give back what they hold all the same.
+int deflateEnd(z_streamp stream) {
+  const bool fails = zlibFails();
+  const int result = real(&deflateEnd, "deflateEnd")(stream);
+  return fails ? Z_DATA_ERROR : result;
+}
+
+int inflateEnd(z_streamp stream) {
+  const bool fails = zlibFails();
+  const int result = real(&inflateEnd, "inflateEnd")(stream);
+  return fails ? Z_STREAM_ERROR : result;
 }
 
 }  // extern "C"

@@ -1,13 +1,18 @@
 #include "crash/SystemCalls.h"
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <climits>
 #include <csignal>
 #include <cstddef>
 #include <cstring>
+#include <filesystem>
+#include <fstream>
 #include <map>
+#include <optional>
 #include <stdexcept>
+#include <system_error>
 
 #include <fcntl.h>
 #include <linux/audit.h>
@@ -62,6 +67,7 @@ const std::map<long, KnownCall>& knownCalls() {
       {SYS_unlink, {"unlink", Names::Path, Effect::Changes}},
       {SYS_unlinkat, {"unlinkat", Names::PathBehindFolder, Effect::Changes}},
       {SYS_mkdir, {"mkdir", Names::Path, Effect::Changes}},
+      {SYS_mkdirat, {"mkdirat", Names::PathBehindFolder, Effect::Changes}},
   };
   return all;
 }
@@ -80,28 +86,130 @@ bool stopAtKnownCalls() {
          prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &program) == 0;
 }
 
-// Page by page, since there may be nothing behind the one in which it ends.
-std::string stringAt(pid_t process, unsigned long long address) {
+// What a traced process has in its memory, as far as it can be read: page by page, since there may
+// be nothing behind one. Ends before `end` where that is among the bytes.
+std::string memoryOf(pid_t process, unsigned long long address, std::size_t size,
+                     std::optional<char> end = {}) {
   constexpr std::size_t kPage = 4096;
-  std::string text;
-  while (text.size() < PATH_MAX) {
-    std::array<char, kPage> bytes;
-    iovec here{bytes.data(), kPage - address % kPage};
+  std::string bytes;
+  while (bytes.size() < size) {
+    std::array<char, kPage> page;
+    iovec here{page.data(), std::min<std::size_t>(size - bytes.size(), kPage - address % kPage)};
     iovec there{reinterpret_cast<void*>(address), here.iov_len};
-    if (process_vm_readv(process, &here, 1, &there, 1, 0) < 0) return text;
-    const auto* const end = static_cast<const char*>(std::memchr(bytes.data(), 0, here.iov_len));
-    if (end != nullptr)
-      return text.append(bytes.data(), static_cast<std::size_t>(end - bytes.data()));
-    text.append(bytes.data(), here.iov_len);
+    if (process_vm_readv(process, &here, 1, &there, 1, 0) < 0) break;
+    const auto* const stop =
+        end ? static_cast<const char*>(std::memchr(page.data(), *end, here.iov_len)) : nullptr;
+    if (stop != nullptr)
+      return bytes.append(page.data(), static_cast<std::size_t>(stop - page.data()));
+    bytes.append(page.data(), here.iov_len);
     address += here.iov_len;
   }
-  return text;
+  return bytes;
 }
+
+std::string bytesOf(pid_t process, const iovec* list, std::size_t count) {
+  const auto address = reinterpret_cast<unsigned long long>(list);
+  const std::string memory = memoryOf(process, address, count * sizeof(iovec));
+  std::string bytes;
+  for (std::size_t at = 0; at < memory.size(); at += sizeof(iovec)) {
+    iovec part{};
+    std::memcpy(&part, memory.data() + at, sizeof(part));
+    bytes += memoryOf(process, reinterpret_cast<unsigned long long>(part.iov_base), part.iov_len);
+  }
+  return bytes;
+}
+
+std::string ofDescriptor(pid_t process, const char* kind, unsigned long long descriptor) {
+  return "/proc/" + std::to_string(process) + "/" + kind + "/" +
+         std::to_string(static_cast<int>(descriptor));
+}
+
+std::string nameOf(pid_t process, unsigned long long descriptor) {
+  std::error_code gone;
+  return std::filesystem::read_symlink(ofDescriptor(process, "fd", descriptor), gone).string();
+}
+
+std::uint64_t positionOf(pid_t process, unsigned long long descriptor) {
+  std::ifstream info(ofDescriptor(process, "fdinfo", descriptor));
+  std::string word;
+  std::uint64_t position = 0;
+  info >> word >> position;
+  return position;
+}
+
+// A call that is about to be made, with all that it says of itself.
+class Meeting {
+public:
+  Meeting(pid_t process, std::string folder, const user_regs_struct& registers)
+      : fProcess(process),
+        fFolder(std::move(folder)),
+        fRegisters(registers),
+        fKnown(knownCalls().at(static_cast<long>(registers.orig_rax))) {}
+
+  Call call() const {
+    Call call;
+    call.name = fKnown.name;
+    call.effect = fKnown.effect;
+    call.transfers = fKnown.lengthArgument == 2 && fRegisters.rdx > 1;
+    name(call);
+    const auto starts = [&](const char* word) { return call.name.rfind(word, 0) == 0; };
+    if (starts("open")) {
+      const auto flags = fKnown.names == Names::Path ? fRegisters.rsi : fRegisters.rdx;
+      call.creates = (flags & O_CREAT) != 0;
+      call.empties = (flags & O_TRUNC) != 0;
+      if (call.creates || call.empties) call.effect = Effect::Changes;
+    } else if (call.name == "ftruncate") {
+      call.offset = fRegisters.rsi;
+    } else if (call.name == "pwrite") {
+      call.offset = fRegisters.r10;
+    } else if (starts("write")) {
+      call.offset = positionOf(fProcess, fRegisters.rdi);
+    }
+    if (call.name == "write" || call.name == "pwrite") {
+      call.bytes = memoryOf(fProcess, fRegisters.rsi, fRegisters.rdx);
+    } else if (call.name == "writev") {
+      call.bytes =
+          bytesOf(fProcess, reinterpret_cast<const iovec*>(fRegisters.rsi), fRegisters.rdx);
+    }
+    return call;
+  }
+
+private:
+  void name(Call& call) const {
+    const bool isNaming = call.name.rfind("rename", 0) == 0 || call.name.rfind("link", 0) == 0;
+    const auto here = static_cast<unsigned long long>(AT_FDCWD);
+    switch (fKnown.names) {
+      case Names::Descriptor:
+        call.path = nameOf(fProcess, fRegisters.rdi);
+        break;
+      case Names::Path:
+        call.path = path(here, fRegisters.rdi);
+        if (isNaming) call.to = path(here, fRegisters.rsi);
+        break;
+      case Names::PathBehindFolder:
+        call.path = path(fRegisters.rdi, fRegisters.rsi);
+        if (isNaming) call.to = path(fRegisters.rdx, fRegisters.r10);
+        break;
+    }
+  }
+  std::string path(unsigned long long folder, unsigned long long address) const {
+    const std::string name = memoryOf(fProcess, address, PATH_MAX, '\0');
+    const bool isHere = static_cast<int>(folder) == AT_FDCWD;
+    const std::filesystem::path base = isHere ? fFolder : nameOf(fProcess, folder);
+    const std::string path = (base / name).lexically_normal().string();
+    return path.size() > 1 && path.back() == '/' ? path.substr(0, path.size() - 1) : path;
+  }
+
+  pid_t fProcess;
+  std::string fFolder;  // in which the program runs
+  user_regs_struct fRegisters;
+  const KnownCall& fKnown;
+};
 
 class Tracer {
 public:
-  Tracer(std::string folder, const Fault& fault, Traced& result)
-      : fFolder(std::move(folder)), fFault(fault), fResult(result) {}
+  Tracer(std::string folder, std::string output, const Fault& fault, Traced& result)
+      : fFolder(std::move(folder)), fOutput(std::move(output)), fFault(fault), fResult(result) {}
 
   // Until the first process, which has stopped itself, has ended.
   void follow(pid_t first) {
@@ -142,16 +250,18 @@ private:
     ptrace(PTRACE_CONT, process, 0, signal);
   }
 
-  // A call that is about to be made. Returns false when it ended everything.
+  // Returns false when it ended everything.
   bool meet(pid_t process) {
     user_regs_struct registers{};
     ptrace(PTRACE_GETREGS, process, 0, &registers);
-    const KnownCall& call = knownCalls().at(static_cast<long>(registers.orig_rax));
-    if (!isInFolder(process, call, registers)) return true;
+    Call call = Meeting(process, fFolder, registers).call();
+    if (!isFollowed(call.path)) return true;
     const std::size_t number = fResult.calls.size();
-    fResult.calls.push_back(
-        {call.name, effectOf(call, registers), call.lengthArgument == 2 && registers.rdx > 1});
-    if (number != fFault.call) return true;
+    const bool isFaulty = number == fFault.call && fFault.kind != Fault::Kind::None;
+    call.failed = isFaulty && fFault.kind != Fault::Kind::Short;
+    if (isFaulty && fFault.kind == Fault::Kind::Short) call.bytes.resize(call.bytes.size() / 2);
+    fResult.calls.push_back(std::move(call));
+    if (!isFaulty) return true;
     switch (fFault.kind) {
       case Fault::Kind::None:
         return true;
@@ -171,29 +281,13 @@ private:
     return true;
   }
 
-  static Effect effectOf(const KnownCall& call, const user_regs_struct& registers) {
-    const bool opens = std::string(call.name).rfind("open", 0) == 0;
-    const auto flags = call.names == Names::Path ? registers.rsi : registers.rdx;
-    return opens && (flags & (O_CREAT | O_TRUNC)) != 0 ? Effect::Changes : call.effect;
-  }
-
-  bool isInFolder(pid_t process, const KnownCall& call, const user_regs_struct& registers) const {
-    std::string path;
-    if (call.names == Names::Descriptor) {
-      std::array<char, PATH_MAX> target{};
-      const std::string link = "/proc/" + std::to_string(process) + "/fd/" +
-                               std::to_string(static_cast<int>(registers.rdi));
-      if (readlink(link.c_str(), target.data(), target.size() - 1) < 0) return false;
-      path = target.data();
-    } else {
-      path = stringAt(process, call.names == Names::Path ? registers.rdi : registers.rsi);
-      if (!path.empty() && path[0] != '/') return true;  // it runs in the folder
-    }
-    return path.rfind(fFolder, 0) == 0 || path == fTemporary ||
-           path.rfind(fTemporary + "/#", 0) == 0;
+  bool isFollowed(const std::string& path) const {
+    return path == fFolder || path.rfind(fFolder + "/", 0) == 0 || path == fOutput ||
+           path == fTemporary || path.rfind(fTemporary + "/#", 0) == 0;
   }
 
   std::string fFolder;
+  std::string fOutput;
   const std::string fTemporary = "/tmp";  // where tmpfile(3) makes files without a name
   Fault fFault;
   Traced& fResult;
@@ -222,7 +316,7 @@ Traced runTraced(const support::Command& command, const Fault& fault) {
     close(file);
   if (child < 0) throw std::runtime_error("cannot fork");
   Traced traced;
-  Tracer(command.folder.string(), fault, traced).follow(child);
+  Tracer(command.folder.string(), (capture / "out").string(), fault, traced).follow(child);
   traced.finished.out = capture.read("out");
   traced.finished.err = capture.read("err");
   return traced;

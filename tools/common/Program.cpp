@@ -14,6 +14,7 @@
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
 
+#include "common/RemoveOnSignal.h"
 #include "common/Terminal.h"
 
 namespace tools {
@@ -119,6 +120,25 @@ void holdStandardStreams() {
   }
 }
 
+const char* gProgram = "";
+std::terminate_handler gTerminateBefore = nullptr;
+
+// The destructors of the JSON library that results are told with need memory, and no exception gets
+// out of them. What terminates the program for another reason does so as before.
+[[noreturn]] void tellAndEnd() {
+  std::set_terminate(gTerminateBefore);
+  try {
+    if (std::current_exception() != nullptr) throw;
+  } catch (const std::bad_alloc&) {
+    removeScratch();
+    tell(gProgram, "out of memory");
+    std::_Exit(ExitFailed);
+  } catch (...) {
+    gTerminateBefore();
+  }
+  std::abort();
+}
+
 }  // namespace
 
 void Session::report(const Failure& failure) {
@@ -137,6 +157,8 @@ std::string folderFault(const std::string& name) {
 int runProgram(Session& session, const std::function<void(CLI::App&)>& describe, int argc,
                char** argv) {
   holdStandardStreams();
+  gProgram = session.program.c_str();
+  gTerminateBefore = std::set_terminate(tellAndEnd);
   try {
     runTelling(session, describe, argc, argv);
   } catch (const std::bad_alloc&) {

@@ -12,12 +12,16 @@ namespace {
 std::array<char, 4096> gScratchToRemove;
 
 void removeScratchAndDie(int signal) {
-  if (gScratchToRemove[0] != '\0') unlink(gScratchToRemove.data());
+  removeScratch();
   std::signal(signal, SIG_DFL);
   std::raise(signal);
 }
 
 }  // namespace
+
+void removeScratch() noexcept {
+  if (gScratchToRemove[0] != '\0') unlink(gScratchToRemove.data());
+}
 
 void removeOnSignal(const std::string& scratch) {
   gScratchToRemove[0] = '\0';

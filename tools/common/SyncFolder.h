@@ -8,5 +8,7 @@ namespace tools {
 // Returns false with errno set when the system could not. A folder that cannot be opened, and a
 // file system that knows no such thing, count as done: nothing more can be had there.
 bool syncFolderOf(const std::string& path);
+// The same of a folder that is open.
+bool syncFolder(int descriptor);
 
 }  // namespace tools

@@ -16,6 +16,7 @@
 #include "common/Failure.h"
 #include "common/Leftovers.h"
 #include "common/RemoveOnSignal.h"
+#include "common/SyncFolder.h"
 
 namespace {
 
@@ -48,6 +49,22 @@ std::string stepReason() {
   return tools::systemReason();
 }
 
+void makeFolder(const std::string& path) {
+  namespace fs = std::filesystem;
+  std::error_code error;
+  std::vector<std::string> made;
+  for (fs::path folder = fs::absolute(path, error); folder.has_relative_path();
+       folder = folder.parent_path()) {
+    if (fs::exists(folder, error)) break;
+    made.push_back(folder.string());
+  }
+  fs::create_directories(path, error);
+  if (error) failAt(path, error.message());
+  for (const std::string& folder : made) {
+    if (!tools::syncFolderOf(folder)) failAt(path, tools::systemReason());
+  }
+}
+
 }  // namespace
 
 std::string unsafeReason(const std::string& name) {
@@ -71,9 +88,7 @@ std::string unsafeReason(const std::string& name) {
 
 SafeFolder::SafeFolder(const tools::Session& session, const std::string& path)
     : fSession(session), fPath(path) {
-  std::error_code error;
-  std::filesystem::create_directories(path, error);
-  if (error) failAt(path, error.message());
+  makeFolder(path);
   fDescriptor = open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
   if (fDescriptor < 0) failAt(path, tools::systemReason());
 }
@@ -86,7 +101,9 @@ int SafeFolder::openFolder(const std::vector<std::string>& steps, const std::str
   int folder = dup(fDescriptor);
   for (const std::string& step : steps) {
     if (folder < 0) break;
-    if (mkdirat(folder, step.c_str(), 0777) != 0 && errno != EEXIST) {
+    const bool isThere =
+        mkdirat(folder, step.c_str(), 0777) == 0 ? tools::syncFolder(folder) : errno == EEXIST;
+    if (!isThere) {
       const std::string reason = tools::systemReason();
       close(folder);
       failAt(path, reason);
@@ -106,12 +123,19 @@ void SafeFolder::createFolder(const std::string& path) const {
   close(openFolder(segmentsOf(withoutFinalSlash(path)), shownPath));
 }
 
-void SafeFolder::clearOnce(int folder, const std::string& shownPath) {
+bool SafeFolder::isNew(int folder) {
   struct stat status {};
-  if (fstat(folder, &status) != 0 || !fCleared.insert({status.st_dev, status.st_ino}).second) {
-    return;
+  return fstat(folder, &status) == 0 && fSeen.insert({status.st_dev, status.st_ino}).second;
+}
+
+void SafeFolder::sync() const {
+  for (const std::vector<std::string>& steps : fChanged) {
+    const int folder = openFolder(steps, fPath);
+    const bool done = tools::syncFolder(folder);
+    const std::string reason = tools::systemReason();
+    close(folder);
+    if (!done) failAt(fPath, reason);
   }
-  tools::clearLeftovers(fSession, folder, shownPath, kScratchPrefix);
 }
 
 std::unique_ptr<SafeFolder::File> SafeFolder::createFile(const std::string& path, bool overwrite) {
@@ -120,7 +144,11 @@ std::unique_ptr<SafeFolder::File> SafeFolder::createFile(const std::string& path
   steps.pop_back();
   const std::string shownPath = fPath + "/" + path;
   const int folder = openFolder(steps, shownPath);
-  clearOnce(folder, shownPath.substr(0, shownPath.size() - leaf.size() - 1));
+  if (isNew(folder)) {
+    fChanged.push_back(steps);
+    const std::string shownFolder = shownPath.substr(0, shownPath.size() - leaf.size() - 1);
+    tools::clearLeftovers(fSession, folder, shownFolder, kScratchPrefix);
+  }
   return std::unique_ptr<File>(new File(folder, leaf, shownPath, overwrite));
 }
 
@@ -171,6 +199,7 @@ void SafeFolder::File::commit(std::time_t modified) {
     const std::array<timespec, 2> times{timespec{0, UTIME_OMIT}, timespec{modified, 0}};
     futimens(fDescriptor, times.data());  // a wrong date is no failure
   }
+  if (fsync(fDescriptor) != 0) fail();
   // Closing may be what tells that a disk is full. The second descriptor keeps the file held.
   const int held = fcntl(fDescriptor, F_DUPFD_CLOEXEC, 0);
   if (held < 0) fail();

@@ -20,19 +20,20 @@ std::string unsafeReason(const std::string& name);
 // to the one before it, and no symbolic link is followed below the folder itself.
 class SafeFolder {
 public:
-  // Makes the folder where it is missing. `session` outlives it. Raises tools::Failure.
+  // Makes the folder where it is missing, durably. `session` outlives it. Raises tools::Failure.
   SafeFolder(const tools::Session& session, const std::string& path);
   ~SafeFolder();
   SafeFolder(const SafeFolder&) = delete;
   SafeFolder& operator=(const SafeFolder&) = delete;
 
-  // A new file in the folder, which gets its name at commit().
+  // A new file in the folder.
   class File {
   public:
     ~File();
     File(const File&) = delete;
     File& operator=(const File&) = delete;
     void write(const char* data, std::size_t size);
+    // Makes what was written durable, then gives it its name.
     void commit(std::time_t modified);
 
   private:
@@ -54,13 +55,16 @@ public:
   // in the way.
   std::unique_ptr<File> createFile(const std::string& path, bool overwrite);
   void createFolder(const std::string& path) const;
+  // Makes the names of all files that were created durable. Raises tools::Failure.
+  void sync() const;
 
 private:
   int openFolder(const std::vector<std::string>& steps, const std::string& path) const;
-  void clearOnce(int folder, const std::string& shownPath);
+  bool isNew(int folder);
 
   const tools::Session& fSession;
   std::string fPath;
   int fDescriptor;
-  std::set<std::pair<dev_t, ino_t>> fCleared;
+  std::set<std::pair<dev_t, ino_t>> fSeen;         // folders in which files were created
+  std::vector<std::vector<std::string>> fChanged;  // the way to each of them
 };

@@ -38,6 +38,7 @@ struct Expected {
 using Expectation = std::map<std::string, Expected>;
 
 // Raises tools::Failure unless the file holds the expected entries, each with headers that agree
-// and data inside the file, and a directory of the recorded size.
+// and data inside the file, which is whole where it was deflated anew, and a directory of the
+// recorded size.
 void verifyPackage(const std::string& path, const std::string& shownPath,
                    const Expectation& expected, const std::string& comment);

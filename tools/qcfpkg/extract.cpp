@@ -127,6 +127,7 @@ void extractAll(const Tool& tool, const ziplayout::Layout& layout, const Chosen&
     }
     file->commit(modifiedTime(entry->central));
   }
+  folder.sync();
 }
 
 void run(const Tool& tool, const Options& options) {
