@@ -140,7 +140,7 @@ protected:
 };
 
 TEST_P(ProgramReadingShort, AnAllocationThatFailsIsToldInOneLineAndChangesNothing) {
-  const long step = fShortages->step(40);
+  const long step = fShortages->step(30);
   long points = 0;
   long survived = 0;
   for (long n = 1; n <= fShortages->allocations() && !HasFailure(); n += step, ++points)
