@@ -18,7 +18,8 @@ const Words kExtractOver = {"extract", "--overwrite", "tree.pkg", "-C", "there"}
 
 Words extracted(const std::string& folder) {
   Words names;
-  for (const char* const name : {"mimetype", "one", "folder/below/input", "folder/text"})
+  for (const char* const name :
+       {"mimetype", "one", "deep/er/file", "folder/below/input", "folder/text"})
     names.push_back(folder + "/" + name);
   return names;
 }

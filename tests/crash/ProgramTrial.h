@@ -145,7 +145,8 @@ private:
     must(QCFPKG, {"create", "--type", "a/b", "a.pkg", "input", "one=in.wav", "two=text"});
     must(QCFPKG, {"add", "--in-place", "--store", "a.pkg", "dead=text"});
     must(QCFPKG, {"remove", "--in-place", "a.pkg", "dead"});  // something for compact to do
-    must(QCFPKG, {"create", "--type", "a/b", "tree.pkg", "one=in.wav", "folder"});
+    must(QCFPKG,
+         {"create", "--type", "a/b", "tree.pkg", "one=in.wav", "deep/er/file=input", "folder"});
     must(QSNDHOST, {"make", "in.wav", "out.qsnd", "--type", "application/x-old"});
     must(QSNDHOST, {"make", "in.wav", "in.qsnd", "--deflate"});
     for (const char* const name : {"out.wav", "out.png", "there/one", "there/folder/text"})

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <cstdio>
 #include <stdexcept>
 #include <string>
@@ -36,8 +37,12 @@ public:
     return support::run(command);
   }
 
-  // From one allocation that fails to the next: all of them, or about `points`.
-  long step(long points) const { return isLong() ? 1 : std::max(1L, fAllocations / points); }
+  // From one allocation that fails to the next: about `points` are tried, in the long form each of
+  // them, but for those of drawing, most of which are the fonts'.
+  long step(long points) const {
+    constexpr long kMost = 4000;
+    return std::max(1L, fAllocations / (isLong() ? kMost : points));
+  }
 
 private:
   support::Command fCommand;
