@@ -166,6 +166,7 @@ int runProgram(Session& session, const std::function<void(CLI::App&)>& describe,
     tell(session.program, "out of memory");
     session.code = ExitFailed;
   }
+  std::set_terminate(gTerminateBefore);
   return session.code;
 }
 
