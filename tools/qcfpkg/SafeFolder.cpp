@@ -158,11 +158,15 @@ SafeFolder::File::File(int folder, const std::string& leaf, std::string shownPat
     refuseWhatIsInTheWay();
     fDescriptor = tools::makeScratch(fFolder, kScratchPrefix, 0666, fScratch);
     if (fDescriptor < 0) fail();
+    tools::removeOnSignal(fShownPath.substr(0, fShownPath.size() - fLeaf.size()) + fScratch);
   } catch (...) {
+    if (fDescriptor >= 0) {
+      unlinkat(fFolder, fScratch.c_str(), 0);
+      close(fDescriptor);
+    }
     close(fFolder);
     throw;
   }
-  tools::removeOnSignal(fShownPath.substr(0, fShownPath.size() - fLeaf.size()) + fScratch);
 }
 
 void SafeFolder::File::refuseWhatIsInTheWay() const {

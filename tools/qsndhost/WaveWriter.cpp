@@ -140,19 +140,38 @@ void WaveWriter::finish() {
   endFormat();
 }
 
+namespace {
+
+// As pread() or pwrite() from the file's beginning, in as many calls as it takes.
+template <class Call, class Byte>
+ssize_t transferAll(Call call, int descriptor, Byte* bytes, std::size_t size) {
+  std::size_t done = 0;
+  while (done < size) {
+    const ssize_t count = call(descriptor, bytes + done, size - done, static_cast<off_t>(done));
+    if (count < 0 && errno == EINTR) continue;
+    if (count < 0) return -1;
+    if (count == 0) break;
+    done += static_cast<std::size_t>(count);
+  }
+  return static_cast<ssize_t>(done);
+}
+
+}  // namespace
+
 void WaveWriter::endFormat() {
   constexpr std::size_t kFormat = 12, kFact = 36, kPadding = 48, kEnd = 56;
   std::string header(kEnd, '\0');
   const int descriptor = fOutput.descriptor();
-  const bool isRead = pread(descriptor, header.data(), kEnd, 0) == ssize_t{kEnd};
-  const bool isShort = isRead && header.compare(kFormat, 8, "fmt \x10\0\0\0", 8) == 0 &&
-                       header.compare(kFact, 4, "fact") == 0 &&
-                       header.compare(kPadding, 4, "PAD ") == 0;
+  const ssize_t size = transferAll(pread, descriptor, header.data(), header.size());
+  if (size < 0) throw fOutput.failure(tools::systemReason());
+  const bool isShort =
+      size == ssize_t{kEnd} && header.compare(kFormat, 8, "fmt \x10\0\0\0", 8) == 0 &&
+      header.compare(kFact, 4, "fact") == 0 && header.compare(kPadding, 4, "PAD ") == 0;
   if (!isShort || header[kPadding + 4] < 2) return;
   header[kFormat + 4] += 2;
   header[kPadding + 4] -= 2;
   header.insert(kFact, 2, '\0');
-  if (pwrite(descriptor, header.data(), header.size(), 0) < 0) {
+  if (transferAll(pwrite, descriptor, header.data(), header.size()) < 0) {
     throw fOutput.failure(tools::systemReason());
   }
 }
