@@ -2,7 +2,9 @@
 #include <iostream>
 #include <map>
 #include <optional>
+#include <set>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -103,11 +105,14 @@ void writeInTheFile(Client& client) {
   client.package->endUpdate();
 }
 
-// The ways that save, and the one that appends and lists no old entry.
+// The ways that save, once, and the one that appends and lists no old entry, with more to append
+// than failures::ways() has.
 std::vector<Way> savingWays() {
+  static const std::set<std::string_view> kOthers{"BeginInTheOldFileWriteEnd", "SecondUpdate"};
   std::vector<Way> all;
   for (const Way& way : failures::ways()) {
-    if (way.output != Output::None) all.push_back(way);
+    const bool saves = way.output != Output::None && way.output != Output::Abandoned;
+    if (saves && kOthers.count(way.name) == 0) all.push_back(way);
   }
   Way appending = all.front();
   appending.name = kAppending;
