@@ -395,7 +395,7 @@ TEST_F(CentralRecordWriter, AZip64BlockLargerThanAnyIsBounded) {
 TEST_F(CentralRecordWriter, ALengthThatHasGrownDoesNotLeadTheWalkBeyondTheBuffer) {
   setProperty(QCFPropertyZipTypeCreator, hexOf("TEXTttxt"));
   const std::string extra = writtenExtra(extraBlock(7, "other") + "xyz");
-  EXPECT_EQ(extra, extraBlock(7, "other") + typeCreatorBlock("TEXTttxt"));
+  EXPECT_EQ(extra, extraBlock(7, "other") + typeCreatorBlock("TEXTttxt") + "xyz");
 }
 
 TEST_F(CentralRecordWriter, ABlockThatRunsPastTheEndIsWrittenAsFarAsItGoes) {
