@@ -65,6 +65,7 @@ COUNTS = {
     "audio": [total(r"^random stretches: (\d+)", "random stretches"), gtest],
     "crashes": [total(r", killed: .*together (\d+)", "states after a kill"),
                 total(r", power cut, .*together (\d+)", "states after a power cut"),
+                total(r", power cut at \d+ steps, (\d+)", "states after a power cut in a program"),
                 total(r", ended at (\d+) calls", "ends of a program, old or new after each"),
                 total(r", failed at (\d+) calls", "failing calls of a program"),
                 total(r"; (\d+) transfers cut in half", "short transfers of a program"),
