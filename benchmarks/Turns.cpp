@@ -26,7 +26,7 @@ namespace {
 // Work that is long gets fewer rounds.
 constexpr int kMostRounds = 31;
 constexpr int kFewestRounds = 3;
-constexpr double kSecondsForRow = 15;
+constexpr double kSecondsForRow = 12;
 
 double seconds(clockid_t clock) {
   timespec now{};

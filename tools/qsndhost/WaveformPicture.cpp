@@ -26,6 +26,11 @@ constexpr Palette kDark{0x12161C, 0x1B2129, 0x2A323D, 0x4A5665, 0x3B4654,
 
 constexpr Font kTitle{16, true}, kDetails{12}, kSmall{11}, kChannel{12, true};
 
+// The row of the zero line.
+int middleOf(const Box& lane) {
+  return lane.y + lane.height / 2;
+}
+
 // A row of pixels for a level; 1 is the upper edge of the lane, -1 the lower.
 double rowOf(const Box& lane, double level) {
   return lane.y + (1 - std::clamp(level, -1.0, 1.0)) / 2 * lane.height;
@@ -123,12 +128,12 @@ void Painter::paintLane(std::size_t channel, const Box& lane) {
       fCanvas.fill({lane.x, static_cast<int>(rowOf(lane, level)), lane.width, 1}, fPalette.grid);
     }
   }
-  fCanvas.fill({lane.x, lane.y + lane.height / 2, lane.width, 1}, fPalette.zero);
+  fCanvas.fill({lane.x, middleOf(lane), lane.width, 1}, fPalette.zero);
   if (fLayout.hasScale) paintScale(channel, lane);
   if (channel >= fSummary.channels()) {
     if (fLayout.hasScale && channel < fTexts.channels) {
-      fCanvas.text(lane.x + 10, lane.y + lane.height / 2 - 5, "not delivered by the importer",
-                   kSmall, fPalette.text);
+      fCanvas.text(lane.x + 10, middleOf(lane) - 5, "not delivered by the importer", kSmall,
+                   fPalette.text);
     }
     return;
   }
@@ -145,7 +150,7 @@ void Painter::paintLane(std::size_t channel, const Box& lane) {
 
 void Painter::paintScale(std::size_t channel, const Box& lane) {
   const double right = lane.x - 8;
-  const double middle = lane.y + lane.height / 2 + 4;
+  const double middle = middleOf(lane) + 4;
   if (fTexts.channels > 1) {
     const bool isStereo = fTexts.channels == 2;
     const std::string name = isStereo ? (channel == 0 ? "L" : "R") : std::to_string(channel + 1);
