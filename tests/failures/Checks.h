@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include "failures/Listing.h"
+#include "failures/Trial.h"
 
 // What must be true of package files that were written when something failed.
 namespace failures {
@@ -34,6 +35,17 @@ inline void expectAtMostOneCutShort(const zipbytes::Bytes& file,
     cut += found == content ? 0 : 1;
   }
   EXPECT_LE(cut, 1);
+}
+
+// Whatever happened: with the package gone nothing is left of it, and the old file is as it was
+// where the output is another.
+inline void expectNothingLeft(const Way& way, Trial& trial) {
+  trial.client.drop();
+  EXPECT_EQ(trial.recording.filesAlive(), 0);
+  EXPECT_EQ(trial.memory.temporaryFiles(), 0);
+  if (!way.old.empty() && way.output != Output::PackageFile) {
+    EXPECT_EQ(trial.memory.bytes("old"), way.old);
+  }
 }
 
 }  // namespace failures

@@ -159,17 +159,6 @@ protected:
     EXPECT_EQ(raised([&] { package->close(); }), "24");
   }
 
-  // Whatever happened: with the package gone nothing is left of it, and the old file is as it was
-  // where the output is another.
-  void checkNothingLeft(Trial& trial) {
-    trial.client.drop();
-    EXPECT_EQ(trial.recording.filesAlive(), 0);
-    EXPECT_EQ(trial.memory.temporaryFiles(), 0);
-    if (!GetParam().old.empty() && GetParam().output != Output::PackageFile) {
-      EXPECT_EQ(trial.memory.bytes("old"), GetParam().old);
-    }
-  }
-
   void report(const std::string& what, const std::string& counts) {
     std::cout << GetParam().name << ", " << what << ": " << counts << "\n";
     RecordProperty(what, counts);
@@ -185,7 +174,7 @@ TEST_P(FaultPoints, WithoutAFaultTheWayEndsAsItShould) {
     expectHolds(saved, GetParam().saved);
     EXPECT_EQ(listed(saved).size(), GetParam().saved.size());
   }
-  checkNothingLeft(*fReference);
+  expectNothingLeft(GetParam(), *fReference);
 }
 
 TEST_P(FaultPoints, AreToldAsTheyAreAndLeaveNothingBehind) {
@@ -205,7 +194,7 @@ TEST_P(FaultPoints, AreToldAsTheyAreAndLeaveNothingBehind) {
       ++effects[expected.effect];
       checkOutcome(*one, expected, kind.failure == Failure::ShortWrite ? "IO 29" : "IO 50");
       if (!one->what.empty()) checkRecovery(*one, calls[n]);
-      checkNothingLeft(*one);
+      expectNothingLeft(GetParam(), *one);
       if (HasFailure()) return;
     }
     counts += std::string(kind.name) + " " + std::to_string(calls.size()) + ", ";
@@ -232,7 +221,7 @@ TEST_P(FaultPoints, OfAFileSystemWithExceptionsOfItsOwnComeOutAsThose) {
       checkOutcome(*one, expectation(GetParam(), fReference->trace, calls[n], kind.failure),
                    "gone");
       if (!one->what.empty()) checkRecovery(*one, calls[n]);
-      checkNothingLeft(*one);
+      expectNothingLeft(GetParam(), *one);
       if (HasFailure()) return;
     }
   }
@@ -249,7 +238,7 @@ TEST_P(FaultPoints, OfATemporaryFileThatHasNoPlaceRaise48) {
     one->go();
     EXPECT_EQ(one->what, "IO 48");
     checkRecovery(*one, calls[n]);
-    checkNothingLeft(*one);
+    expectNothingLeft(GetParam(), *one);
   }
 }
 
@@ -263,7 +252,7 @@ TEST_P(FaultPoints, ThatStayLeaveNothingBehindEither) {
       one->go();
       if (!one->failing.hasFailed()) break;
       if (one->client.package) raised([&] { one->client.package->cancelUpdate(); });
-      checkNothingLeft(*one);
+      expectNothingLeft(GetParam(), *one);
       if (HasFailure()) return;
     }
   }

@@ -6,27 +6,20 @@
 #include <cstdio>
 #include <iterator>
 
-#include <dlfcn.h>
 #include <fcntl.h>
 
 namespace {
 
 using failingcalls::Call;
-using failingcalls::Span;
+using support::real;
 
-thread_local bool isCounting = false;
-thread_local Call kind = Call::Open;
-thread_local Span span = Span::Once;
-thread_local int failAt = 0;
-thread_local int count = 0;
+thread_local support::NthCall<Call> calls;
 
 // Streams that a call of this file's has failed on; few, and gone with their fclose.
 thread_local std::FILE* broken[16] = {};
 
 bool fails(Call call) {
-  if (!isCounting || call != kind) return false;
-  ++count;
-  return failAt > 0 && (count == failAt || (span == Span::FromThereOn && count > failAt));
+  return calls.fails(call);
 }
 
 void mend(std::FILE* stream) {
@@ -35,11 +28,6 @@ void mend(std::FILE* stream) {
 void breakDown(std::FILE* stream) {
   mend(stream);
   *std::find(std::begin(broken), std::end(broken) - 1, nullptr) = stream;
-}
-
-template <class Function>
-Function* real(Function*, const char* name) {
-  return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
 }
 
 template <class Result>
@@ -52,17 +40,12 @@ Result refused(int error, Result result) {
 
 namespace failingcalls {
 
-void fail(Call call, int n, Span howLong) noexcept {
-  kind = call;
-  span = howLong;
-  failAt = n;
-  count = 0;
-  isCounting = true;
+void fail(Call call, int n, Span span) noexcept {
+  calls.begin(call, n, span);
 }
 
 int endFailing() noexcept {
-  isCounting = false;
-  return count;
+  return calls.end();
 }
 
 }  // namespace failingcalls

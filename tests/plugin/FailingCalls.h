@@ -1,5 +1,7 @@
 #pragma once
 
+#include "support/NthCall.h"
+
 // The functions of the C library by which a plug-in reaches its files, for test
 // programs that link FailingCalls.cpp and export their symbols: they fail on demand, for the
 // modules that the program loads, too.
@@ -17,7 +19,7 @@ enum class Call {
   Close       // fclose: closes, and fails
 };
 
-enum class Span { Once, FromThereOn };
+using support::Span;
 
 // From now on the calls of this kind in this thread are counted, from 1, and the n-th fails, once
 // or with all that follow. With 0 none does.

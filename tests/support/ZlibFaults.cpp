@@ -1,45 +1,28 @@
 #include "support/ZlibFaults.h"
 
-#include <dlfcn.h>
 #include <zlib.h>
 
 namespace {
 
+using support::real;
 using zlibfaults::Function;
-using zlibfaults::Span;
 
-thread_local bool isCounting = false;
-thread_local Function function = Function::DeflateInit;
-thread_local Span span = Span::Once;
-thread_local int failAt = 0;
-thread_local int count = 0;
+thread_local support::NthCall<Function> calls;
 
-bool fails(Function called) {
-  if (!isCounting || called != function) return false;
-  ++count;
-  return failAt > 0 && (count == failAt || (span == Span::FromThereOn && count > failAt));
-}
-
-template <class Signature>
-Signature* real(Signature*, const char* name) {
-  return reinterpret_cast<Signature*>(dlsym(RTLD_NEXT, name));
+bool fails(Function call) {
+  return calls.fails(call);
 }
 
 }  // namespace
 
 namespace zlibfaults {
 
-void fail(Function which, int n, Span howLong) noexcept {
-  function = which;
-  span = howLong;
-  failAt = n;
-  count = 0;
-  isCounting = true;
+void fail(Function which, int n, Span span) noexcept {
+  calls.begin(which, n, span);
 }
 
 int endFailing() noexcept {
-  isCounting = false;
-  return count;
+  return calls.end();
 }
 
 }  // namespace zlibfaults

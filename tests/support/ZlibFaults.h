@@ -1,5 +1,7 @@
 #pragma once
 
+#include "support/NthCall.h"
+
 // The zlib of a test program that links test_zlib_faults: its functions fail on demand, for the
 // modules that the program loads, too, where it exports its symbols.
 namespace zlibfaults {
@@ -14,7 +16,7 @@ enum class Function {
   InflateEnd      // inflateEnd: ends, and fails
 };
 
-enum class Span { Once, FromThereOn };
+using support::Span;
 
 // From now on the calls of this function in this thread are counted, from 1, and the n-th fails,
 // once or with all that follow. With 0 none does.

@@ -82,9 +82,10 @@ nlohmann::json forEachDocument(Host& host, const std::vector<std::string>& files
     const std::string& file = files[i];
     const std::string position = positionText(i, files.size());
     const std::string name = tools::shown(fs::path(file).filename().string());
+    const std::string label = isOne ? name : std::string(position).append(" ").append(name);
     nlohmann::json result{{"file", file}};
     try {
-      telling(verb, file, [&] { result.update(work(file, isOne ? name : position + " " + name)); });
+      telling(verb, file, [&] { result.update(work(file, label)); });
       if (showsLines) showLine(position + " " + tools::shown(file));
     } catch (const BundleFailure&) {
       throw;
@@ -143,6 +144,7 @@ void runTasks(Host& host, const std::vector<Task>& tasks, const OutputWords& wor
                          tools::ExitUsage);
   }
   std::vector<std::string> files;
+  files.reserve(tasks.size());
   for (const Task& task : tasks)
     files.push_back(task.file);
   auto next = tasks.begin();
