@@ -128,7 +128,7 @@ std::terminate_handler gTerminateBefore = nullptr;
 [[noreturn]] void tellAndEnd() {
   std::set_terminate(gTerminateBefore);
   try {
-    if (std::current_exception() != nullptr) throw;
+    if (const std::exception_ptr cause = std::current_exception()) std::rethrow_exception(cause);
   } catch (const std::bad_alloc&) {
     removeScratch();
     tell(gProgram, "out of memory");
