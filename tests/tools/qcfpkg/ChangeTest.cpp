@@ -52,7 +52,7 @@ TEST_F(Change, AddInPlaceAppends) {
   EXPECT_EQ(folder.read("a.pkg").substr(0, 100), before.substr(0, 100));
   expectSound("a.pkg");
   EXPECT_EQ(run({"check", "a.pkg"}).status, 0);
-  EXPECT_GT(nlohmann::json::parse(must({"info", "--json", "a.pkg"}))["deadBytes"], 0);
+  EXPECT_EQ(must({"info", "a.pkg"}).find("dead bytes  0\n"), std::string::npos);
 }
 
 TEST_F(Change, AddRefusesAFileWhereAFolderIs) {
@@ -117,7 +117,7 @@ TEST_F(Change, TypeIsPrintedAndSet) {
   must({"type", "a.pkg", "application/x-other+zip"});
   expected["mimetype"] = "application/x-other+zip";
   EXPECT_EQ(contents("a.pkg"), expected);
-  EXPECT_EQ(read("a.pkg")[0]["name"], "mimetype");
+  EXPECT_EQ(read("a.pkg")[0].at("name"), "mimetype");
   expectSound("a.pkg");
   expectNoFinding("a.pkg");
 }

@@ -1,6 +1,8 @@
 #include <fstream>
 #include <set>
 
+#include <nlohmann/json.hpp>
+
 #include "Program.h"
 #include "support/Fixtures.h"
 

@@ -1,6 +1,8 @@
 #include <set>
 #include <sstream>
 
+#include <nlohmann/json.hpp>
+
 #include "Program.h"
 
 // One specimen file for each kind of finding, made by plain bytes: the finding is told, where it

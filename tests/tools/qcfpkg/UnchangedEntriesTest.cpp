@@ -22,9 +22,9 @@ protected:
   void expectUnchanged(const std::string& package) const {
     folder.write("input", "new content");
     const auto untouched = [&] {
-      auto entries = nlohmann::json::array();
-      for (const auto& entry : read(package)) {
-        if (GetParam().touched.count(entry["name"]) == 0) entries.push_back(entry);
+      std::vector<Fields> entries;
+      for (const Fields& entry : read(package)) {
+        if (GetParam().touched.count(entry.at("name")) == 0) entries.push_back(entry);
       }
       return entries;
     };
@@ -38,7 +38,7 @@ protected:
     for (std::size_t i = 0; i < after.size(); ++i) {
       for (const char* const key :
            {"name", "data", "method", "date", "system", "attributes", "comment", "extra"}) {
-        EXPECT_EQ(after[i][key], before[i][key]) << before[i]["name"] << " " << key;
+        EXPECT_EQ(after[i].at(key), before[i].at(key)) << before[i].at("name") << " " << key;
       }
     }
     expectSound(package);

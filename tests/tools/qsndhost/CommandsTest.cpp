@@ -5,6 +5,8 @@
 
 #include <sys/stat.h>
 
+#include <nlohmann/json.hpp>
+
 #include "Program.h"
 
 namespace {

@@ -2,6 +2,8 @@
 #include <string>
 #include <vector>
 
+#include <nlohmann/json.hpp>
+
 #include "Program.h"
 
 namespace {

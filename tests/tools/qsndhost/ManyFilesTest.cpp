@@ -1,6 +1,8 @@
 #include <string>
 #include <vector>
 
+#include <nlohmann/json.hpp>
+
 #include "Program.h"
 
 namespace {

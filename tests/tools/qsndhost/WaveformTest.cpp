@@ -6,6 +6,8 @@
 
 #include <cairo.h>
 
+#include <nlohmann/json.hpp>
+
 #include "Program.h"
 
 namespace {
