@@ -6,13 +6,9 @@
 #include <exception>
 #include <new>
 #include <system_error>
-#include <utility>
 
 #include <fcntl.h>
 #include <unistd.h>
-
-#include <CLI/CLI.hpp>
-#include <fmt/format.h>
 
 #include "common/RemoveOnSignal.h"
 #include "common/Terminal.h"
@@ -37,56 +33,10 @@ std::string firstLine(const std::string& text) {
   return text.substr(0, text.find('\n'));
 }
 
-// The command that the words have led to, and its name with those before it.
-std::pair<const CLI::App*, std::string> commandReached(const CLI::App& app,
-                                                       const std::string& program) {
-  const CLI::App* command = &app;
-  std::string name = program;
-  while (!command->get_subcommands().empty()) {
-    command = command->get_subcommands().front();
-    name += " " + command->get_name();
-  }
-  return {command, name};
-}
-
-std::string usageText(const CLI::App& app, const CLI::ParseError& error,
-                      const std::string& program) {
-  const auto [command, name] = commandReached(app, program);
-  std::string text = error.what();
-  // The parser tells what is missing, whatever stands in its place.
-  if (dynamic_cast<const CLI::RequiredError*>(&error) != nullptr) {
-    const bool wantsCommand = command->get_require_subcommand_min() > 0;
-    if (wantsCommand) text = "a command is required";
-    const auto strangers = app.remaining(true);
-    const std::string stranger = strangers.empty() ? "" : strangers.front();
-    if (stranger.size() > 1 && stranger.front() == '-') {
-      text = fmt::format("there is no option {}", stranger);
-      if (!wantsCommand && stranger[1] != '-')
-        text += fmt::format("; ./{} is a file of that name", stranger);
-    } else if (wantsCommand && !stranger.empty()) {
-      text = fmt::format("there is no command {}", stranger);
-    }
-  }
-  return fmt::format("{}; see {} --help", shown(text), name);
-}
-
-void parse(CLI::App& app, Session& session, int argc, char** argv) {
-  try {
-    app.parse(argc, argv);
-  } catch (const CLI::Success& request) {
-    app.exit(request);  // help or version, to standard output
-  } catch (const CLI::ParseError& error) {
-    throw Failure(usageText(app, error, session.program), ExitUsage);
-  }
-}
-
-void runTelling(Session& session, const std::function<void(CLI::App&)>& describe, int argc,
+void runTelling(Session& session, const std::function<void(Command&)>& describe, int argc,
                 char** argv) {
   try {
-    CLI::App app;
-    app.name(session.program);
-    describe(app);
-    parse(app, session, argc, argv);
+    runCommand(session.program, describe, argc, argv);
     if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0) {
       throw std::system_error(errno, std::generic_category());
     }
@@ -150,11 +100,7 @@ void Session::note(const std::string& line) const {
   if (!quiet) printError("{}: {}\n", program, line);
 }
 
-std::string folderFault(const std::string& name) {
-  return name.empty() ? "the FOLDER has no name" : "";
-}
-
-int runProgram(Session& session, const std::function<void(CLI::App&)>& describe, int argc,
+int runProgram(Session& session, const std::function<void(Command&)>& describe, int argc,
                char** argv) {
   holdStandardStreams();
   gProgram = session.program.c_str();

@@ -3,12 +3,8 @@
 #include <functional>
 #include <string>
 
+#include "common/Command.h"
 #include "common/Failure.h"
-
-// Its header takes seconds to compile: what adds no options does without.
-namespace CLI {
-class App;
-}
 
 namespace tools {
 
@@ -24,13 +20,10 @@ struct Session {
   void note(const std::string& line) const;
 };
 
-// For options that take a FOLDER: what is wrong with its name; empty for a good one.
-std::string folderFault(const std::string& name);
-
-// Parses the command line as `describe` sets it up, which runs the chosen command's callback. Turns
-// whatever goes wrong, a want of memory at any point too, into one line on standard error and an
-// exit code. Standard output is complete when it returns ExitDone.
-int runProgram(Session& session, const std::function<void(CLI::App&)>& describe, int argc,
+// Runs the command that the command line names, as runCommand does. Turns whatever goes wrong, a
+// want of memory at any point too, into one line on standard error and an exit code. Standard
+// output is complete when it returns ExitDone.
+int runProgram(Session& session, const std::function<void(Command&)>& describe, int argc,
                char** argv);
 
 }  // namespace tools

@@ -9,15 +9,15 @@
 struct Tool : tools::Session {};
 
 // Each adds its command to the program.
-void addAdd(CLI::App& app, Tool& tool);
-void addCat(CLI::App& app, Tool& tool);
-void addCheck(CLI::App& app, Tool& tool);
-void addComment(CLI::App& app, Tool& tool);
-void addCompact(CLI::App& app, Tool& tool);
-void addCreate(CLI::App& app, Tool& tool);
-void addExtract(CLI::App& app, Tool& tool);
-void addInfo(CLI::App& app, Tool& tool);
-void addList(CLI::App& app, Tool& tool);
-void addProp(CLI::App& app, Tool& tool);
-void addRemove(CLI::App& app, Tool& tool);
-void addType(CLI::App& app, Tool& tool);
+void addAdd(tools::Command& program, Tool& tool);
+void addCat(tools::Command& program, Tool& tool);
+void addCheck(tools::Command& program, Tool& tool);
+void addComment(tools::Command& program, Tool& tool);
+void addCompact(tools::Command& program, Tool& tool);
+void addCreate(tools::Command& program, Tool& tool);
+void addExtract(tools::Command& program, Tool& tool);
+void addInfo(tools::Command& program, Tool& tool);
+void addList(tools::Command& program, Tool& tool);
+void addProp(tools::Command& program, Tool& tool);
+void addRemove(tools::Command& program, Tool& tool);
+void addType(tools::Command& program, Tool& tool);

@@ -1,4 +1,3 @@
-#include <CLI/CLI.hpp>
 #include <fmt/format.h>
 
 #include "PackageUpdate.h"
@@ -41,22 +40,22 @@ void run(const Tool& tool, const Options& options) {
 
 }  // namespace
 
-void addAdd(CLI::App& app, Tool& tool) {
-  auto* const command = app.add_subcommand("add", "Files into a package; replaces those of a name");
+void addAdd(tools::Command& program, Tool& tool) {
+  tools::Command command = program.command("add", "Files into a package; replaces those of a name");
   auto options = std::make_shared<Options>();
-  command->add_option("PACKAGE", options->package, "A package")->required();
+  command.option("PACKAGE", options->package, "A package").required();
   command
-      ->add_option("[NAME=]FILE", options->inputs,
-                   "Files and folders; NAME is the entry's, - as FILE is standard input")
-      ->required();
-  command->add_flag("--store", options->stored, "Store the entries uncompressed");
-  command->add_flag("--in-place", options->inPlace,
-                    "Append to the file itself: quick for large packages, but a kill or power cut "
-                    "in the middle leaves a file without a directory, which is no package");
-  command->footer(
+      .option("[NAME=]FILE", options->inputs,
+              "Files and folders; NAME is the entry's, - as FILE is standard input")
+      .required();
+  command.flag("--store", options->stored, "Store the entries uncompressed");
+  command.flag("--in-place", options->inPlace,
+               "Append to the file itself: quick for large packages, but a kill or power cut "
+               "in the middle leaves a file without a directory, which is no package");
+  command.footer(
       "Examples:\n"
       "  qcfpkg add notes.pkg letter.txt\n"
       "  qcfpkg add notes.pkg chapter/one.txt=draft.txt pictures/\n"
       "  gzip -dc log.gz | qcfpkg add notes.pkg log=-");
-  command->callback([&tool, options] { run(tool, *options); });
+  command.run([&tool, options] { run(tool, *options); });
 }

@@ -1,7 +1,6 @@
 #include <algorithm>
 #include <cstdio>
 
-#include <CLI/CLI.hpp>
 #include <fmt/format.h>
 
 #include "EntryData.h"
@@ -61,14 +60,14 @@ void run(const Tool& tool, const Options& options) {
 
 }  // namespace
 
-void addCat(CLI::App& app, Tool& tool) {
-  auto* const command = app.add_subcommand("cat", "The content of entries, to standard output");
+void addCat(tools::Command& program, Tool& tool) {
+  tools::Command command = program.command("cat", "The content of entries, to standard output");
   auto options = std::make_shared<Options>();
-  command->add_option("PACKAGE", options->package, "A package")->required();
-  command->add_option("NAME", options->names, "Names of entries")->required();
-  command->footer(
+  command.option("PACKAGE", options->package, "A package").required();
+  command.option("NAME", options->names, "Names of entries").required();
+  command.footer(
       "Examples:\n"
       "  qcfpkg cat notes.pkg letter.txt\n"
       "  qcfpkg cat notes.pkg mimetype");
-  command->callback([&tool, options] { run(tool, *options); });
+  command.run([&tool, options] { run(tool, *options); });
 }

@@ -1,6 +1,5 @@
 #include <algorithm>
 
-#include <CLI/CLI.hpp>
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
@@ -108,14 +107,14 @@ void run(Tool& tool, const Options& options) {
 
 }  // namespace
 
-void addCheck(CLI::App& app, Tool& tool) {
-  auto* const command = app.add_subcommand("check", "What is wrong with packages, and what to do");
+void addCheck(tools::Command& program, Tool& tool) {
+  tools::Command command = program.command("check", "What is wrong with packages, and what to do");
   auto options = std::make_shared<Options>();
-  command->add_option("PACKAGE", options->packages, "Packages, or other files of the kind");
-  command->add_flag("--json", options->asJSON, "As JSON");
-  command->add_flag("--strict", options->strict, "Let notes count as findings, too");
-  command->add_flag("--kinds", options->kinds, "List every kind of finding, and examine nothing");
-  command->footer(
+  command.option("PACKAGE", options->packages, "Packages, or other files of the kind");
+  command.flag("--json", options->asJSON, "As JSON");
+  command.flag("--strict", options->strict, "Let notes count as findings, too");
+  command.flag("--kinds", options->kinds, "List every kind of finding, and examine nothing");
+  command.footer(
       "Each finding is one line: file, entry, offset, severity, identifier, text, and what to do.\n"
       "Exit status 1 tells of errors or warnings; with --quiet it is all that is told.\n"
       "\n"
@@ -123,5 +122,5 @@ void addCheck(CLI::App& app, Tool& tool) {
       "  qcfpkg check notes.pkg\n"
       "  qcfpkg check --strict book.epub letter.odt\n"
       "  qcfpkg check --json notes.pkg | jq '.[].findings[].id'");
-  command->callback([&tool, options] { run(tool, *options); });
+  command.run([&tool, options] { run(tool, *options); });
 }

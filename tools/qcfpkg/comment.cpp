@@ -1,4 +1,3 @@
-#include <CLI/CLI.hpp>
 #include <fmt/format.h>
 
 #include "PackageUpdate.h"
@@ -38,20 +37,20 @@ void set(const Tool& tool, const Options& options) {
 
 }  // namespace
 
-void addComment(CLI::App& app, Tool& tool) {
-  auto* const command = app.add_subcommand("comment", "The comment of a package: print or set it");
+void addComment(tools::Command& program, Tool& tool) {
+  tools::Command command = program.command("comment", "The comment of a package: print or set it");
   auto options = std::make_shared<Options>();
-  command->add_option("PACKAGE", options->package, "A package")->required();
-  command->add_option("COMMENT", options->comment, "The new comment; empty for none");
-  command->add_flag("--in-place", options->inPlace,
-                    "Write into the file itself: quick for large packages, but a kill or power cut "
-                    "in the middle leaves a file without a directory, which is no package");
-  command->footer(
+  command.option("PACKAGE", options->package, "A package").required();
+  const tools::Option comment =
+      command.option("COMMENT", options->comment, "The new comment; empty for none");
+  command.flag("--in-place", options->inPlace,
+               "Write into the file itself: quick for large packages, but a kill or power cut "
+               "in the middle leaves a file without a directory, which is no package");
+  command.footer(
       "Examples:\n"
       "  qcfpkg comment notes.pkg\n"
       "  qcfpkg comment notes.pkg 'second edition'\n"
       "  qcfpkg comment notes.pkg ''");
-  command->callback([&tool, options, command] {
-    command->count("COMMENT") == 0 ? print(*options) : set(tool, *options);
-  });
+  command.run(
+      [&tool, options, comment] { comment.given() ? set(tool, *options) : print(*options); });
 }

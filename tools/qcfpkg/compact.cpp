@@ -1,4 +1,3 @@
-#include <CLI/CLI.hpp>
 #include <fmt/format.h>
 
 #include "PackageUpdate.h"
@@ -33,13 +32,13 @@ void run(const Tool& tool, const std::string& path) {
 
 }  // namespace
 
-void addCompact(CLI::App& app, Tool& tool) {
-  auto* const command =
-      app.add_subcommand("compact", "Frees the room of all that belongs to no entry");
+void addCompact(tools::Command& program, Tool& tool) {
+  tools::Command command =
+      program.command("compact", "Frees the room of all that belongs to no entry");
   auto package = std::make_shared<std::string>();
-  command->add_option("PACKAGE", *package, "A package")->required();
-  command->footer(
+  command.option("PACKAGE", *package, "A package").required();
+  command.footer(
       "Example:\n"
       "  qcfpkg compact notes.pkg");
-  command->callback([&tool, package] { run(tool, *package); });
+  command.run([&tool, package] { run(tool, *package); });
 }

@@ -1,4 +1,3 @@
-#include <CLI/CLI.hpp>
 #include <fmt/format.h>
 
 #include "PackageUpdate.h"
@@ -31,21 +30,21 @@ void run(const Tool& tool, const Options& options) {
 
 }  // namespace
 
-void addCreate(CLI::App& app, Tool& tool) {
-  auto* const command = app.add_subcommand("create", "A new package from files and folders");
+void addCreate(tools::Command& program, Tool& tool) {
+  tools::Command command = program.command("create", "A new package from files and folders");
   auto options = std::make_shared<Options>();
-  command->add_option("--type", options->type, "The package's type, as application/x-notes")
-      ->required()
-      ->type_name("TYPE");
-  command->add_option("PACKAGE", options->package, "The package to make")->required();
-  command->add_option("[NAME=]FILE", options->inputs,
-                      "Files and folders; NAME is the entry's, - as FILE is standard input");
-  command->add_flag("--store", options->stored, "Store the entries uncompressed");
-  command->add_flag("--overwrite", options->overwrite, "Replace a file that exists");
-  command->footer(
+  command.option("--type", options->type, "The package's type, as application/x-notes")
+      .required()
+      .typeName("TYPE");
+  command.option("PACKAGE", options->package, "The package to make").required();
+  command.option("[NAME=]FILE", options->inputs,
+                 "Files and folders; NAME is the entry's, - as FILE is standard input");
+  command.flag("--store", options->stored, "Store the entries uncompressed");
+  command.flag("--overwrite", options->overwrite, "Replace a file that exists");
+  command.footer(
       "Examples:\n"
       "  qcfpkg create --type application/x-notes notes.pkg letter.txt pictures/\n"
       "  qcfpkg create --type application/x-notes notes.pkg text/one.txt=draft.txt\n"
       "  date | qcfpkg create --type application/x-notes notes.pkg today=-");
-  command->callback([&tool, options] { run(tool, *options); });
+  command.run([&tool, options] { run(tool, *options); });
 }

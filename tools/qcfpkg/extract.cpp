@@ -2,7 +2,6 @@
 #include <limits>
 #include <set>
 
-#include <CLI/CLI.hpp>
 #include <fmt/format.h>
 
 #include "EntryData.h"
@@ -148,28 +147,26 @@ void run(const Tool& tool, const Options& options) {
 
 }  // namespace
 
-void addExtract(CLI::App& app, Tool& tool) {
-  auto* const command = app.add_subcommand("extract", "Entries as files, never outside the folder");
+void addExtract(tools::Command& program, Tool& tool) {
+  tools::Command command = program.command("extract", "Entries as files, never outside the folder");
   auto options = std::make_shared<Options>();
   constexpr auto kMost = std::numeric_limits<std::int64_t>::max();
-  command->add_option("PACKAGE", options->package, "A package")->required();
-  command->add_option("NAME", options->names, "Entries or folders; all by default");
-  command->add_option("-C,--folder", options->folder, "Where to; made where missing")
-      ->check(tools::folderFault)
-      ->type_name("FOLDER");
-  command->add_flag("--list-only", options->listOnly,
-                    "Check and print what would be extracted, write nothing");
-  command->add_flag("--overwrite", options->overwrite, "Replace files that exist");
-  command->add_option("--max-size", options->mostBytes, "Refuse more bytes altogether; 16 GiB")
-      ->check(CLI::Range(std::int64_t{0}, kMost).description(""))
-      ->type_name("BYTES");
+  command.option("PACKAGE", options->package, "A package").required();
+  command.option("NAME", options->names, "Entries or folders; all by default");
+  command.option("-C,--folder", options->folder, "Where to; made where missing").folder();
+  command.flag("--list-only", options->listOnly,
+               "Check and print what would be extracted, write nothing");
+  command.flag("--overwrite", options->overwrite, "Replace files that exist");
+  command.option("--max-size", options->mostBytes, "Refuse more bytes altogether; 16 GiB")
+      .range(0, kMost)
+      .typeName("BYTES");
   command
-      ->add_option("--max-ratio", options->mostRatio,
-                   "Refuse what grows more than that; 1100, which only files made to "
-                   "deceive reach: less, as 200, is for those of strangers")
-      ->check(CLI::Range(std::int64_t{1}, kMost).description(""))
-      ->type_name("TIMES");
-  command->footer(
+      .option("--max-ratio", options->mostRatio,
+              "Refuse what grows more than that; 1100, which only files made to "
+              "deceive reach: less, as 200, is for those of strangers")
+      .range(1, kMost)
+      .typeName("TIMES");
+  command.footer(
       "Names that lead out of the folder, and symbolic links, are refused before anything is\n"
       "written. Links that are in the folder already are not followed.\n"
       "\n"
@@ -177,5 +174,5 @@ void addExtract(CLI::App& app, Tool& tool) {
       "  qcfpkg extract notes.pkg -C folder\n"
       "  qcfpkg extract notes.pkg pictures --folder folder --overwrite\n"
       "  qcfpkg extract --list-only notes.pkg");
-  command->callback([&tool, options] { run(tool, *options); });
+  command.run([&tool, options] { run(tool, *options); });
 }

@@ -1,4 +1,3 @@
-#include <CLI/CLI.hpp>
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
@@ -109,15 +108,15 @@ void run(const Options& options) {
 
 }  // namespace
 
-void addInfo(CLI::App& app, Tool&) {
-  auto* const command =
-      app.add_subcommand("info", "Type, comment, conformance, Zip64 and dead bytes of a package");
+void addInfo(tools::Command& program, Tool&) {
+  tools::Command command =
+      program.command("info", "Type, comment, conformance, Zip64 and dead bytes of a package");
   auto options = std::make_shared<Options>();
-  command->add_option("PACKAGE", options->package, "A package")->required();
-  command->add_flag("--json", options->asJSON, "As JSON");
-  command->footer(
+  command.option("PACKAGE", options->package, "A package").required();
+  command.flag("--json", options->asJSON, "As JSON");
+  command.footer(
       "Examples:\n"
       "  qcfpkg info notes.pkg\n"
       "  qcfpkg info --json notes.pkg | jq .deadBytes");
-  command->callback([options] { run(*options); });
+  command.run([options] { run(*options); });
 }

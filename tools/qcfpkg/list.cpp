@@ -1,6 +1,5 @@
 #include <algorithm>
 
-#include <CLI/CLI.hpp>
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
@@ -68,17 +67,17 @@ void run(const Options& options) {
 
 }  // namespace
 
-void addList(CLI::App& app, Tool&) {
-  auto* const command = app.add_subcommand("list", "The entries of a package");
+void addList(tools::Command& program, Tool&) {
+  tools::Command command = program.command("list", "The entries of a package");
   auto options = std::make_shared<Options>();
-  command->add_option("PACKAGE", options->package, "A package")->required();
-  command->add_flag("--json", options->asJSON, "As JSON");
-  command->footer(
+  command.option("PACKAGE", options->package, "A package").required();
+  command.flag("--json", options->asJSON, "As JSON");
+  command.footer(
       "Flags: e encrypted, d data descriptor, u UTF-8 name, x extra field, c comment, z Zip64,\n"
       "l symbolic link.\n"
       "\n"
       "Examples:\n"
       "  qcfpkg list notes.pkg\n"
       "  qcfpkg list --json notes.pkg | jq '.[].name'");
-  command->callback([options] { run(*options); });
+  command.run([options] { run(*options); });
 }

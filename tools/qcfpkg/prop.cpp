@@ -1,7 +1,6 @@
 #include <algorithm>
 #include <array>
 
-#include <CLI/CLI.hpp>
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
@@ -177,47 +176,45 @@ void set(const Tool& tool, const Options& options) {
   changePackage(tool, file, layout, change);
 }
 
-void addPackage(CLI::App& command, Options& options) {
-  command.add_option("PACKAGE", options.package, "A package")->required();
+void addPackage(tools::Command& command, Options& options) {
+  command.option("PACKAGE", options.package, "A package").required();
 }
 
-void addName(CLI::App& command, Options& options) {
-  command.add_option("ENTRY", options.entry, "The name of a file entry")->required();
-  command.add_option("NAME", options.name, fmt::format("One of {}", fmt::join(kNames, ", ")))
-      ->required()
-      ->check(
-          CLI::IsMember(std::vector<std::string>(kNames.begin(), kNames.end())).description(""));
+void addName(tools::Command& command, Options& options) {
+  command.option("ENTRY", options.entry, "The name of a file entry").required();
+  command.option("NAME", options.name, fmt::format("One of {}", fmt::join(kNames, ", ")))
+      .required()
+      .oneOf(std::vector<std::string>(kNames.begin(), kNames.end()));
 }
 
 }  // namespace
 
-void addProp(CLI::App& app, Tool& tool) {
-  auto* const command = app.add_subcommand("prop", "The properties of entries: get, set or list");
+void addProp(tools::Command& program, Tool& tool) {
+  tools::Command command = program.command("prop", "The properties of entries: get, set or list");
   auto options = std::make_shared<Options>();
-  command->require_subcommand(1);
-  command->footer(
+  command.footer(
       "Examples:\n"
       "  qcfpkg prop list notes.pkg\n"
       "  qcfpkg prop set notes.pkg letter.txt mac-type TEXT\n"
       "  qcfpkg prop get notes.pkg letter.txt modified");
 
-  auto* const getCommand = command->add_subcommand("get", "One property");
-  addPackage(*getCommand, *options);
-  addName(*getCommand, *options);
-  getCommand->callback([options] { get(*options); });
+  tools::Command getCommand = command.command("get", "One property");
+  addPackage(getCommand, *options);
+  addName(getCommand, *options);
+  getCommand.run([options] { get(*options); });
 
-  auto* const setCommand = command->add_subcommand("set", "Sets one property");
-  addPackage(*setCommand, *options);
-  addName(*setCommand, *options);
-  setCommand->add_option("VALUE", options->value, "Its value")->required();
-  setCommand->callback([&tool, options] {
+  tools::Command setCommand = command.command("set", "Sets one property");
+  addPackage(setCommand, *options);
+  addName(setCommand, *options);
+  setCommand.option("VALUE", options->value, "Its value").required();
+  setCommand.run([&tool, options] {
     options->verb = "set";
     set(tool, *options);
   });
 
-  auto* const listCommand = command->add_subcommand("list", "Every property, one a line");
-  addPackage(*listCommand, *options);
-  listCommand->add_option("ENTRY", options->entry, "Of this entry only");
-  listCommand->add_flag("--json", options->asJSON, "As JSON");
-  listCommand->callback([options] { list(*options); });
+  tools::Command listCommand = command.command("list", "Every property, one a line");
+  addPackage(listCommand, *options);
+  listCommand.option("ENTRY", options->entry, "Of this entry only");
+  listCommand.flag("--json", options->asJSON, "As JSON");
+  listCommand.run([options] { list(*options); });
 }

@@ -1,6 +1,5 @@
 #include <set>
 
-#include <CLI/CLI.hpp>
 #include <fmt/format.h>
 
 #include "PackageUpdate.h"
@@ -65,18 +64,18 @@ void run(const Tool& tool, const Options& options) {
 
 }  // namespace
 
-void addRemove(CLI::App& app, Tool& tool) {
-  auto* const command = app.add_subcommand("remove", "Entries out of a package");
+void addRemove(tools::Command& program, Tool& tool) {
+  tools::Command command = program.command("remove", "Entries out of a package");
   auto options = std::make_shared<Options>();
-  command->add_option("PACKAGE", options->package, "A package")->required();
-  command->add_option("NAME", options->names, "Entries; with a final / a folder and all in it")
-      ->required();
-  command->add_flag("--in-place", options->inPlace,
-                    "Write a new directory into the file itself: quick for large packages, but the "
-                    "data stays in it, and a kill or power cut in the middle leaves no package");
-  command->footer(
+  command.option("PACKAGE", options->package, "A package").required();
+  command.option("NAME", options->names, "Entries; with a final / a folder and all in it")
+      .required();
+  command.flag("--in-place", options->inPlace,
+               "Write a new directory into the file itself: quick for large packages, but the "
+               "data stays in it, and a kill or power cut in the middle leaves no package");
+  command.footer(
       "Examples:\n"
       "  qcfpkg remove notes.pkg letter.txt\n"
       "  qcfpkg remove notes.pkg pictures/");
-  command->callback([&tool, options] { run(tool, *options); });
+  command.run([&tool, options] { run(tool, *options); });
 }

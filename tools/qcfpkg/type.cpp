@@ -1,4 +1,3 @@
-#include <CLI/CLI.hpp>
 #include <fmt/format.h>
 
 #include "Findings.h"
@@ -44,18 +43,17 @@ void set(const Tool& tool, const Options& options) {
 
 }  // namespace
 
-void addType(CLI::App& app, Tool& tool) {
-  auto* const command = app.add_subcommand("type", "The type of a package: print or set it");
+void addType(tools::Command& program, Tool& tool) {
+  tools::Command command = program.command("type", "The type of a package: print or set it");
   auto options = std::make_shared<Options>();
-  command->add_option("PACKAGE", options->package, "A package")->required();
-  command->add_option("TYPE", options->type, "The new type, as application/x-notes");
-  command->footer(
+  command.option("PACKAGE", options->package, "A package").required();
+  const tools::Option type =
+      command.option("TYPE", options->type, "The new type, as application/x-notes");
+  command.footer(
       "Setting the type also puts a missing, misplaced or compressed type entry right.\n"
       "\n"
       "Examples:\n"
       "  qcfpkg type notes.pkg\n"
       "  qcfpkg type notes.pkg application/x-notes");
-  command->callback([&tool, options, command] {
-    command->count("TYPE") == 0 ? print(*options) : set(tool, *options);
-  });
+  command.run([&tool, options, type] { type.given() ? set(tool, *options) : print(*options); });
 }

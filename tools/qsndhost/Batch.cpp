@@ -5,7 +5,6 @@
 #include <filesystem>
 #include <map>
 
-#include <CLI/CLI.hpp>
 #include <fmt/format.h>
 
 #include "Words.h"
@@ -103,19 +102,18 @@ nlohmann::json forEachDocument(Host& host, const std::vector<std::string>& files
   return results;
 }
 
-void addOutputs(CLI::App& command, Outputs& outputs, const OutputWords& words) {
+void addOutputs(tools::Command& command, Outputs& outputs, const OutputWords& words) {
   command
-      .add_option("FILE", outputs.arguments,
-                  fmt::format("A sound document, then {}, the file to write (- is standard "
-                              "output); with --folder, any number of documents",
-                              words.out))
-      ->required()
-      ->type_name(words.out);
+      .option("FILE", outputs.arguments,
+              fmt::format("A sound document, then {}, the file to write (- is standard "
+                          "output); with --folder, any number of documents",
+                          words.out))
+      .required()
+      .typeName(words.out);
   command
-      .add_option("-d,--folder", outputs.folder,
-                  "Write an output for each document to this folder, which is made where missing")
-      ->check(tools::folderFault)
-      ->type_name("FOLDER");
+      .option("-d,--folder", outputs.folder,
+              "Write an output for each document to this folder, which is made where missing")
+      .folder();
 }
 
 std::vector<Task> tasksOf(const Outputs& outputs, const OutputWords& words,

@@ -41,7 +41,7 @@ struct OutputWords {
 };
 
 // Adds the documents, the output and --folder.
-void addOutputs(CLI::App& command, Outputs& outputs, const OutputWords& words);
+void addOutputs(tools::Command& command, Outputs& outputs, const OutputWords& words);
 
 // Raises tools::Failure where an output is missing, the document itself, or the output of another
 // document too. Outputs in a folder have the document's name and the ending `extension`; the folder

@@ -34,8 +34,8 @@ std::filesystem::path bundleOf(const Host& host) {
 std::vector<hostkit::Format> Host::formats() {
   const auto bundle = bundleOf(*this);
   try {
-    return isolate ? hostkit::isolatedFormats(bundle, std::chrono::seconds(timeout))
-                   : hostkit::Bundle(bundle).formats();
+    return inProcess ? hostkit::Bundle(bundle).formats()
+                     : hostkit::isolatedFormats(bundle, std::chrono::seconds(timeout));
   } catch (const hostkit::BundleError& error) {
     failToLoad(bundle, error);
   } catch (const hostkit::Error& error) {
@@ -47,7 +47,7 @@ std::vector<hostkit::Format> Host::formats() {
 std::unique_ptr<hostkit::AudioSource> Host::open(const std::string& path) {
   const auto bundle = bundleOf(*this);
   try {
-    if (isolate) {
+    if (!inProcess) {
       return std::make_unique<hostkit::IsolatedDocument>(bundle, path,
                                                          std::chrono::seconds(timeout));
     }

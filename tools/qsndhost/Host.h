@@ -13,7 +13,7 @@
 // What the commands of this program share.
 struct Host : tools::Session {
   std::string bundlePath;  // as given; empty to look for it
-  bool isolate = true;     // import each document in a process of its own
+  bool inProcess = false;  // import here, not each document in a process of its own
   int timeout = 60;        // seconds for one answer of the importer; 0 for any time
 
   // What the importer offers. Raises tools::Failure.
@@ -36,8 +36,8 @@ public:
 void telling(const std::string& verb, const std::string& file, const std::function<void()>& work);
 
 // Each adds its command to the program.
-void addExport(CLI::App& app, Host& host);
-void addFormats(CLI::App& app, Host& host);
-void addInfo(CLI::App& app, Host& host);
-void addMake(CLI::App& app, Host& host);
-void addWaveform(CLI::App& app, Host& host);
+void addExport(tools::Command& program, Host& host);
+void addFormats(tools::Command& program, Host& host);
+void addInfo(tools::Command& program, Host& host);
+void addMake(tools::Command& program, Host& host);
+void addWaveform(tools::Command& program, Host& host);

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 
-#include <CLI/CLI.hpp>
 #include <fmt/format.h>
 
 #include "CacheFolder.h"
@@ -28,14 +27,14 @@ void readBlock(hostkit::AudioSource& source, const std::string& document, std::i
 
 }  // namespace
 
-void addStretchOptions(CLI::App& command, Stretch& stretch) {
+void addStretchOptions(tools::Command& command, Stretch& stretch) {
   constexpr auto kMost = std::numeric_limits<std::int64_t>::max();
-  command.add_option("--start", stretch.start, "The first frame, from 0")
-      ->check(CLI::Range(std::int64_t{0}, kMost).description(""))
-      ->type_name("FRAME");
-  command.add_option("--frames", stretch.frames, "How many frames; all that follow by default")
-      ->check(CLI::Range(std::int64_t{0}, kMost).description(""))
-      ->type_name("COUNT");
+  command.option("--start", stretch.start, "The first frame, from 0")
+      .range(0, kMost)
+      .typeName("FRAME");
+  command.option("--frames", stretch.frames, "How many frames; all that follow by default")
+      .range(0, kMost)
+      .typeName("COUNT");
 }
 
 // The importer finds a frame by its byte offset in 31 bits; what lies behind that would come out

@@ -8,10 +8,7 @@
 #include <vector>
 
 #include "HostKit/AudioSource.h"
-
-namespace CLI {
-class App;
-}
+#include "common/Command.h"
 
 // A part of a document's audio, in frames.
 struct Stretch {
@@ -20,7 +17,7 @@ struct Stretch {
 };
 
 // Adds --start and --frames, which set `stretch`.
-void addStretchOptions(CLI::App& command, Stretch& stretch);
+void addStretchOptions(tools::Command& command, Stretch& stretch);
 
 // The part of `wanted` that the document has. Raises tools::Failure when it begins behind the end,
 // and when not all of it can be read through the importer. `verb` and `file` are for its words.

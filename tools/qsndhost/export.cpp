@@ -1,6 +1,5 @@
 #include <cmath>
 
-#include <CLI/CLI.hpp>
 #include <fmt/format.h>
 
 #include "Batch.h"
@@ -24,7 +23,8 @@ WaveFormat formatNamed(const std::string& name) {
   if (name == "float") return WaveFormat::Float;
   if (name == "24") return WaveFormat::Int24;
   if (name == "16") return WaveFormat::Int16;
-  throw CLI::ValidationError("--format", "must be float, 24 or 16");
+  throw tools::Failure("--format: must be float, 24 or 16; see qsndhost export --help",
+                       tools::ExitUsage);
 }
 
 int wholeRate(const std::string& file, const hostkit::AudioInfo& info) {
@@ -74,22 +74,22 @@ void run(Host& host, const Options& options) {
 
 }  // namespace
 
-void addExport(CLI::App& app, Host& host) {
-  auto* const command = app.add_subcommand("export", "The audio of documents as WAV files");
+void addExport(tools::Command& program, Host& host) {
+  tools::Command command = program.command("export", "The audio of documents as WAV files");
   auto options = std::make_shared<Options>();
-  addOutputs(*command, options->outputs, kWords);
+  addOutputs(command, options->outputs, kWords);
   command
-      ->add_option_function<std::string>(
+      .option(
           "--format", [options](const std::string& name) { options->format = formatNamed(name); },
           "Samples: float (the default), 24 or 16")
-      ->type_name("FORMAT");
-  addStretchOptions(*command, options->stretch);
-  command->add_flag("--json", options->asJSON, "Tell what was written as JSON, an array");
-  command->footer(
+      .typeName("FORMAT");
+  addStretchOptions(command, options->stretch);
+  command.flag("--json", options->asJSON, "Tell what was written as JSON, an array");
+  command.footer(
       "Examples:\n"
       "  qsndhost export song.qsnd song.wav\n"
       "  qsndhost export song.qsnd start.wav --frames 48000 --format 24\n"
       "  qsndhost export --folder waves *.qsnd\n"
       "  qsndhost export song.qsnd - | sox - song.flac");
-  command->callback([&host, options] { run(host, *options); });
+  command.run([&host, options] { run(host, *options); });
 }

@@ -1,6 +1,5 @@
 #include <cstdio>
 
-#include <CLI/CLI.hpp>
 #include <fmt/format.h>
 
 #include "Batch.h"
@@ -28,15 +27,15 @@ void printText(const std::vector<hostkit::Format>& formats) {
 
 }  // namespace
 
-void addFormats(CLI::App& app, Host& host) {
-  auto* const command = app.add_subcommand("formats", "What the importer offers");
+void addFormats(tools::Command& program, Host& host) {
+  tools::Command command = program.command("formats", "What the importer offers");
   auto asJSON = std::make_shared<bool>(false);
-  command->add_flag("--json", *asJSON, "As JSON, an array");
-  command->footer(
+  command.flag("--json", *asJSON, "As JSON, an array");
+  command.footer(
       "Examples:\n"
       "  qsndhost formats\n"
       "  qsndhost formats --json");
-  command->callback([&host, asJSON] {
+  command.run([&host, asJSON] {
     const auto formats = host.formats();
     *asJSON ? printJSON(describeJSON(formats)) : printText(formats);
   });

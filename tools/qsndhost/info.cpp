@@ -1,6 +1,5 @@
 #include <cstdio>
 
-#include <CLI/CLI.hpp>
 #include <fmt/format.h>
 
 #include "Batch.h"
@@ -43,15 +42,15 @@ void run(Host& host, const Options& options) {
 
 }  // namespace
 
-void addInfo(CLI::App& app, Host& host) {
-  auto* const command =
-      app.add_subcommand("info", "Channels, rate, sample format, frames and duration of documents");
+void addInfo(tools::Command& program, Host& host) {
+  tools::Command command =
+      program.command("info", "Channels, rate, sample format, frames and duration of documents");
   auto options = std::make_shared<Options>();
-  command->add_option("FILE", options->files, "Sound documents")->required();
-  command->add_flag("--json", options->asJSON, "As JSON, an array");
-  command->footer(
+  command.option("FILE", options->files, "Sound documents").required();
+  command.flag("--json", options->asJSON, "As JSON, an array");
+  command.footer(
       "Examples:\n"
       "  qsndhost info song.qsnd\n"
       "  qsndhost info --json *.qsnd");
-  command->callback([&host, options] { run(host, *options); });
+  command.run([&host, options] { run(host, *options); });
 }

@@ -1,6 +1,5 @@
 #include <filesystem>
 
-#include <CLI/CLI.hpp>
 #include <fmt/format.h>
 
 #include "package/QCFPackage.h"
@@ -93,19 +92,18 @@ void run(Host& host, const Options& options) {
 
 }  // namespace
 
-void addMake(CLI::App& app, Host& host) {
-  auto* const command = app.add_subcommand("make", "A sound document from a WAV file");
+void addMake(tools::Command& program, Host& host) {
+  tools::Command command = program.command("make", "A sound document from a WAV file");
   auto options = std::make_shared<Options>();
-  command->add_option("IN.wav", options->input, "8, 16 or 24-bit integers, or 32-bit floats")
-      ->required();
-  command->add_option("OUT.qsnd", options->output, "The document to write; - is standard output")
-      ->required();
-  command->add_flag("--deflate", options->deflate, "Compress the audio; stored by default");
-  command->add_option("--type", options->type, "The document's type, application/x-qsnd by default")
-      ->type_name("TYPE");
-  command->footer(
+  command.option("IN.wav", options->input, "8, 16 or 24-bit integers, or 32-bit floats").required();
+  command.option("OUT.qsnd", options->output, "The document to write; - is standard output")
+      .required();
+  command.flag("--deflate", options->deflate, "Compress the audio; stored by default");
+  command.option("--type", options->type, "The document's type, application/x-qsnd by default")
+      .typeName("TYPE");
+  command.footer(
       "Examples:\n"
       "  qsndhost make song.wav new.qsnd\n"
       "  qsndhost make song.wav small.qsnd --deflate --type application/x-song");
-  command->callback([&host, options] { run(host, *options); });
+  command.run([&host, options] { run(host, *options); });
 }

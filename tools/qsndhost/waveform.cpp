@@ -1,7 +1,7 @@
+#include <cctype>
 #include <cmath>
 #include <filesystem>
 
-#include <CLI/CLI.hpp>
 #include <fmt/format.h>
 
 #include "Batch.h"
@@ -163,40 +163,40 @@ void run(Host& host, const Options& options) {
 
 }  // namespace
 
-void addWaveform(CLI::App& app, Host& host) {
-  auto* const command =
-      app.add_subcommand("waveform", "Pictures of documents: a lane a channel, peak and RMS");
+void addWaveform(tools::Command& program, Host& host) {
+  tools::Command command =
+      program.command("waveform", "Pictures of documents: a lane a channel, peak and RMS");
   auto options = std::make_shared<Options>();
-  addOutputs(*command, options->outputs, kWords);
-  command->add_option("--as", options->kind, "png or svg, whatever the output's name; png for -")
-      ->check(CLI::IsMember({"png", "svg"}).description(""))
-      ->type_name("KIND");
+  addOutputs(command, options->outputs, kWords);
+  command.option("--as", options->kind, "png or svg, whatever the output's name; png for -")
+      .oneOf({"png", "svg"})
+      .typeName("KIND");
   command
-      ->add_option_function<std::string>(
+      .option(
           "--theme",
           [options](const std::string& name) {
             options->theme = name == "dark" ? Theme::Dark : Theme::Light;
           },
           "light (the default) or dark")
-      ->check(CLI::IsMember({"light", "dark"}).description(""))
-      ->type_name("THEME");
-  command->add_option("--width", options->width, "Pixels with the margins, 1200 by default")
-      ->check(CLI::Range(16, 32767).description(""))
-      ->type_name("PIXELS");
-  command->add_option("--height", options->height, "Pixels; by default what suits the channels")
-      ->check(CLI::Range(16, 32767).description(""))
-      ->type_name("PIXELS");
-  addStretchOptions(*command, options->stretch);
-  command->add_flag(
+      .oneOf({"light", "dark"})
+      .typeName("THEME");
+  command.option("--width", options->width, "Pixels with the margins, 1200 by default")
+      .range(16, 32767)
+      .typeName("PIXELS");
+  command.option("--height", options->height, "Pixels; by default what suits the channels")
+      .range(16, 32767)
+      .typeName("PIXELS");
+  addStretchOptions(command, options->stretch);
+  command.flag(
       "--json", options->asJSON,
       "Minimum, maximum and RMS of each column inside the margins as JSON, an array; OUT may be "
       "left out");
-  command->footer(
+  command.footer(
       "Examples:\n"
       "  qsndhost waveform song.qsnd song.png\n"
       "  qsndhost waveform song.qsnd start.svg --frames 48000 --theme dark\n"
       "  qsndhost waveform --folder pictures --width 800 *.qsnd\n"
       "  qsndhost waveform song.qsnd --json --width 400\n"
       "  qsndhost waveform song.qsnd - >song.png");
-  command->callback([&host, options] { run(host, *options); });
+  command.run([&host, options] { run(host, *options); });
 }

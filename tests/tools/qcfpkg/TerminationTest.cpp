@@ -36,7 +36,7 @@ int runNeedy() {
   char name[] = "program";
   char* arguments[] = {name, nullptr};
   return tools::runProgram(
-      session, [](CLI::App&) { const Needy<Exception> needy; }, 1, arguments);
+      session, [](tools::Command&) { const Needy<Exception> needy; }, 1, arguments);
 }
 
 TEST(TerminationDeathTest, MemoryThatADestructorLacksIsToldInOneLineAndNoScratchFileIsLeft) {
