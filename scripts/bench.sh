@@ -11,6 +11,7 @@
 # came of it.
 set -euo pipefail
 . "$(dirname "$0")/help.sh"
+. "$(dirname "$0")/scratch.sh"
 cd "$(dirname "$0")/.."
 
 fail() {
@@ -49,19 +50,8 @@ if [[ -z $build ]]; then
   cmake --build --preset release --target import_benchmark package_benchmark scaling_benchmark
 fi
 
-# A disk would decide what the programs are here to show: where memory allows it, files live there.
-free_kib() {
-  awk '/^MemAvailable/ { print $2 }' /proc/meminfo
-}
-if [[ -z ${TMPDIR-} && -d /dev/shm && -w /dev/shm && $(free_kib) -gt $((12 * 1024 * 1024)) ]]; then
-  export TMPDIR=/dev/shm
-fi
-# A folder of this run's own, so that nothing of some gigabytes outlives it, however it ends.
-work=$(mktemp -d)
-trap 'rm -rf "$work"' EXIT
-trap 'exit 130' INT
-trap 'exit 143' TERM
-export TMPDIR=$work XDG_CACHE_HOME=$work
+use_scratch 12
+export XDG_CACHE_HOME=$scratch
 
 results=build/bench
 mkdir -p "$results"

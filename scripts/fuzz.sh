@@ -10,6 +10,7 @@
 # its own size (fuzz/Fuzzer.cpp).
 set -euo pipefail
 . "$(dirname "$0")/help.sh"
+. "$(dirname "$0")/scratch.sh"
 cd "$(dirname "$0")/.."
 
 all=(documents packages updates properties paths hex tool)
@@ -28,10 +29,9 @@ cmake --build --preset fuzz --parallel "$(nproc)" --target fuzzers >build/fuzz-b
 python3 fuzz/make_seeds.py build/fuzz/corpus
 mkdir -p build/fuzz/findings
 
-# Targets that work on files do so in memory, and away from the user's cache.
-scratch=$(mktemp -d -p /dev/shm 2>/dev/null || mktemp -d)
-trap 'rm -rf "$scratch"' EXIT
-export TMPDIR=$scratch XDG_CACHE_HOME=$scratch
+# Targets that work on files do so away from the user's cache.
+use_scratch 4
+export XDG_CACHE_HOME=$scratch
 
 # of LOG NAME: the last of libFuzzer's numbers of that name
 of() { sed -n "s/^stat::$2: *//p" "$1" | tail -n 1; }

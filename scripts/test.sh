@@ -6,6 +6,7 @@
 #   test.sh [PRESET] -- ARGUMENT...  ARGUMENTs go to ctest, such as -R CentralDirectory
 set -euo pipefail
 . "$(dirname "$0")/help.sh"
+. "$(dirname "$0")/scratch.sh"
 cd "$(dirname "$0")/.."
 
 preset=debug
@@ -32,5 +33,7 @@ bash scripts/setup.sh "${needs[@]}"
 jobs=$(nproc)
 cmake --preset "$preset"
 cmake --build --preset "$preset" --parallel "$jobs"
+# Packages beyond 4 GB belong on a disk.
+[[ -n ${QCF_LONG_TESTS-} ]] || use_scratch 4
 # Many a test waits, for a clock or for another program.
 ctest --preset "$preset" --parallel "$((jobs + 1))" "$@"

@@ -9,6 +9,7 @@
 #   FUZZ_MINUTES=5 verify.sh fuzz    a shorter one
 set -euo pipefail
 . "$(dirname "$0")/help.sh"
+. "$(dirname "$0")/scratch.sh"
 cd "$(dirname "$0")/.."
 
 logs=build/verify
@@ -23,7 +24,7 @@ build() {
 }
 
 # All suites with everything that they leave out otherwise: packages beyond 4 GB.
-run_tests() { QCF_LONG_TESTS=1 bash scripts/test.sh debug; }
+run_tests() { env -u TMPDIR QCF_LONG_TESTS=1 bash scripts/test.sh debug; }
 run_walk() {
   build debug random_walk
   QCF_WALK_SEQUENCES=100000 $bin/walk/random_walk
@@ -83,6 +84,7 @@ if [[ ${1:-} == --docs ]]; then
 fi
 [[ $# -gt 0 ]] && steps=("$@")
 mkdir -p "$logs"
+use_scratch 4
 for step in "${steps[@]}"; do
   declare -F "run_$step" >/dev/null || { printf 'verify.sh: no such step: %s\n' "$step" >&2; exit 2; }
 done

@@ -1,0 +1,20 @@
+# Sourced by the scripts that make many files.
+#
+# use_scratch GIB: a folder of this run's own becomes TMPDIR and `scratch`, and is gone when the run ends, however it ends.
+# It lies in memory, unless TMPDIR says something else: a disk would decide how long everything takes.
+use_scratch() {
+  [[ -n ${TMPDIR-} ]] || ! memory_has "$1" || export TMPDIR=/dev/shm
+  scratch=$(mktemp -d)
+  trap 'rm -rf "$scratch"' EXIT
+  trap 'exit 130' INT
+  trap 'exit 143' TERM
+  export TMPDIR=$scratch
+}
+
+# Whether there is a file system in memory that has so many GIB free, and runs programs.
+memory_has() {
+  local enough=$(($1 * 1024 * 1024))
+  [[ -w /dev/shm && $(awk '/^MemAvailable/ { print $2 }' /proc/meminfo) -gt $enough &&
+    $(df --output=avail -k /dev/shm | tail -n 1) -gt $enough ]] &&
+    ! grep -q ' /dev/shm [^ ]* [^ ]*noexec' /proc/mounts
+}
