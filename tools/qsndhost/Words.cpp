@@ -55,8 +55,9 @@ std::string durationText(const hostkit::AudioInfo& info) {
 
 std::string shortDurationText(const hostkit::AudioInfo& info) {
   const double seconds = secondsOf(info);
-  const std::string text = durationText(info);
-  if (!(info.sampleRate > 0) || seconds >= 3600) return text;
+  std::string text = durationText(info);
+  const bool isBelowAnHour = text.rfind("0:", 0) == 0;  // as it was rounded
+  if (!isBelowAnHour) return text;
   if (seconds < 0.9995) return fmt::format("{:.4g} ms", seconds * 1000);
   const std::string withoutHours = text.substr(2);
   return withoutHours.front() == '0' ? withoutHours.substr(1) : withoutHours;
