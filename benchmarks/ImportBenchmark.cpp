@@ -65,7 +65,12 @@ for suffix, method in ('.stored.qsnd', zipfile.ZIP_STORED), ('.deflated.qsnd', z
 turns::Contender stdioAlone(const std::string& path, const Pattern& pattern,
                             std::size_t frameBytes) {
   constexpr std::int64_t kOddStart = 61;  // the importer's stream sits on odd offsets too
-  const auto blocks = std::make_shared<StdioBlocks>(path, kOddStart, frameBytes);
+  const auto file = std::make_shared<StdioFile>(path);
+  const auto blocks = std::make_shared<Blocks>(
+      [=](std::int64_t offset, char* bytes, std::size_t size) {
+        return file->read(kOddStart + offset, bytes, size);
+      },
+      frameBytes);
   return {"stdio alone", [=] {
             for (const std::int64_t position : pattern.positions) {
               for (std::int64_t at = position; at < position + pattern.frames;) {
@@ -110,7 +115,9 @@ void addStoredRows(const Format& format, const Files& files) {
                 [=] {
                   auto all = contenders({{"importer", openBundle(files.stored)},
                                          {"libsndfile", openSndfile(files.wave)},
-                                         {"libav", openLibav(files.wave)}},
+                                         {"libav", openLibav(files.wave)},
+                                         {"stdio and conversion",
+                                          openStdio(files.stored, format.bits, format.channels)}},
                                         frontToBack(frames), format.channels);
                   all.push_back(stdioAlone(files.stored, frontToBack(frames), frameBytes));
                   return all;

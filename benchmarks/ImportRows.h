@@ -15,7 +15,7 @@
 // import takes through them, and contenders that go these ways and agree on what they find.
 
 constexpr std::int64_t kFrames = 48000 * 40;  // in each file
-constexpr std::size_t kBlock = StdioBlocks::kBlock;
+constexpr std::size_t kBlock = Blocks::kBlock;
 
 struct Files {
   std::string wave;

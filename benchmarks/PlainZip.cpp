@@ -1,8 +1,11 @@
 #include "PlainZip.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <cstdio>
+#include <cstdlib>
 #include <ctime>
+#include <filesystem>
 #include <map>
 #include <memory>
 #include <string>
@@ -13,6 +16,7 @@
 #include <vector>
 
 #include <sys/types.h>
+#include <unistd.h>
 #include <zlib.h>
 
 namespace {
@@ -170,6 +174,15 @@ private:
   Bytef fOut[kPiece];
 };
 
+// Of the user's cache; the benchmark sets it.
+std::string temporaryFolder() {
+  const std::filesystem::path cache(std::getenv("XDG_CACHE_HOME"));
+  require(std::filesystem::is_directory(cache), "no folder for temporary files");
+  const std::filesystem::path folder = cache / "TemporaryItems";
+  if (!std::filesystem::is_directory(folder)) std::filesystem::create_directory(folder);
+  return folder.string() + "/";
+}
+
 void writeDirectory(std::FILE* file, const Records& records) {
   EndRecord end;
   end.directoryOffset = static_cast<std::uint32_t>(ftello(file));
@@ -240,16 +253,23 @@ void appendPlainZip(const std::string& path, const std::string& name) {
     byName.emplace(record->name, record.get());
   require(byName.count(name) == 0, "the name is taken");
 
-  const std::string spool = path + ".spool";
-  write(openFile(spool, "wb").get(), content(1), 1024);
+  const std::string spool = temporaryFolder() + name;
+  write(openFile(spool, "w+bx").get(), content(1), 1024);
 
   Records records = copiesOf(old);
+  require(ftruncate(fileno(file.get()), ftello(file.get())) == 0, "cannot cut off the directory");
   Entry entry(file.get(), name, true);
   {
-    const File data = openFile(spool, "rb");
-    char piece[kPiece];
-    while (const std::size_t count = std::fread(piece, 1, sizeof piece, data.get()))
+    const File data = openFile(spool, "r+b");
+    fseeko(data.get(), 0, SEEK_END);
+    off_t left = ftello(data.get());
+    fseeko(data.get(), 0, SEEK_SET);
+    for (char piece[kPiece]; left > 0;) {
+      const auto count = static_cast<std::size_t>(std::min<off_t>(left, kPiece));
+      read(data.get(), piece, count);
       entry.add(piece, count);
+      left -= static_cast<off_t>(count);
+    }
   }
   std::remove(spool.c_str());
   records.push_back(entry.finish());

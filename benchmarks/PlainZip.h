@@ -7,9 +7,10 @@
 // Prototypes of creating and appending on zlib and stdio, written plainly and with nothing of the
 // library in them, under the same terms: local time, the memory level of its deflate, a state for
 // each entry, blocks of 4,096 bytes, and sizes and checksum that come into the header behind the
-// data. An append has a temporary file for the new data, a directory read record by record into
-// objects, their names in a map, and a new directory of copies, each with the time that goes by its
-// name. No Zip64. Raise std::runtime_error when a file cannot be opened.
+// data. An append has a temporary file for the new data in a folder that it looks for, a directory
+// read record by record into objects, their names in a map, an old directory that is cut off first,
+// and a new one of copies, each with the time that goes by its name. No Zip64. Raise
+// std::runtime_error when a file cannot be opened.
 
 inline constexpr const char* kPlainZip = "zlib and stdio";
 

@@ -1,12 +1,15 @@
 // What an import costs when nothing but the layout of the file and the size of the block is
-// settled: the block through stdio, and the conversion of what was asked for, written plainly.
+// settled: the block through a std::istream on stdio, sought from the first frame, and the
+// conversion of what was asked for, written plainly.
 
 #include <algorithm>
 #include <cstdint>
 #include <cstring>
 #include <fstream>
+#include <istream>
 #include <memory>
 #include <stdexcept>
+#include <streambuf>
 #include <string>
 
 #include "AudioSources.h"
@@ -82,10 +85,37 @@ std::int64_t audioStart(const std::string& path) {
   return static_cast<std::int64_t>(bytes.find("data", wave) + 8);
 }
 
+// Seeks when it reads.
+class StdioBuffer : public std::streambuf {
+public:
+  explicit StdioBuffer(const std::string& path) : fFile(path) {}
+
+protected:
+  pos_type seekoff(off_type offset, std::ios::seekdir from, std::ios::openmode) override {
+    return fPosition = from == std::ios::cur ? fPosition + offset : offset;
+  }
+  pos_type seekpos(pos_type position, std::ios::openmode) override { return fPosition = position; }
+  std::streamsize xsgetn(char* bytes, std::streamsize size) override {
+    const auto count =
+        static_cast<off_type>(fFile.read(fPosition, bytes, static_cast<std::size_t>(size)));
+    fPosition += count;
+    return count;
+  }
+
+private:
+  StdioFile fFile;
+  off_type fPosition = 0;
+};
+
 class StdioSource : public AudioSource {
 public:
   StdioSource(const std::string& path, int bits, std::size_t channels)
-      : fBlocks(path, audioStart(path), channels * static_cast<std::size_t>(bits / 8)),
+      : fBuffer(path),
+        fStream(&fBuffer),
+        fStart(audioStart(path)),
+        fBlocks([this](std::int64_t offset, char* bytes,
+                       std::size_t size) { return readAt(offset, bytes, size); },
+                channels * static_cast<std::size_t>(bits / 8)),
         fConvert(converterOf(bits, channels)) {}
 
   void read(std::int64_t position, std::uint32_t frames, float* const* buffers) override {
@@ -99,7 +129,18 @@ public:
   }
 
 private:
-  StdioBlocks fBlocks;
+  std::size_t readAt(std::int64_t offset, char* bytes, std::size_t size) {
+    if (fStream.eof()) fStream.clear();
+    fStream.seekg(fStart);
+    if (offset != 0) fStream.seekg(offset, std::ios::cur);
+    fStream.read(bytes, static_cast<std::streamsize>(size));
+    return static_cast<std::size_t>(fStream.gcount());
+  }
+
+  StdioBuffer fBuffer;
+  std::istream fStream;
+  std::int64_t fStart;
+  Blocks fBlocks;
   Convert fConvert;
 };
 

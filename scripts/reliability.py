@@ -58,7 +58,7 @@ def line(pattern, words):
 # What each step's log has to tell.
 COUNTS = {
     "tests": [ctest],
-    "walk": [line(r"^(.*\bsequences\b.*)$", "{}"), gtest],
+    "walk": [line(r"^random sequences: (\d+), of (\d+) operations", "{} random sequences of {} operations"), gtest],
     "mutations": [total(r"^mutated documents: (\d+)", "mutated documents"),
                   total(r"^mutated packages: (\d+)", "mutated packages"),
                   total(r"^damaged variants of .*: (\d+)", "damaged variants of packages by other programs"), gtest],

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <iostream>
 
 #include <gtest/gtest.h>
 
@@ -386,13 +387,16 @@ TEST(RandomWalk, EveryStepLeavesWhatTheModelSays) {
   const std::string path = directory.path().string();
   const unsigned first = numberFrom("QCF_WALK_SEED", 1);
   const unsigned count = numberFrom("QCF_WALK_SEQUENCES", 2000);
+  std::size_t operations = 0;
   for (unsigned seed = first; seed < first + count; ++seed) {
     const Sequence sequence = randomSequence(seed);
+    operations += sequence.size();
     const std::string difference = Walk(path).run(sequence);
     if (difference.empty()) continue;
     const Sequence shortest = shrunk(sequence, path);
     FAIL() << "seed " << seed << ": " << Walk(path).run(shortest) << toText(shortest);
   }
+  std::cout << "random sequences: " << count << ", of " << operations << " operations\n";
 }
 
 }  // namespace
