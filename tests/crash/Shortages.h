@@ -34,6 +34,7 @@ public:
   support::Finished runWithout(const std::string& point) const {
     support::Command command = fCommand;
     command.environment.emplace_back("QCF_SHORTAGE", point);
+    command.seconds = 20;
     return support::run(command);
   }
 
