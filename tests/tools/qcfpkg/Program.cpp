@@ -5,6 +5,8 @@
 
 #include <unistd.h>
 
+#include "tools/NamesIn.h"
+
 namespace {
 
 std::string unhex(const std::string& text) {
@@ -128,9 +130,5 @@ Qcfpkg::Contents Qcfpkg::everything() const {
 }
 
 std::vector<std::string> Qcfpkg::files() const {
-  std::vector<std::string> names;
-  for (const auto& item : std::filesystem::directory_iterator(folder.path()))
-    names.push_back(item.path().filename().string());
-  std::sort(names.begin(), names.end());
-  return names;
+  return namesIn(folder.path());
 }

@@ -1,7 +1,8 @@
 #include "Program.h"
 
-#include <algorithm>
 #include <stdexcept>
+
+#include "tools/NamesIn.h"
 
 Sound readSound(const std::filesystem::path& path) {
   Sound sound;
@@ -40,11 +41,7 @@ std::string Qsndhost::makeDocument(const std::string& name, std::uint16_t bits,
 }
 
 std::vector<std::string> Qsndhost::files() const {
-  std::vector<std::string> names;
-  for (const auto& item : std::filesystem::directory_iterator(folder.path()))
-    names.push_back(item.path().filename().string());
-  std::sort(names.begin(), names.end());
-  return names;
+  return namesIn(folder.path());
 }
 
 void expectFailure(const support::Finished& finished, int status, const std::string& line) {
