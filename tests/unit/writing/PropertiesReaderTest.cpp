@@ -248,6 +248,13 @@ TEST_F(PropertiesReader, AnUnknownPropertyOfThePackageItselfIsSkipped) {
   EXPECT_FALSE(refused());
 }
 
+TEST_F(PropertiesReader, ADocumentThatWasRefusedGoesWithTheNextSave) {
+  const Package package = tell({"<entries"});
+  EXPECT_EQ(value(package), "");
+  package->saveAs("new.pkg", kIn | kOut | kTrunc);
+  EXPECT_EQ(package->entryExists(kDocument), pkg::PkgEntryNone);
+}
+
 // The map goes back as a whole to what it was when the document began, ZIP properties included.
 TEST_F(PropertiesReader, ARefusedDocumentLeavesZipPropertiesAlone) {
   const Package package = tell({"<entries"});

@@ -163,12 +163,12 @@ TEST(BasePkgFSFile, ASeekToTheEndThatWasMetSeesWhatOthersHaveAddedSince) {
 
 TEST(BasePkgFSFile, AnyMixOfSeeksReadsAndWritesFindsAndLeavesTheRightBytes) {
   const TempDir folder;
-  std::string model(50000, 'x');
+  std::string model(100000, 'x');
   const File file = open(folder.write("file", model), kIn | kOut);
   std::mt19937 numbers(1);
   std::size_t at = 0;
   for (int i = 0; i < 20000; ++i) {
-    const std::size_t count = numbers() % 8 == 0 ? numbers() % 9000 : numbers() % 40;
+    const std::size_t count = numbers() % 8 == 0 ? numbers() % 40000 : numbers() % 40;
     const std::size_t far = numbers() % 3 == 0 ? 0 : numbers() % 40000;
     switch (at > 40000 ? 1 : numbers() % 4) {
       case 0:

@@ -65,6 +65,7 @@ private:
   // The stream; raises 50 once the file is closed.
   std::FILE* stream() const;
   bool mayHold(long long distance) const;
+  void emptyBuffer();
   void turnTo(Transfer next);
 
   IPkgFileSystem<Context>* fFileSystem;  // not owned
@@ -74,6 +75,7 @@ private:
   bool fIsOpen = true;
   Transfer fLast = Transfer::None;  // since the stream was positioned
   bool fSeekSpared = false;         // the last seek was to where the stream stood
+  bool fReadAhead = false;          // the C library may hold more than was asked for
 };
 
 // The system's own file system: standard I/O, and temporary files in one directory of the user,

@@ -1,12 +1,12 @@
 #pragma once
 
 #include <cstdint>
-#include <list>
 #include <map>
 #include <memory>
 #include <string_view>
 
 #include "package/detail/BasePackage.h"
+#include "package/detail/EntryList.h"
 #include "package/detail/ZipPkgDirectory.h"
 #include "package/detail/ZipPkgFile.h"
 #include "package/detail/ZpCentralDir.h"
@@ -83,7 +83,7 @@ private:
   friend class ZipPkgStreamBuf<Context>;
 
   using EntryHandle = SPRefType<IPkgEntry<Context>>;
-  using EntryList = std::list<EntryHandle>;
+  using EntryList = zip::EntryList<Context>;
   using NameView = std::basic_string_view<typename String::value_type>;
 
   // Opening.

@@ -23,18 +23,22 @@ std::FILE* BasePkgFSFile<Context>::stream() const {
 // after such a failure the stream is still there for the destructor.
 template <class Context>
 void BasePkgFSFile<Context>::close() {
-  // Only what was opened for writing: some systems fail to flush a stream that only reads.
-  const bool writes = (fMode & std::ios_base::out) != 0;
-  if (std::FILE* const open = stream(); writes && std::fflush(open) != 0) throwSystemError(errno);
-  std::FILE* const flushed = fStream;
+  std::FILE* const flushed = stream();
+  if ((fMode & std::ios_base::out) != 0) emptyBuffer();
   fStream = nullptr;
   if (std::fclose(flushed) != 0) throwSystemError(errno);
   fIsOpen = false;
 }
 
+// glibc serves a large read from what it holds, and the rest with two calls of the system: one is
+// enough when it holds nothing.
 template <class Context>
 int BasePkgFSFile<Context>::read(void* buffer, int size) {
+  constexpr int kBlock = 4096;  // of that buffer
+  constexpr int kLarge = 4 * kBlock;
   turnTo(Transfer::Read);
+  if (fReadAhead && size >= kLarge) emptyBuffer();
+  fReadAhead = fReadAhead || size % kBlock != 0;
   const std::size_t count = std::fread(buffer, 1, static_cast<std::size_t>(size), stream());
   if (count == 0 && std::ferror(fStream)) throwSystemError(errno);
   return static_cast<int>(count);
@@ -62,8 +66,7 @@ void BasePkgFSFile<Context>::seek(long long offset, int whence) {
     offset -= here;
     whence = SEEK_CUR;
   }
-  const bool empties = whence == SEEK_CUR && !mayHold(offset);
-  if (empties && std::fflush(fStream) != 0) throwSystemError(errno);
+  if (whence == SEEK_CUR && !mayHold(offset)) emptyBuffer();
   if (fseeko(fStream, static_cast<off_t>(offset), whence) != 0) throwSystemError(errno);
   fLast = Transfer::None;
 }
@@ -72,6 +75,15 @@ void BasePkgFSFile<Context>::seek(long long offset, int whence) {
 template <class Context>
 bool BasePkgFSFile<Context>::mayHold(long long distance) const {
   return fLast == Transfer::Read && distance > -BUFSIZ && distance < BUFSIZ;
+}
+
+// Writes out what was written, and forgets what was read ahead. Some systems fail at that with a
+// stream that only reads; the seek or read behind it is none the worse.
+template <class Context>
+void BasePkgFSFile<Context>::emptyBuffer() {
+  const bool writes = (fMode & std::ios_base::out) != 0;
+  if (std::fflush(stream()) != 0 && writes) throwSystemError(errno);
+  fReadAhead = false;
 }
 
 // The C library wants a seek between reading and writing: a spared one is made up for.

@@ -171,12 +171,7 @@ void ZipPackage<Context>::addNewEntry(ZipPkgEntry<Context>* entry) {
     this->fModified = true;
     entry->fModified = true;
   }
-  EntryList& list = fInUpdate ? fQueuedEntries : fChangedEntries;
-  for (const EntryHandle& listed : list) {
-    if (listed.get() == entry) return;
-  }
-  entry->addRef();
-  list.push_back(EntryHandle(entry));
+  (fInUpdate ? fQueuedEntries : fChangedEntries).add(entry);
 }
 
 template <class Context>

@@ -97,7 +97,7 @@ void ZipPackage<Context>::writeMimetypeFirst() {
     throw PackageException<>(PkgLib_Err_MissingMimetype);
   }
   first->write();
-  fChangedEntries.pop_front();
+  fChangedEntries.remove(first);
   fMimetypeFirst = false;
 }
 

@@ -197,13 +197,7 @@ void ZipPkgEntry<Context>::leavePackage() {
 
 template <class Context>
 void ZipPkgEntry<Context>::leaveQueue() {
-  if (!this->fQueued) return;
-  auto& queue = zipPackage()->fQueuedEntries;
-  for (auto node = queue.begin(); node != queue.end(); ++node) {
-    if (node->get() != this) continue;
-    queue.erase(node);
-    return;
-  }
+  if (this->fQueued) zipPackage()->fQueuedEntries.remove(this);
 }
 
 template <class Context>
