@@ -60,9 +60,9 @@ constexpr std::size_t kMostChannelsInOnePass = 1024;
 
 // Converts the first `outputs` channels of `frames` frames of `channels` interleaved stored samples
 // each, in one pass: channel c goes to buffers[c], from index `offset` on. `number` has a
-// conversion; big-endian floats are not swapped in `raw`. `channels` is 1 to
-// kMostChannelsInOnePass, `outputs` at most `channels`. Where two buffers are the same memory, the
-// later channel stays.
+// conversion, and is not that of big-endian floats: swap these, and they are little-endian ones.
+// `channels` is 1 to kMostChannelsInOnePass, `outputs` at most `channels`. Where two buffers are
+// the same memory, the later channel stays.
 void convertFrames(std::uint32_t number, const char* raw, std::size_t channels, std::size_t outputs,
                    float* const* buffers, std::size_t offset, std::size_t frames) noexcept;
 

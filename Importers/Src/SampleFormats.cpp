@@ -112,10 +112,11 @@ void convertFrames(std::uint32_t number, const char* raw, std::size_t channels, 
     return;
   }
   std::size_t done = 0;
-  if (channels >= 4 && kernels.squares[number] != nullptr)
+  if (channels >= 3 && kernels.squares[number] != nullptr)
     done = kernels.squares[number](raw, channels, outputs, buffers, offset, frames);
   // Few enough to stay in the nearest cache between conversion and their buffers.
   std::array<float, kMostChannelsInOnePass> scratch;
+  // NOLINTNEXTLINE(clang-analyzer-core.DivideZero): there is a channel at least
   const std::size_t step = scratch.size() / channels;
   for (; done < frames; done += step) {
     const std::size_t count = std::min(step, frames - done);

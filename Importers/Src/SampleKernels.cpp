@@ -107,12 +107,10 @@ const SampleKernels*& chosenKernels() noexcept {
 const SampleKernels kPortableKernels = {
     {nullptr, convertPortably<Int8>, convertPortably<UInt8>, convertPortably<Int16Little>,
      convertInt24, convertPortably<Int32Little>, copyFloats, convertPortably<Float64Little>,
-     convertPortably<Int16Big>, convertPortably<Int24Big>, convertPortably<Int32Big>,
-     convertPortably<Float32Big>},
+     convertPortably<Int16Big>, convertPortably<Int24Big>, convertPortably<Int32Big>, nullptr},
     {nullptr, stereoPortably<Int8>, stereoPortably<UInt8>, stereoPortably<Int16Little>, nullptr,
      stereoPortably<Int32Little>, stereoPortably<Float32Little>, stereoPortably<Float64Little>,
-     stereoPortably<Int16Big>, stereoPortably<Int24Big>, stereoPortably<Int32Big>,
-     stereoPortably<Float32Big>},
+     stereoPortably<Int16Big>, stereoPortably<Int24Big>, stereoPortably<Int32Big>, nullptr},
     takeApartPortably,
     {}};
 

@@ -18,15 +18,16 @@ using StereoKernel = void (*)(const char* raw, float* left, float* right, std::s
 using TakeApartKernel = void (*)(const float* source, std::size_t channels, std::size_t outputs,
                                  float* const* buffers, std::size_t offset, std::size_t frames);
 
-// Converts and takes apart as convertFrames() of SampleFormats.h does, for four channels or more.
+// Converts and takes apart as convertFrames() of SampleFormats.h does, for three channels or more.
 // Returns how many of the frames it has done; the few that it leaves are the caller's.
 using SquareKernel = std::size_t (*)(const char* raw, std::size_t channels, std::size_t outputs,
                                      float* const* buffers, std::size_t offset, std::size_t frames);
 
 struct SampleKernels {
   static constexpr std::size_t kNumbers = 11;
-  // Indexed by format number; null for numbers without a conversion. Stereo is null too where it is
-  // better to convert and then to take apart. Those of big-endian floats leave `raw` as it is.
+  // Indexed by format number; null for numbers without a conversion, and for big-endian floats,
+  // which are swapped first and are little-endian ones then. Stereo is null too where it is better
+  // to convert and then to take apart.
   std::array<ConvertKernel, kNumbers + 1> convert;
   std::array<StereoKernel, kNumbers + 1> stereo;
   TakeApartKernel takeApart;

@@ -106,13 +106,6 @@ struct Float32Little {
   QSND_INLINE static std::uint32_t word(const char* raw) { return load<std::uint32_t>(raw); }
 };
 
-struct Float32Big {
-  static constexpr std::size_t bytes = 4;
-  QSND_INLINE static std::uint32_t word(const char* raw) {
-    return swapped(load<std::uint32_t>(raw));
-  }
-};
-
 template <class Format>
 QSND_INLINE auto store(const char* raw, float* sample) -> decltype(Format::decode(raw), void()) {
   *sample = Format::decode(raw);

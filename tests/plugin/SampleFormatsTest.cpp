@@ -1,6 +1,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstring>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -174,25 +175,41 @@ TEST(SampleFormats, EveryKindAndSizeHasItsKeptAndItsReportedNumber) {
   }
 }
 
+// The source and the buffers stand `shift` samples behind the start of their memory, each buffer
+// elsewhere.
+void expectTakenApart(std::size_t channels, std::size_t outputs, std::size_t frames,
+                      std::size_t shift) {
+  // Exactly as long as what is read, so that a sanitizer sees a step beyond it.
+  std::vector<float> source(shift + channels * frames);
+  for (std::size_t i = shift; i < source.size(); ++i)
+    source[i] = static_cast<float>(i - shift);
+  const auto start = [=](std::size_t channel) { return 3 + (shift + channel * 3) % 16; };
+  std::vector<std::vector<float>> out(outputs, std::vector<float>(frames + 20, -1.0f));
+  std::vector<float*> buffers;
+  for (std::size_t c = 0; c < outputs; ++c)
+    buffers.push_back(out[c].data() + start(c) - 3);
+  deinterleave(source.data() + shift, channels, outputs, buffers.data(), 3, frames);
+  for (std::size_t c = 0; c < outputs; ++c) {
+    for (std::size_t i = 0; i < out[c].size(); ++i) {
+      const bool inside = i >= start(c) && i < start(c) + frames;
+      const float expected = inside ? static_cast<float>((i - start(c)) * channels + c) : -1.0f;
+      ASSERT_EQ(out[c][i], expected) << outputs << " of " << channels << " channels, " << frames
+                                     << " frames, channel " << c << ", " << i;
+    }
+  }
+}
+
 TEST(Deinterleave, EachChannelTakesItsOwnSampleOfEveryFrame) {
-  for (const std::size_t channels : {1u, 2u, 3u, 5u, 6u, 7u, 8u, 40u}) {
-    const std::size_t outputs = std::min<std::size_t>(channels, 6);
-    for (const std::size_t frames : {0u, 1u, 63u, 64u, 65u, 200u}) {
-      std::vector<float> source(channels * frames);
-      for (std::size_t i = 0; i < source.size(); ++i)
-        source[i] = static_cast<float>(i);
-      std::vector<std::vector<float>> out(outputs, std::vector<float>(frames + 5, -1.0f));
-      std::vector<float*> buffers;
-      for (auto& channel : out)
-        buffers.push_back(channel.data());
-      deinterleave(source.data(), channels, outputs, buffers.data(), 3, frames);
-      for (std::size_t c = 0; c < outputs; ++c) {
-        for (std::size_t i = 0; i < out[c].size(); ++i) {
-          const bool inside = i >= 3 && i < 3 + frames;
-          const float expected = inside ? static_cast<float>((i - 3) * channels + c) : -1.0f;
-          ASSERT_EQ(out[c][i], expected) << channels << " channels, channel " << c << ", " << i;
+  for (const std::size_t channels : {1u, 2u, 3u, 4u, 5u, 6u, 7u, 8u, 40u}) {
+    for (const std::size_t outputs :
+         std::set<std::size_t>{channels, std::min<std::size_t>(channels, 6)}) {
+      for (std::size_t frames = 0; frames <= 70; ++frames) {
+        for (std::size_t shift = 0; shift < 16; ++shift) {
+          expectTakenApart(channels, outputs, frames, shift);
+          if (testing::Test::HasFatalFailure()) return;
         }
       }
+      expectTakenApart(channels, outputs, 200, 0);
     }
   }
 }

@@ -131,8 +131,8 @@ QSND_AVX2 void stereo24AVX2(const char* raw, float* left, float* right, std::siz
   stereo<typename Order::Format>(raw + done * 6, left + done, right + done, frames - done);
 }
 
-// Four samples of a format that stand side by side, as floats. `spareBytes` behind them are read
-// too.
+// Four samples of a format that stand side by side, as floats, or four of one place and four of
+// another. `spareBytes` behind them are read too.
 template <class Order>
 struct Row24 {
   static constexpr std::size_t bytes = 3;
@@ -140,6 +140,10 @@ struct Row24 {
   QSND_SSSE3 static inline __m128 load(const char* raw) {
     const __m128i words = _mm_shuffle_epi8(load128(raw), load128(kInOrder<Order>));
     return _mm_mul_ps(_mm_cvtepi32_ps(words), _mm_set1_ps(kScale32));
+  }
+  QSND_AVX2 static inline __m256 load(const char* low, const char* high) {
+    const __m256i words = _mm256_shuffle_epi8(load256(low, high), twice(kInOrder<Order>));
+    return _mm256_mul_ps(_mm256_cvtepi32_ps(words), _mm256_set1_ps(kScale32));
   }
 };
 
@@ -150,6 +154,13 @@ struct Row16 {
     const __m128i values = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(raw));
     const __m128i words = _mm_srai_epi32(_mm_unpacklo_epi16(values, values), 16);
     return _mm_mul_ps(_mm_cvtepi32_ps(words), _mm_set1_ps(kScale16));
+  }
+  QSND_AVX2 static inline __m256 load(const char* low, const char* high) {
+    const __m128 half = _mm_castsi128_ps(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(low)));
+    const __m128i values =
+        _mm_castps_si128(_mm_loadh_pi(half, reinterpret_cast<const __m64*>(high)));
+    return _mm256_mul_ps(_mm256_cvtepi32_ps(_mm256_cvtepi16_epi32(values)),
+                         _mm256_set1_ps(kScale16));
   }
 };
 
@@ -162,6 +173,13 @@ struct RowUnsigned8 {
     const __m128i words = _mm_unpacklo_epi16(_mm_unpacklo_epi8(values, zero), zero);
     return _mm_mul_ps(_mm_sub_ps(_mm_cvtepi32_ps(words), _mm_set1_ps(128.0f)),
                       _mm_set1_ps(kScale8));
+  }
+  QSND_AVX2 static inline __m256 load(const char* low, const char* high) {
+    const __m128i values =
+        _mm_unpacklo_epi32(_mm_cvtsi32_si128(sampleloops::load<std::int32_t>(low)),
+                           _mm_cvtsi32_si128(sampleloops::load<std::int32_t>(high)));
+    const __m256 numbers = _mm256_cvtepi32_ps(_mm256_cvtepu8_epi32(values));
+    return _mm256_mul_ps(_mm256_sub_ps(numbers, _mm256_set1_ps(128.0f)), _mm256_set1_ps(kScale8));
   }
 };
 
@@ -185,18 +203,45 @@ QSND_SSSE3 inline void square(const char* raw, std::size_t frameBytes, std::size
     _mm_storeu_ps(buffers[channel] + index, rows[channel]);
 }
 
+// The same of eight frames: two squares side by side.
+template <class Row>
+QSND_AVX2 inline void squarePair(const char* raw, std::size_t frameBytes, std::size_t outputs,
+                                 float* const* buffers, std::size_t index) {
+  __m256 rows[4];
+  for (std::size_t frame = 0; frame < 4; ++frame)
+    rows[frame] = Row::load(raw + frame * frameBytes, raw + (frame + 4) * frameBytes);
+  const __m256 lowA = _mm256_unpacklo_ps(rows[0], rows[1]);
+  const __m256 lowB = _mm256_unpacklo_ps(rows[2], rows[3]);
+  const __m256 highA = _mm256_unpackhi_ps(rows[0], rows[1]);
+  const __m256 highB = _mm256_unpackhi_ps(rows[2], rows[3]);
+  const __m256 columns[4] = {_mm256_shuffle_ps(lowA, lowB, _MM_SHUFFLE(1, 0, 1, 0)),
+                             _mm256_shuffle_ps(lowA, lowB, _MM_SHUFFLE(3, 2, 3, 2)),
+                             _mm256_shuffle_ps(highA, highB, _MM_SHUFFLE(1, 0, 1, 0)),
+                             _mm256_shuffle_ps(highA, highB, _MM_SHUFFLE(3, 2, 3, 2))};
+  for (std::size_t channel = 0; channel < outputs; ++channel)
+    _mm256_storeu_ps(buffers[channel] + index, columns[channel]);
+}
+
+// How many frames are read behind the last one. A square of three channels takes the first of the
+// next frame for its fourth, and leaves it.
+template <class Row>
+constexpr std::size_t spareFrames(std::size_t channels) {
+  return Row::spareBytes == 0 && channels >= 4 ? 0 : 1;
+}
+
 // Frames in squares of four channels by four frames. The last square of a frame begins early enough
 // to end with it, and writes some samples a second time. Channels come in their order, so that
 // where two buffers are the same memory, the later one stays.
 template <class Row>
 QSND_SSSE3 std::size_t squares(const char* raw, std::size_t channels, std::size_t outputs,
                                float* const* buffers, std::size_t offset, std::size_t frames) {
-  constexpr std::size_t kSpareFrames = Row::spareBytes == 0 ? 0 : 1;
   const std::size_t frameBytes = channels * Row::bytes;
+  const std::size_t spare = spareFrames<Row>(channels);
+  const std::size_t lastSquare = channels < 4 ? 0 : channels - 4;
   std::size_t done = 0;
-  for (; done + 4 + kSpareFrames <= frames; done += 4) {
+  for (; done + 4 + spare <= frames; done += 4) {
     for (std::size_t channel = 0; channel < outputs; channel += 4) {
-      const std::size_t first = std::min(channel, channels - 4);
+      const std::size_t first = std::min(channel, lastSquare);
       const std::size_t count = std::min<std::size_t>(4, outputs - first);
       const char* const corner = raw + done * frameBytes + first * Row::bytes;
       if (count == 4) {
@@ -209,10 +254,33 @@ QSND_SSSE3 std::size_t squares(const char* raw, std::size_t channels, std::size_
   return done;
 }
 
+template <class Row>
+QSND_AVX2 std::size_t squarePairs(const char* raw, std::size_t channels, std::size_t outputs,
+                                  float* const* buffers, std::size_t offset, std::size_t frames) {
+  const std::size_t frameBytes = channels * Row::bytes;
+  const std::size_t spare = spareFrames<Row>(channels);
+  const std::size_t lastSquare = channels < 4 ? 0 : channels - 4;
+  std::size_t done = 0;
+  for (; done + 8 + spare <= frames; done += 8) {
+    for (std::size_t channel = 0; channel < outputs; channel += 4) {
+      const std::size_t first = std::min(channel, lastSquare);
+      const std::size_t count = std::min<std::size_t>(4, outputs - first);
+      const char* const corner = raw + done * frameBytes + first * Row::bytes;
+      if (count == 4) {
+        squarePair<Row>(corner, frameBytes, 4, buffers + first, offset + done);
+      } else {
+        squarePair<Row>(corner, frameBytes, count, buffers + first, offset + done);
+      }
+    }
+  }
+  return done + squares<Row>(raw + done * frameBytes, channels, outputs, buffers, offset + done,
+                             frames - done);
+}
+
 QSND_SSSE3 void takeApartSSSE3(const float* source, std::size_t channels, std::size_t outputs,
                                float* const* buffers, std::size_t offset, std::size_t frames) {
   std::size_t done = 0;
-  if (channels >= 4) {
+  if (channels >= 3) {
     done = squares<RowFloat>(reinterpret_cast<const char*>(source), channels, outputs, buffers,
                              offset, frames);
   }
@@ -220,20 +288,33 @@ QSND_SSSE3 void takeApartSSSE3(const float* source, std::size_t channels, std::s
                              frames - done);
 }
 
-// Indexed by format number.
-constexpr std::array<SquareKernel, SampleKernels::kNumbers + 1> kSquares = {
-    nullptr,
-    nullptr,
-    squares<RowUnsigned8>,
-    squares<Row16>,
-    squares<Row24<LittleBytes>>,
-    nullptr,
-    squares<RowFloat>,
-    nullptr,
-    nullptr,
-    squares<Row24<BigBytes>>,
-    nullptr,
-    nullptr};
+using SquareKernels = std::array<SquareKernel, SampleKernels::kNumbers + 1>;
+
+constexpr SquareKernels kSquaresSSSE3 = {nullptr,
+                                         nullptr,
+                                         squares<RowUnsigned8>,
+                                         squares<Row16>,
+                                         squares<Row24<LittleBytes>>,
+                                         nullptr,
+                                         squares<RowFloat>,
+                                         nullptr,
+                                         nullptr,
+                                         squares<Row24<BigBytes>>,
+                                         nullptr,
+                                         nullptr};
+
+constexpr SquareKernels kSquaresAVX2 = {nullptr,
+                                        nullptr,
+                                        squarePairs<RowUnsigned8>,
+                                        squarePairs<Row16>,
+                                        squarePairs<Row24<LittleBytes>>,
+                                        nullptr,
+                                        squares<RowFloat>,
+                                        nullptr,
+                                        nullptr,
+                                        squarePairs<Row24<BigBytes>>,
+                                        nullptr,
+                                        nullptr};
 
 // The common loops once more, with wider instructions for the compiler.
 template <class Format>
@@ -257,13 +338,13 @@ constexpr SampleKernels kSSSE3Kernels = {
     {nullptr, convertSSSE3<Int8>, convertSSSE3<UInt8>, convertSSSE3<Int16Little>,
      convert24SSSE3<LittleBytes>, convertSSSE3<Int32Little>, convertSSSE3<Float32Little>,
      convertSSSE3<Float64Little>, convertSSSE3<Int16Big>, convert24SSSE3<BigBytes>,
-     convertSSSE3<Int32Big>, convertSSSE3<Float32Big>},
+     convertSSSE3<Int32Big>, nullptr},
     {nullptr, stereoSSSE3<Int8>, stereoSSSE3<UInt8>, stereoSSSE3<Int16Little>,
      stereo24SSSE3<LittleBytes>, stereoSSSE3<Int32Little>, stereoSSSE3<Float32Little>,
      stereoSSSE3<Float64Little>, stereoSSSE3<Int16Big>, stereo24SSSE3<BigBytes>,
-     stereoSSSE3<Int32Big>, stereoSSSE3<Float32Big>},
+     stereoSSSE3<Int32Big>, nullptr},
     takeApartSSSE3,
-    kSquares};
+    kSquaresSSSE3};
 
 // Floats are only moved: there the wider stores, which cross lines of the cache in buffers that are
 // aligned to 16 bytes, would lose.
@@ -271,13 +352,13 @@ constexpr SampleKernels kAVX2Kernels = {
     {nullptr, convertAVX2<Int8>, convertAVX2<UInt8>, convertAVX2<Int16Little>,
      convert24AVX2<LittleBytes>, convertAVX2<Int32Little>, convertAVX2<Float32Little>,
      convertAVX2<Float64Little>, convertAVX2<Int16Big>, convert24AVX2<BigBytes>,
-     convertAVX2<Int32Big>, convertAVX2<Float32Big>},
+     convertAVX2<Int32Big>, nullptr},
     {nullptr, stereoAVX2<Int8>, stereoAVX2<UInt8>, stereoAVX2<Int16Little>,
      stereo24AVX2<LittleBytes>, stereoAVX2<Int32Little>, stereoSSSE3<Float32Little>,
      stereoAVX2<Float64Little>, stereoAVX2<Int16Big>, stereo24AVX2<BigBytes>, stereoAVX2<Int32Big>,
-     stereoAVX2<Float32Big>},
+     nullptr},
     takeApartSSSE3,
-    kSquares};
+    kSquaresAVX2};
 
 }  // namespace
 
