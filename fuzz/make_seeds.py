@@ -2,10 +2,13 @@
 """Makes the seed corpora: make_seeds.py FOLDER gets one folder of inputs a target.
 
 Packages come from independent writers: Python's zipfile and, where they are there, zip, bsdtar and
-7z. Real packages of a folder ../shared/fixtures beside the tree join in where there is one.
+7z; audio is written here and, where it is there, by sox. Real packages and WAV files of a folder
+../shared/fixtures beside the tree join in where there is one. What is larger than the inputs that a
+fuzzer makes of seeds goes to a folder TARGET-large for the targets that are tried with it.
 """
 import io
 import pathlib
+import random
 import shutil
 import struct
 import subprocess
@@ -20,6 +23,12 @@ def wave(channels, bits, frames, tag=1):
     header = struct.pack("<4sI4s4sIHHIIHH4sI", b"RIFF", 36 + len(data), b"WAVE", b"fmt ", 16, tag,
                          channels, 44100, 44100 * align, align, bits, b"data", len(data))
     return header + data
+
+
+# What scripts/fuzz.sh has for the longest input, and for the longest of the targets that are tried with large ones.
+LONGEST = 65536
+LARGE = 4 << 20
+TRIED_LARGE = ("packages", "documents")
 
 
 def by_zipfile(entries, method, comment=b""):
@@ -59,11 +68,59 @@ def packages():
     yield from by_programs(text)
 
 
+def by_sox(seconds, formats):
+    """A WAV file for each of the lists of options."""
+    if shutil.which("sox") is None:
+        return
+    with tempfile.TemporaryDirectory() as folder:
+        path = pathlib.Path(folder, "a.wav")
+        for options in formats:
+            subprocess.run(["sox", "-R", "-n", *options.split(), path, "synth", str(seconds), "pinknoise"],
+                           check=True)
+            yield path.read_bytes()
+
+
+def document(audio, method):
+    return by_zipfile([("mimetype", b"application/x-sound"), ("Mixdown.wav", audio)], method)
+
+
+METHODS = (zipfile.ZIP_STORED, zipfile.ZIP_DEFLATED)
+
+
 def documents():
     for channels, bits, tag in ((1, 8, 1), (2, 16, 1), (2, 24, 1), (6, 32, 3), (8, 16, 1)):
         audio = wave(channels, bits, 200, tag)
-        for method in (zipfile.ZIP_STORED, zipfile.ZIP_DEFLATED):
-            yield by_zipfile([("mimetype", b"application/x-sound"), ("Mixdown.wav", audio)], method)
+        for method in METHODS:
+            yield document(audio, method)
+
+
+def real_documents(waves):
+    """Documents of audio that other programs have written, stored and deflated."""
+    formats = ("-b 8", "-b 16 -c 2", "-b 24 -c 2", "-b 32 -e signed", "-b 32 -e float", "-b 64 -e float",
+               "-b 16 -c 6", "-e u-law", "-e ima-adpcm", "-b 16 -t wavpcm")
+    for audio in [*waves, *by_sox(0.01, formats)]:
+        for method in METHODS:
+            yield document(audio, method)
+
+
+def large_packages():
+    """Packages of nearly 4 MiB: large entries, a large directory, and a large package for its comment."""
+    noise = random.Random(1).randbytes(LARGE)
+    for method in METHODS:
+        yield by_zipfile([("mimetype", b"application/x-seed"), ("noise", noise[:LARGE * 9 // 10]), ("b", b"words")],
+                         method, b"a comment" * 5000)
+        yield by_zipfile([(f"{i:04}/" + "n" * 2500, noise[i:i + 10]) for i in range(780)], method)
+    text = bytes(byte & 0x17 for byte in noise)
+    yield by_zipfile([("text", text), ("more", text[:LARGE // 2])], zipfile.ZIP_DEFLATED)
+
+
+def large_documents():
+    noise = random.Random(2).randbytes(300_000)
+    sound = wave(2, 16, LARGE // 5)
+    yield document(sound[:12] + b"LIST" + struct.pack("<I", len(noise)) + noise + sound[12:], zipfile.ZIP_STORED)
+    for audio in [wave(6, 32, LARGE // 25, 3), *by_sox(20, ("-r 44100 -b 16 -c 2", "-r 44100 -b 24"))]:
+        for method in METHODS:
+            yield document(audio, method)
 
 
 DOCUMENT = b"""<?xml version="1.0" encoding="UTF-8"?>
@@ -90,12 +147,12 @@ def further(frames):
 
 
 FORMAT, AGAIN = [1, 0], [0, 0]
-READING = [
+READING = [bytes(script[:32]).ljust(32, b"\1") for script in (
     at(0, 100) + further(60) * 9,
     at(199, 50) + at(0, 10) + further(255) + at(100, 1) + at(250, 40) + at(13, 0) + further(90) + at(50, 255),
     FORMAT + at(20, 64) + AGAIN + further(64) + FORMAT + at(150, 99) + AGAIN + at(0, 255) + further(10),
     further(33) * 4 + at(180, 20) + further(20) * 5,
-]
+)]
 
 
 # Scripts of fuzz/updates.cpp. A way to save is a number: a save as another file, an update into one,
@@ -104,10 +161,10 @@ WAYS = range(5)
 
 
 def changes(*entries):
-    """Numbers of names, and how many times 16 bytes each entry gets, stored and deflated in turn."""
+    """Numbers of names, how many times 16 bytes each entry gets, and how often these; stored and deflated in turn."""
     out = bytes([len(entries)])
-    for i, (name, size) in enumerate(entries):
-        out += bytes([name, i % 2, size]) + bytes((i * 7 + k // 5) & 0xFF for k in range(size * 16))
+    for i, (name, size, times) in enumerate((*entry, 1)[:3] for entry in entries):
+        out += bytes([name, i % 2 + 2 * (times - 1), size]) + bytes((i * 7 + k // 5) & 0xFF for k in range(size * 16))
     return out
 
 
@@ -119,7 +176,7 @@ def save(way, removed, changed, is_before=0, reopens=0):
 def updates(packages):
     for first in WAYS:
         for second in WAYS:
-            yield (b"\0" + changes((0, 3), (2, 20), (5, 1))
+            yield (b"\0" + changes((0, 3), (2, 160, 16), (5, 1), (3, 160, 32))
                    + save(first, 0b10, changes((0, 2), (3, 9)))
                    + save(second, 0b100, changes((1, 5), (4, 0)), is_before=1, reopens=first % 2)
                    + save(first, 0, changes((2, 4), (0, 12)), is_before=1)
@@ -133,29 +190,33 @@ def updates(packages):
 def main():
     folder = pathlib.Path(sys.argv[1])
     fixtures = pathlib.Path(__file__).resolve().parents[2] / "shared" / "fixtures"
-    real = [path.read_bytes() for path in sorted(fixtures.rglob("*"))
-            if path.is_file() and path.stat().st_size < 100_000]
-    real = [data for data in real if data[:2] == b"PK"]
-    any_package = list(packages()) + list(documents()) + real
+    real = [path.read_bytes() for path in sorted(fixtures.rglob("*")) if path.is_file()]
+    waves = [data for data in real if data[:4] in (b"RIFF", b"RF64")]
+    any_package = list(packages()) + list(documents()) + [data for data in real if data[:2] == b"PK"]
     seeds = {
         "hex": [b"\x10" + bytes(range(32)), b"\x3F0123456789ABCDEFabcdef", b"\x01zz"],
         "paths": [bytes([len(name)]) + name + reference
                   for name in (b"", b"top.xml", b"a/b.xml", b"a/./b//../c#d")
                   for reference in (b"", b"/a/./b/../c", b"a//b/", b"../..", b"x/y#../z", b"/", b".", b"#x/..",
                                     b"a/b/c/../../d", b"urn:x", b"d/e:f", b"//host/./x", b"..#y", b"http://x/y")],
-        "packages": [bytes([i % 4]) + data for i, data in enumerate(any_package)],
+        "packages": [bytes([i % 4]) + data for i, data in enumerate(any_package + list(large_packages()))],
         "updates": list(updates(any_package)),
         "properties": [b"\x00" + DOCUMENT, b"\x01" + DOCUMENT,
                        b"\x01" + DOCUMENT.decode().replace("UTF-8", "UTF-16").encode("utf-16")],
-        "documents": [bytes(script[:32]).ljust(32, b"\1") + data
-                      for script in READING for data in documents()]
-        + [bytes(32) + data for data in any_package],
+        "documents": [script + data for script in READING for data in documents()]
+        + [bytes(32) + data for data in any_package]
+        + [READING[i % len(READING)] + data
+           for i, data in enumerate([*real_documents(waves), *large_documents()])],
         "tool": [bytes([command]) + data for command in range(4) for data in any_package],
     }
     for target, inputs in seeds.items():
-        (folder / target).mkdir(parents=True, exist_ok=True)
         for i, data in enumerate(inputs):
-            (folder / target / f"seed{i:03}").write_bytes(data)
+            is_large = len(data) > LONGEST
+            if is_large and target not in TRIED_LARGE:
+                continue
+            place = folder / (f"{target}-large" if is_large else target)
+            place.mkdir(parents=True, exist_ok=True)
+            (place / f"seed{i:03}").write_bytes(data)
 
 
 main()

@@ -48,12 +48,14 @@ private:
   }
 };
 
-// What a reader finds in an entry, its first 16 KiB: they may be all that memory has room for.
+// What a reader finds in an entry.
 struct Content {
   Content() = default;
-  explicit Content(std::string_view bytes)
-      : size(bytes.size()),
-        crc(crc32_z(0, reinterpret_cast<const Bytef*>(bytes.data()), bytes.size())) {}
+  explicit Content(std::string_view bytes) { append(bytes); }
+  void append(std::string_view bytes) {
+    size += bytes.size();
+    crc = crc32_z(crc, reinterpret_cast<const Bytef*>(bytes.data()), bytes.size());
+  }
   bool operator==(const Content& other) const { return size == other.size && crc == other.crc; }
 
   std::size_t size = 0;
@@ -66,7 +68,8 @@ struct Contents {
   std::map<std::string, Content> entries;
 };
 
-Content readEntry(pkg::IPkgEntry<>& entry) {
+// At most `limit` bytes of it: few bytes can stand for many.
+Content readEntry(pkg::IPkgEntry<>& entry, std::size_t limit) {
   if (entry.getEntryType() == pkg::PkgEntryDirectory) return Content();
   Content content;
   content.isReadable = false;
@@ -74,7 +77,10 @@ Content readEntry(pkg::IPkgEntry<>& entry) {
     const auto file = entry.toFile();
     const auto stream = file->open(std::ios_base::in, false);
     stream->exceptions(std::ios_base::badbit);
-    content = Content(reading::take(*stream, 1 << 14));
+    Content whole;
+    while (whole.size < limit && *stream)
+      whole.append(reading::take(*stream, 1 << 14));
+    content = whole;
     // What is recorded as empty is copied as empty, whatever it holds.
     content.isReadable = content.size == 0 || file->getSize64() != 0;
   });
@@ -91,10 +97,10 @@ Handles handlesOf(pkg::IPackage<>& package) {
   return handles;
 }
 
-Contents read(pkg::IPackage<>& package) {
+Contents read(pkg::IPackage<>& package, std::size_t limit) {
   Contents contents{package.getProperty(pkg::QCFPropertyPackageComment), {}};
   for (const auto& entry : handlesOf(package))
-    contents.entries[entry->getName()] = readEntry(*entry);
+    contents.entries[entry->getName()] = readEntry(*entry, limit);
   return contents;
 }
 
@@ -119,13 +125,24 @@ struct Change {
 };
 using Changes = std::map<std::string, Change>;
 
+// The bytes so many times, another each time.
+std::string repeated(const std::string& bytes, unsigned times) {
+  std::string all;
+  for (unsigned i = 0; i < times; ++i) {
+    for (const char byte : bytes)
+      all += static_cast<char>(static_cast<unsigned char>(byte) ^ i);
+  }
+  return all;
+}
+
+// Up to 130,560 bytes an entry, a few of the blocks that entries are copied by.
 Changes takeChanges(fuzz::Input& script) {
   Changes changes;
   for (unsigned count = script.below(5); count > 0; --count) {
     const std::string name = kNames[script.below(std::size(kNames))];
-    const bool isStored = script.below(2) != 0;
+    const unsigned form = script.byte();
     const unsigned size = script.byte() * 16;
-    changes[name] = {script.bytes(size), isStored};
+    changes[name] = {repeated(script.bytes(size), 1 + form / 2 % 32), form % 2 != 0};
   }
   return changes;
 }
@@ -157,7 +174,9 @@ public:
   explicit Session(const std::string& bytes) {
     fMemory.put(fPath, bytes);
     fPackage = open(kUpdate);
-    fExpected = read(*fPackage);
+    const std::size_t entries = handlesOf(*fPackage).size();
+    fLimit = kReadAtOnce / std::max<std::size_t>(entries, 1);
+    fExpected = read(*fPackage, fLimit);
     const fuzz::Layout layout(bytes);
     fIsKeptInPlace = layout.isInFrontOfDirectory();
     fIsKept = layout.keepsExtraFields();
@@ -190,6 +209,9 @@ private:
   using Package = boost::shared_ptr<pkg::IPackage<>>;
   static constexpr unsigned kInPlace = 2;
   static constexpr unsigned kCancelled = 4;
+  // What is read of a package together: as much again for each of its rounds has to fit into a
+  // fuzzer's five seconds.
+  static constexpr std::size_t kReadAtOnce = 16U << 20;
 
   Package open(std::ios_base::openmode mode) {
     return pkg::QCFPackageFactory().openPackage(fPath, mode, &fFiles, nullptr, nullptr);
@@ -233,7 +255,7 @@ private:
   void writeBefore(const Changes& changes) {
     writeAll(*fPackage, changes);
     take(changes);
-    requireSame(read(*fPackage), fExpected, Reader::Writer);
+    requireSame(read(*fPackage, fLimit), fExpected, Reader::Writer);
   }
 
   template <class Save>
@@ -299,9 +321,9 @@ private:
 
   // The package as it is open, and its file as somebody else reads it.
   void requireHolds() {
-    requireSame(read(*fPackage), fExpected, Reader::Writer);
+    requireSame(read(*fPackage, fLimit), fExpected, Reader::Writer);
     require(fMemory.temporaryFiles() == 0);
-    requireSame(read(*open(std::ios_base::in)), fExpected, Reader::SomebodyElse);
+    requireSame(read(*open(std::ios_base::in), fLimit), fExpected, Reader::SomebodyElse);
   }
 
   support::MemoryFileSystem fMemory;
@@ -309,8 +331,9 @@ private:
   std::string fPath = "a.pkg";
   Package fPackage;
   Contents fExpected;
-  bool fIsKept = true;         // by any save
-  bool fIsKeptInPlace = true;  // by one in place
+  std::size_t fLimit = kReadAtOnce;  // of an entry
+  bool fIsKept = true;               // by any save
+  bool fIsKeptInPlace = true;        // by one in place
 };
 
 void changeMade(fuzz::Input& script) {

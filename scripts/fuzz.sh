@@ -4,10 +4,22 @@
 #
 #   fuzz.sh [MINUTES] [TARGET...]    one minute a target without a number
 #
+# hex and paths, which are tiny and quick, get a twentieth of the time each, at least 5 seconds; the others share the rest.
+# Inputs have up to 64 KiB. packages and documents spend a tenth of their time, at least 5 seconds, on inputs of up to 4 MiB.
+#
 # Inputs are collected in build/fuzz/corpus/. A finding stays in build/fuzz/findings/: it becomes a
 # file in fuzz/regressions/TARGET/, which the tests replay. Findings are, beside what the sanitizers see, an
-# input that takes over five seconds, and one that makes the heap grow by more than 64 MiB and four times
-# its own size (fuzz/Fuzzer.cpp).
+# input that takes over five seconds, thirty where it is large, and one that makes the heap grow by more than
+# 64 MiB and four times its own size (fuzz/Fuzzer.cpp).
+#
+# When a target is done one line tells of it:
+#
+#   fuzz target NAME: EXECUTIONS executions, COVERED of ALL edges, slowest N ms, peak M MB
+#
+# EXECUTIONS is libFuzzer's count, the seeds among them. COVERED is the last "cov" that it tells, ALL the size of its tables:
+# edges of every instrumented object in the program and in what it loads at its start, the target itself among them. N and M
+# come from fuzz/Fuzzer.cpp: the time of the slowest input, and the most that the heap grew while one input was worked on, both
+# rounded up, in MB of 2^20 bytes. A number that was not told is 0.
 set -euo pipefail
 . "$(dirname "$0")/help.sh"
 . "$(dirname "$0")/scratch.sh"
@@ -33,43 +45,85 @@ mkdir -p build/fuzz/findings
 use_scratch 4
 export XDG_CACHE_HOME=$scratch
 
-# of LOG NAME: the last of libFuzzer's numbers of that name
-of() { sed -n "s/^stat::$2: *//p" "$1" | tail -n 1; }
+is_tiny() { [[ $1 == hex || $1 == paths ]]; }
+is_tried_large() { [[ $1 == packages || $1 == documents ]]; }
 
-seconds=$((minutes * 60 / ${#targets[@]}))
+# divide_time TARGET...: sets `tiny_seconds` and `other_seconds`, what a tiny target and any other has.
+divide_time() {
+  local whole=$((minutes * 60)) tiny=0 target
+  for target in "$@"; do ! is_tiny "$target" || tiny=$((tiny + 1)); done
+  local others=$(($# - tiny))
+  tiny_seconds=$((others > 0 ? whole / 20 : whole / tiny))
+  tiny_seconds=$((tiny_seconds > 5 ? tiny_seconds : 5))
+  other_seconds=$((others > 0 ? (whole - tiny * tiny_seconds) / others : 0))
+}
+
+# sum NAME LOG..., most NAME LOG...: of libFuzzer's and our own numbers of that name
+numbers() { sed -n "s/^stat::$1: *//p" "${@:2}"; }
+sum() { numbers "$@" | awk '{ n += $1 } END { print n + 0 }'; }
+most() { numbers "$@" | sort -n | tail -n 1; }
+
+# covered LOG..., all_edges LOG...
+covered() { sed -n 's/.* cov: \([0-9]*\) .*/\1/p' "$@" | sort -n | tail -n 1; }
+all_edges() { sed -n 's/.* PC tables (\([0-9]*\) PCs).*/\1/p' "$@" | sort -n | tail -n 1; }
+
+# fuzz TARGET SECONDS LOG OPTIONS-AND-FOLDERS...
+fuzz() {
+  local target=$1 seconds=$2 log=$3
+  shift 3
+  case $target in
+    documents | packages | updates | tool) set -- -dict=fuzz/dictionaries/zip.dict "$@" ;;
+    properties) set -- -dict=fuzz/dictionaries/properties.dict "$@" ;;
+  esac
+  ASAN_OPTIONS=allocator_may_return_null=0 LSAN_OPTIONS=suppressions=$PWD/tests/lsan.supp:print_suppressions=0 \
+    build/fuzz/fuzz/fuzz_"$target" -max_total_time="$seconds" -rss_limit_mb=2048 \
+    -artifact_prefix="build/fuzz/findings/$target-" -print_final_stats=1 "$@" >"$log" 2>&1 || failing+=("$log")
+}
+
+# fuzz_large TARGET SECONDS LOG: with inputs of up to 4 MiB. What is made of them is not kept: it would fill the disk.
+fuzz_large() {
+  mkdir "$scratch/$1-large"
+  fuzz "$@" -timeout=30 -max_len=4194304 -len_control=0 "$scratch/$1-large" "build/fuzz/corpus/$1-large"
+  rm -r "${scratch:?}/$1-large"
+}
+
+# tell TARGET LOG...
+tell() {
+  local target=$1 executions reached edges slowest peak
+  shift
+  executions=$(sum number_of_executed_units "$@") reached=$(covered "$@") edges=$(all_edges "$@")
+  slowest=$(most slowest_ms "$@") peak=$(most heap_growth_mb "$@")
+  total=$((total + executions))
+  printf 'fuzz target %s: %d executions, %d of %d edges, slowest %d ms, peak %d MB\n' "$target" "$executions" \
+    "${reached:-0}" "${edges:-0}" "${slowest:-0}" "${peak:-0}"
+}
+
+findings() { find build/fuzz/findings -type f | wc -l; }
+
+divide_time "${targets[@]}"
 failing=()
 total=0
-found=0
-row='%-12s %12s %16s %10s %12s %10s\n'
-printf "$row" target executions edges findings 'slowest (s)' 'peak (MB)'
+before=$(findings)
 for target in "${targets[@]}"; do
-  case $target in
-    properties) dictionary=fuzz/dictionaries/properties.dict ;;
-    *) dictionary=fuzz/dictionaries/zip.dict ;;
-  esac
-  log=build/fuzz/$target.log
-  before=$(find build/fuzz/findings -name "$target-*" | wc -l)
-  ASAN_OPTIONS=allocator_may_return_null=0 LSAN_OPTIONS=suppressions=$PWD/tests/lsan.supp:print_suppressions=0 \
-    build/fuzz/fuzz/fuzz_"$target" \
-    -dict="$dictionary" -max_total_time="$seconds" -timeout=5 -rss_limit_mb=2048 -max_len=65536 \
-    -artifact_prefix="build/fuzz/findings/$target-" -print_final_stats=1 \
-    build/fuzz/corpus/"$target" fuzz/regressions/"$target" >"$log" 2>&1 || failing+=("$target")
-  executions=$(of "$log" number_of_executed_units)
-  reached=$(sed -n 's/.* cov: \([0-9]*\) .*/\1/p' "$log" | tail -n 1)
-  edges=$(sed -n 's/.* PC tables (\([0-9]*\) PCs).*/\1/p' "$log" | head -n 1)
-  coverage="${reached:-none} of ${edges:-none}"
-  findings=$(($(find build/fuzz/findings -name "$target-*" | wc -l) - before))
-  total=$((total + ${executions:-0}))
-  found=$((found + findings))
-  printf "$row" "$target" "${executions:-none}" "$coverage" "$findings" \
-    "$(of "$log" slowest_unit_time_sec)" "$(of "$log" peak_rss_mb)"
+  is_tiny "$target" && seconds=$tiny_seconds || seconds=$other_seconds
+  logs=(build/fuzz/"$target".log)
+  if is_tried_large "$target"; then
+    large_seconds=$((seconds > 50 ? seconds / 10 : 5))
+    seconds=$((seconds - large_seconds))
+    logs+=(build/fuzz/"$target"-large.log)
+    fuzz_large "$target" "$large_seconds" "${logs[1]}"
+  fi
+  fuzz "$target" "$seconds" "${logs[0]}" -timeout=5 -max_len=65536 build/fuzz/corpus/"$target" \
+    fuzz/regressions/"$target"
+  tell "$target" "${logs[@]}"
 done
-printf '%d executions of %d targets in %d minutes, %d findings\n' "$total" "${#targets[@]}" "$minutes" "$found"
+printf '%d executions of %d targets in %d minutes, %d findings\n' "$total" "${#targets[@]}" "$minutes" \
+  $(($(findings) - before))
 
 # What there is to see of a failure, its input with it: the machine may be gone when somebody looks.
-for target in "${failing[@]}"; do
-  printf '\n%s failed:\n' "$target"
-  grep -v '^#[0-9]' "build/fuzz/$target.log" | tail -n 40
-  find build/fuzz/findings -name "$target-*" -size -16k -newer build/fuzz-build.log -exec base64 {} \;
+for log in "${failing[@]}"; do
+  printf '\n%s tells of a failure:\n' "$log"
+  grep -v '^#[0-9]' "$log" | tail -n 40
 done
+find build/fuzz/findings -type f -size -16k -newer build/fuzz-build.log -print -exec base64 {} \;
 [[ ${#failing[@]} -eq 0 ]]
