@@ -20,12 +20,6 @@
 
 namespace {
 
-void saveOurs(const std::string& from, const std::string& to) {
-  const auto package = openPackage(from, std::ios::in);
-  package->saveAs(to, kNewPackage);
-  package->close();
-}
-
 void saveLibzip(const std::string& from, const std::string& to) {
   zip_t* const source = zip_open(from.c_str(), ZIP_RDONLY, nullptr);
   zip_t* const target = zip_open(to.c_str(), ZIP_CREATE | ZIP_TRUNCATE, nullptr);
@@ -82,7 +76,7 @@ std::vector<turns::Contender> savers(const support::TempDir& folder, const Shape
     turns::apart([&] { requireSameEntries(from, to); });
     all.push_back({who, [=] { save(to); }, [=] { std::filesystem::remove(to); }});
   };
-  enlist("package", [=](const std::string& to) { saveOurs(from, to); });
+  enlist("package", [=](const std::string& to) { savePackage(from, to); });
   enlist("libzip", [=](const std::string& to) { saveLibzip(from, to); });
   enlist("minizip", [=](const std::string& to) { saveMinizip(from, to); });
   enlist("cp", [=](const std::string& to) { turns::become({"cp", from, to}); });

@@ -143,6 +143,42 @@ std::vector<std::vector<std::string>> programs(const support::TempDir& folder, c
            (folder / "7z.zip").string(), "@" + list}};
 }
 
+// With the level and the memory level of the library, and the checksum; nothing is written.
+void deflateAlone(const Shape& shape, std::size_t entry) {
+  z_stream z{};
+  require(deflateInit2(&z, Z_DEFAULT_COMPRESSION, Z_DEFLATED, -MAX_WBITS, MAX_MEM_LEVEL,
+                       Z_DEFAULT_STRATEGY) == Z_OK,
+          "deflate cannot begin");
+  std::vector<Bytef> out(kContentBlock);
+  uLong crc = crc32(0, nullptr, 0);
+  for (std::size_t block = 0; block <= shape.blocks; ++block) {
+    const bool last = block == shape.blocks;
+    const auto* const in = reinterpret_cast<const Bytef*>(content(entry + block));
+    z.next_in = const_cast<Bytef*>(in);
+    z.avail_in = last ? 0 : static_cast<uInt>(shape.blockSize);
+    if (!last) crc = crc32(crc, in, z.avail_in);
+    do {
+      z.next_out = out.data();
+      z.avail_out = static_cast<uInt>(out.size());
+      deflate(&z, last ? Z_FINISH : Z_NO_FLUSH);
+    } while (z.avail_out == 0);
+  }
+  benchmark::DoNotOptimize(crc);
+  deflateEnd(&z);
+}
+
+// Each entry with a state of its own.
+turns::Contender deflateAlone(const Shape& shape) {
+  return {"deflate and crc32 alone",
+          [=] {
+            keepHeap();
+            for (std::size_t entry = 0; entry < shape.entries; ++entry)
+              deflateAlone(shape, entry);
+          },
+          {},
+          true};
+}
+
 using Create = void (*)(const std::string&, const Shape&);
 
 std::vector<turns::Contender> creators(const support::TempDir& folder, const Shape& shape) {
@@ -169,57 +205,31 @@ std::vector<turns::Contender> creators(const support::TempDir& folder, const Sha
   turns::apart([&] { makeFiles(folder, files, shape); });
   for (const auto& words : programs(folder, shape))
     enlist(words[0], [=] { turns::become(words, files); });
+  if (shape.deflate) all.push_back(deflateAlone(shape));
   return all;
 }
 
-// With the level and the memory level of the library, and the checksum; nothing is written.
-void deflateAlone(const Shape& shape) {
-  z_stream z{};
-  require(deflateInit2(&z, Z_DEFAULT_COMPRESSION, Z_DEFLATED, -MAX_WBITS, MAX_MEM_LEVEL,
-                       Z_DEFAULT_STRATEGY) == Z_OK,
-          "deflate cannot begin");
-  std::vector<Bytef> out(kContentBlock);
-  uLong crc = crc32(0, nullptr, 0);
-  for (std::size_t block = 0; block <= shape.blocks; ++block) {
-    const bool last = block == shape.blocks;
-    const auto* const in = reinterpret_cast<const Bytef*>(content(block));
-    z.next_in = const_cast<Bytef*>(in);
-    z.avail_in = last ? 0 : static_cast<uInt>(shape.blockSize);
-    if (!last) crc = crc32(crc, in, z.avail_in);
-    do {
-      z.next_out = out.data();
-      z.avail_out = static_cast<uInt>(out.size());
-      deflate(&z, last ? Z_FINISH : Z_NO_FLUSH);
-    } while (z.avail_out == 0);
-  }
-  benchmark::DoNotOptimize(crc);
-  deflateEnd(&z);
-}
-
-std::vector<turns::Contender> oneDeflated(const support::TempDir& folder, const Shape& shape) {
-  const std::string path = (folder / "deflated.zip").string();
-  const std::string plain = (folder / "plain.zip").string();
-  turns::apart([&] {
-    createPackage(path, shape);
-    createPlainZip(plain, shape);
-    requireSameEntries(path, plain);
-  });
-  return {{"package", [=] { createPackage(path, shape); }, [=] { std::filesystem::remove(path); }},
-          {kPlainZip, [=] { createPlainZip(plain, shape); },
-           [=] { std::filesystem::remove(plain); }, true},
-          {"deflate and crc32 alone", [=] { deflateAlone(shape); }, {}, true}};
-}
-
-double growthWithSize(const support::TempDir& folder, const Shape& large) {
-  Shape small = large;
-  small.blocks = std::max<std::size_t>(1, large.blocks / 100);
-  const std::string path = (folder / "growth.zip").string();
-  const auto peak = [&](const Shape& shape) {
-    return turns::peakOf([&] { createPackage(path, shape); });
+std::vector<turns::Contender> oneDeflated(const support::TempDir& folder, const Shape& shape,
+                                          bool withPrototype) {
+  const auto archive = [&](const char* name) { return (folder / name).string(); };
+  // Made in a moment, as it is stored; holds the same entry.
+  const std::string expected = archive("expected.zip");
+  turns::apart([&] { createPlainZip(expected, {1, shape.blocks, shape.blockSize, false}); });
+  std::vector<turns::Contender> all;
+  const auto enlist = [&](const char* who, const std::string& path, Create create) {
+    const auto work = [=] { create(path, shape); };
+    turns::apart(work);
+    turns::apart([&] { requireSameEntries(expected, path); });
+    all.push_back({who, work, [=] { std::filesystem::remove(path); }});
   };
-  const auto growth = static_cast<double>(peak(large) - peak(small));
-  std::filesystem::remove(path);
-  return growth;
+  enlist("package", archive("deflated.zip"), createPackage);
+  if (withPrototype) {
+    enlist(kPlainZip, archive("plain.zip"), createPlainZip);
+    all.back().isFloor = true;
+  }
+  std::filesystem::remove(expected);
+  all.push_back(deflateAlone(shape));
+  return all;
 }
 
 }  // namespace
@@ -232,13 +242,12 @@ void addCreateRows(const support::TempDir& folder, std::size_t part) {
   const Shape stored{1, blocks, kContentBlock, false};
   turns::add({"create 500 MB stored", [=, &folder] { return creators(folder, stored); },
               turns::Place::OwnProcess});
-  // Short enough for many rounds, and as large as the goal has it.
-  for (const auto& [name, size] : {std::pair{"create 50 MB deflated", blocks / 10},
-                                   std::pair{"create 500 MB deflated", blocks}}) {
+  // As large as the goal has it, and short enough to have the prototype beside it.
+  const auto addDeflated = [&](const char* name, std::size_t size, bool withPrototype) {
     const Shape deflated{1, size, kContentBlock, true};
-    turns::add(
-        {name, [=, &folder] { return oneDeflated(folder, deflated); }, turns::Place::OwnProcess});
-  }
-  turns::add(turns::Fact{"peak memory of 500 MB stored above that of 5 MB, KiB",
-                         [=, &folder] { return growthWithSize(folder, stored); }, 256});
+    turns::add({name, [=, &folder] { return oneDeflated(folder, deflated, withPrototype); },
+                turns::Place::OwnProcess});
+  };
+  addDeflated("create 25 MB deflated", blocks / 20, true);
+  addDeflated("create 500 MB deflated", blocks, false);
 }

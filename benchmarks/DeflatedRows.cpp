@@ -125,11 +125,23 @@ std::int64_t dataStart(const std::string& path) {
   return static_cast<std::int64_t>(header) + 30 + two(header + 26) + two(header + 28);
 }
 
+void requireSameBytes(const std::string& ours, const std::string& theirs, const char* who) {
+  if (ours != theirs) throw std::runtime_error(std::string("the bytes of ") + who + " differ");
+}
+
 turns::Contender stdioInflate(const std::string& path) {
   return {"inflate behind stdio", [path, start = dataStart(path)] {
             inflateThroughStdio(path, start, kBlock,
                                 [](const char*, std::size_t) { benchmark::ClobberMemory(); });
           }};
+}
+
+turns::Contender stdioInflate(const std::string& path, const std::string& expected) {
+  std::string all;
+  inflateThroughStdio(path, dataStart(path), kBlock,
+                      [&](const char* block, std::size_t count) { all.append(block, count); });
+  requireSameBytes(expected, all, "inflate behind stdio");
+  return stdioInflate(path);
 }
 
 // And writes the plain copy, 4,096 bytes at a time through stdio.
@@ -141,29 +153,31 @@ void copyThroughStdio(const std::string& path, std::int64_t start, const std::st
   });
 }
 
-turns::Contender stdioCopy(const std::string& path) {
+turns::Contender stdioCopy(const std::string& path, const std::string& expected) {
   const std::string copy = path + ".copy";
-  return {"the copy by stdio",
-          [=, start = dataStart(path)] { copyThroughStdio(path, start, copy); },
+  const std::int64_t start = dataStart(path);
+  copyThroughStdio(path, start, copy);
+  requireSameBytes(expected, support::readFile(copy), "the copy by stdio");
+  return {"the copy by stdio", [=] { copyThroughStdio(path, start, copy); },
           [=] { std::remove(copy.c_str()); }};
 }
 
 // And imports from it.
-turns::Contender stdioImport(const std::string& path, const Pattern& pattern) {
-  const std::string copy = path + ".copy";
+turns::Contender stdioImport(const Files& files, const Pattern& pattern) {
+  const std::string copy = files.deflated + ".copied";
+  const Way way{"the copy by stdio, and conversion", [=, start = dataStart(files.deflated)] {
+                  copyThroughStdio(files.deflated, start, copy);
+                  return openStdio(copy, 16, 2);
+                }};
+  requireSameAnswers({{"libsndfile", [=] { return openSndfile(files.wave); }}, way}, pattern, 2);
   const auto buffers = std::make_shared<Channels>(2, pattern.frames);
-  return {"the copy by stdio, and conversion",
-          [=, start = dataStart(path)] {
-            copyThroughStdio(path, start, copy);
-            const std::unique_ptr<AudioSource> source = openStdio(copy, 16, 2);
+  return {way.who,
+          [=] {
+            const std::unique_ptr<AudioSource> source = way.open();
             for (const std::int64_t position : pattern.positions)
               source->read(position, pattern.frames, buffers->data());
           },
           [=] { std::remove(copy.c_str()); }};
-}
-
-void requireSameBytes(const std::string& ours, const std::string& theirs, const char* who) {
-  if (ours != theirs) throw std::runtime_error(std::string("the bytes of ") + who + " differ");
 }
 
 turns::Contender inflateAlone(const std::string& path, const std::string& expected) {
@@ -196,27 +210,31 @@ void readEntry(const std::string& path) {
     benchmark::ClobberMemory();
 }
 
+turns::Contender minizip(const std::string& path, const std::string& expected) {
+  std::string all;
+  readMinizip(path, [&](const char* block, std::size_t count) { all.append(block, count); });
+  requireSameBytes(expected, all, "minizip");
+  return {"minizip", [path] {
+            readMinizip(path, [](const char*, std::size_t) { benchmark::ClobberMemory(); });
+          }};
+}
+
 std::vector<turns::Contender> deflatedStream(const std::string& path) {
   EntryStream stream(path);
   const std::string bytes = readAll([&](char* block) { return readStream(*stream, block); });
-  std::string theirs;
-  readMinizip(path, [&](const char* block, std::size_t count) { theirs.append(block, count); });
-  requireSameBytes(bytes, theirs, "minizip");
   return {{"stream", [path] { readEntry(path); }},
           inflateAlone(path, bytes),
-          stdioInflate(path),
-          {"minizip", [path] {
-             readMinizip(path, [](const char*, std::size_t) { benchmark::ClobberMemory(); });
-           }}};
+          stdioInflate(path, bytes),
+          minizip(path, bytes)};
 }
 
 // The importer moves to the start of the audio before each block, so its second block makes the
 // plain copy of the entry.
 std::vector<turns::Contender> deflatedImport(const Files& files) {
   const Pattern pattern = frontToBack(4096);
-  requireSameAnswers(
-      {{"deflated", openBundle(files.deflated)}, {"libsndfile", openSndfile(files.wave)}}, pattern,
-      2);
+  requireSameAnswers({{"deflated", [=] { return openBundle(files.deflated); }},
+                      {"libsndfile", [=] { return openSndfile(files.wave); }}},
+                     pattern, 2);
   const auto buffers = std::make_shared<Channels>(2, pattern.frames);
   const auto source = std::make_shared<std::shared_ptr<AudioSource>>();
   EntryStream stream(files.deflated);
@@ -228,8 +246,15 @@ std::vector<turns::Contender> deflatedImport(const Files& files) {
            },
            [=] { *source = openBundle(files.deflated); }},
           inflateAlone(files.deflated, bytes),
-          stdioCopy(files.deflated),
-          stdioImport(files.deflated, pattern)};
+          minizip(files.deflated, bytes),
+          stdioCopy(files.deflated, bytes),
+          stdioImport(files, pattern)};
+}
+
+// The byte there.
+int seekTo(std::istream& stream, std::streamoff position) {
+  stream.seekg(position);
+  return stream.get();
 }
 
 std::vector<turns::Contender> firstSeek(const std::string& path) {
@@ -237,25 +262,44 @@ std::vector<turns::Contender> firstSeek(const std::string& path) {
   const std::string bytes = readAll([&](char* block) { return readStream(*stream, block); });
   const auto entry = std::make_shared<std::unique_ptr<EntryStream>>();
   const auto prepare = [=] { *entry = std::make_unique<EntryStream>(path); };
+  const std::size_t middle = bytes.size() / 2;
   const auto seek = [=] {
-    std::istream& moved = ***entry;
-    moved.seekg(static_cast<std::streamoff>(bytes.size() / 2));
-    if (moved.get() != static_cast<unsigned char>(bytes[bytes.size() / 2]))
+    if (seekTo(***entry, static_cast<std::streamoff>(middle)) !=
+        static_cast<unsigned char>(bytes[middle])) {
       throw std::runtime_error("the byte behind a seek differs");
+    }
   };
-  return {{"stream", seek, prepare}, inflateAlone(path, bytes), stdioCopy(path)};
+  return {{"stream", seek, prepare}, inflateAlone(path, bytes), stdioCopy(path, bytes)};
 }
 
 }  // namespace
 
 void addDeflatedRows(const Files& files) {
-  turns::add(
-      {"entry front to back, deflated, 16 bit", [=] { return deflatedStream(files.deflated); }});
-  turns::add({"import front to back, deflated, 16 bit", [=] { return deflatedImport(files); }});
-  turns::add({"first real seek, deflated, 16 bit", [=] { return firstSeek(files.deflated); }});
-  turns::add({"random stretches after it, deflated, 16 bit", [=] {
-                return contenders({{"importer", openBundle(files.deflated)},
-                                   {"the same, stored", openBundle(files.stored)}},
-                                  randomStretches(), 2);
-              }});
+  const std::string path = files.deflated;
+  const turns::Contender minizip{"minizip",
+                                 [=] { readMinizip(path, [](const char*, std::size_t) {}); }};
+
+  turns::Row stream{"entry front to back, deflated, 16 bit", [=] { return deflatedStream(path); }};
+  stream.whole = {{"stream", [=] { readEntry(path); }}, minizip};
+  turns::add(std::move(stream));
+
+  turns::Row import{"import front to back, deflated, 16 bit",
+                    [=] { return deflatedImport(files); }};
+  import.whole = wholes({{"importer", [=] { return openBundle(path);
+}
+}
+}, frontToBack(4096), 2);
+import.whole.push_back(minizip);
+turns::add(std::move(import));
+
+turns::Row seek{"first real seek, deflated, 16 bit", [=] { return firstSeek(path); }};
+seek.whole = {{"stream", [=] { seekTo(*EntryStream(path), kFrames * 2); }}, stdioInflate(path)};
+turns::add(std::move(seek));
+
+const Ways ways = {{"importer", [=] { return openBundle(path); }},
+                   {"the same, stored", [=] { return openBundle(files.stored); }}};
+turns::Row stretches{"random stretches after it, deflated, 16 bit",
+                     [=] { return contenders(ways, randomStretches(), 2); }};
+stretches.whole = wholes(ways, randomStretches(), 2);
+turns::add(std::move(stretches));
 }

@@ -9,6 +9,7 @@
 
 #include "AudioSources.h"
 #include "ImportRows.h"
+#include "Targets.h"
 #include "Turns.h"
 #include "support/Run.h"
 #include "support/TempDir.h"
@@ -20,6 +21,7 @@ struct Format {
   const char* file;
   int bits;
   std::size_t channels;
+  std::size_t frameBytes() const { return channels * static_cast<std::size_t>(bits / 8); }
 };
 constexpr Format kFormats[] = {{"8 bit", "u8", 8, 2},
                                {"16 bit", "s16", 16, 2},
@@ -28,9 +30,10 @@ constexpr Format kFormats[] = {{"8 bit", "u8", 8, 2},
                                {"24 bit, 8 channels", "s24x8", 24, 8}};
 
 // Tones with a little noise, as WAV and as sound documents that hold it stored and deflated.
-Files makeFiles(const support::TempDir& folder, const Format& format) {
-  const std::string stem = (folder / format.file).string();
-  support::python(R"(
+Files makeFiles(const support::TempDir& folder, const Format& format, std::int64_t frames) {
+  const std::string stem = (folder / (format.file + std::to_string(frames))).string();
+  support::python(
+      R"(
 import array, math, random, struct, sys, zipfile
 stem, bits, channels, frames = sys.argv[1], *map(int, sys.argv[2:5])
 random.seed(1)
@@ -56,8 +59,7 @@ for suffix, method in ('.stored.qsnd', zipfile.ZIP_STORED), ('.deflated.qsnd', z
         package.writestr('mimetype', 'application/x-test')
         package.write(stem + '.wav', 'Mixdown.wav', method)
 )",
-                  {stem, std::to_string(format.bits), std::to_string(format.channels),
-                   std::to_string(kFrames)});
+      {stem, std::to_string(format.bits), std::to_string(format.channels), std::to_string(frames)});
   return {stem + ".wav", stem + ".stored.qsnd", stem + ".deflated.qsnd"};
 }
 
@@ -82,57 +84,68 @@ turns::Contender stdioAlone(const std::string& path, const Pattern& pattern,
           }};
 }
 
-// Opens, reads front to back and closes.
-turns::Contender wholeImport(const char* who,
-                             std::unique_ptr<AudioSource> (*open)(const std::string&),
-                             const std::string& path, std::size_t channels) {
-  return {who, [=] {
-            const Pattern pattern = frontToBack(4096);
-            const Channels buffers(channels, pattern.frames);
-            const std::unique_ptr<AudioSource> source = open(path);
-            for (const std::int64_t position : pattern.positions)
-              source->read(position, pattern.frames, buffers.data());
-          }};
+Ways waysTo(const std::string& document, const Files& files) {
+  return {{"importer", [=] { return openBundle(document); }},
+          {"libsndfile", [=] { return openSndfile(files.wave); }},
+          {"libav", [=] { return openLibav(files.wave); }}};
 }
 
 void addWholeRow(const char* name, const Format& format, const std::string& document,
-                 const std::string& wave) {
+                 const Files& files) {
   turns::add({std::string("open, import, close, ") + name + ", " + format.name,
-              [=] {
-                return std::vector<turns::Contender>{
-                    wholeImport("importer", openBundle, document, format.channels),
-                    wholeImport("libsndfile", openSndfile, wave, format.channels),
-                    wholeImport("libav", openLibav, wave, format.channels)};
-              },
+              [=] { return wholes(waysTo(document, files), frontToBack(4096), format.channels); },
               turns::Place::OwnProcess});
 }
 
-void addStoredRows(const Format& format, const Files& files) {
-  const std::size_t frameBytes = format.channels * static_cast<std::size_t>(format.bits / 8);
-  for (const std::uint32_t frames : {1024u, 4096u, 65536u}) {
-    turns::add({std::string("import front to back, stored, ") + format.name + ", " +
-                    std::to_string(frames) + " frames",
-                [=] {
-                  auto all = contenders({{"importer", openBundle(files.stored)},
-                                         {"libsndfile", openSndfile(files.wave)},
-                                         {"libav", openLibav(files.wave)},
-                                         {"stdio and conversion",
-                                          openStdio(files.stored, format.bits, format.channels)}},
-                                        frontToBack(frames), format.channels);
-                  all.push_back(stdioAlone(files.stored, frontToBack(frames), frameBytes));
-                  return all;
-                }});
-  }
-  turns::add({std::string("random stretches, stored, ") + format.name, [=] {
-                auto all = contenders({{"importer", openBundle(files.stored)},
-                                       {"libsndfile", openSndfile(files.wave)},
-                                       {"stdio and conversion",
-                                        openStdio(files.stored, format.bits, format.channels)}},
-                                      randomStretches(), format.channels);
-                all.push_back(stdioAlone(files.stored, randomStretches(), frameBytes));
-                return all;
-              }});
+void addStoredRow(const std::string& name, const Format& format, const Ways& peers,
+                  const Files& files, const Pattern& pattern) {
+  Ways ways = peers;
+  ways.push_back({"stdio and conversion",
+                  [=] { return openStdio(files.stored, format.bits, format.channels); }, true});
+  turns::Row row{name, [=] {
+                   auto all = contenders(ways, pattern, format.channels);
+                   all.push_back(stdioAlone(files.stored, pattern, format.frameBytes()));
+                   return all;
+                 }};
+  row.whole = wholes(ways, pattern, format.channels);
+  turns::add(std::move(row));
 }
+
+void addStoredRows(const Format& format, const Files& files) {
+  const Ways all = waysTo(files.stored, files);
+  const std::string stored = std::string(", stored, ") + format.name;
+  for (const std::uint32_t frames : {1024u, 4096u, 65536u}) {
+    addStoredRow("import front to back" + stored + ", " + std::to_string(frames) + " frames",
+                 format, all, files, frontToBack(frames));
+  }
+  // libav reads on from where it stands.
+  const Ways seeking(all.begin(), all.begin() + 2);
+  addStoredRow("random stretches" + stored, format, seeking, files, randomStretches());
+}
+
+constexpr std::int64_t kFewFrames = 24000;
+
+// What an import of kFrames takes beyond one of kFewFrames.
+void addGrowthFacts(const Files& files, const Files& few) {
+  const auto peak = [](const std::string& document, std::int64_t length) {
+    const Pattern pattern = frontToBack(4096, length);
+    return static_cast<double>(turns::peakOf([&] {
+      const Channels buffers(2, pattern.frames);
+      const std::unique_ptr<AudioSource> source = openBundle(document);
+      for (const std::int64_t position : pattern.positions)
+        source->read(position, pattern.frames, buffers.data());
+    }));
+  };
+  const auto add = [&](const std::string& how, std::string Files::*document) {
+    turns::add(turns::Fact{
+        "peak memory of 40 s imported, " + how + ", above that of 0.5 s, KiB",
+        [=] { return peak(files.*document, kFrames) - peak(few.*document, kFewFrames); },
+        turns::kMostGrowth});
+  };
+  add("stored", &Files::stored);
+  add("deflated", &Files::deflated);
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -144,11 +157,12 @@ int main(int argc, char** argv) {
       "Audio of sound documents through the importer, against libraries that read the same WAV.",
       [&](bool) {
         for (const Format& format : kFormats) {
-          const Files files = makeFiles(folder, format);
-          addWholeRow("stored", format, files.stored, files.wave);
+          const Files files = makeFiles(folder, format, kFrames);
+          addWholeRow("stored", format, files.stored, files);
           addStoredRows(format, files);
           if (format.bits != 16) continue;
-          addWholeRow("deflated", format, files.deflated, files.wave);
+          addGrowthFacts(files, makeFiles(folder, format, kFewFrames));
+          addWholeRow("deflated", format, files.deflated, files);
           addDeflatedRows(files);
         }
       });

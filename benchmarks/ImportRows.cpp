@@ -7,9 +7,9 @@
 
 #include <benchmark/benchmark.h>
 
-Pattern frontToBack(std::uint32_t frames) {
+Pattern frontToBack(std::uint32_t frames, std::int64_t length) {
   Pattern pattern{frames, {}};
-  for (std::int64_t at = 0; at + frames <= kFrames; at += frames)
+  for (std::int64_t at = 0; at + frames <= length; at += frames)
     pattern.positions.push_back(at);
   return pattern;
 }
@@ -22,34 +22,68 @@ Pattern randomStretches() {
   return pattern;
 }
 
-void requireSameAnswers(const Sources& sources, const Pattern& pattern, std::size_t channels) {
+namespace {
+
+using Sources = std::vector<std::shared_ptr<AudioSource>>;
+
+// All ways open, and found to give the same.
+Sources sourcesOf(const Ways& ways, const Pattern& pattern, std::size_t channels) {
+  Sources sources;
+  for (const Way& way : ways)
+    sources.push_back(way.open());
   Channels ours(channels, pattern.frames);
   Channels theirs(channels, pattern.frames);
   for (const std::int64_t position : pattern.positions) {
-    sources[0].second->read(position, pattern.frames, ours.data());
+    sources[0]->read(position, pattern.frames, ours.data());
     for (std::size_t who = 1; who < sources.size(); ++who) {
-      sources[who].second->read(position, pattern.frames, theirs.data());
+      sources[who]->read(position, pattern.frames, theirs.data());
       for (std::size_t channel = 0; channel < std::min<std::size_t>(channels, 6); ++channel) {
         if (std::memcmp(ours[channel].data(), theirs[channel].data(),
                         pattern.frames * sizeof(float)) != 0) {
-          throw std::runtime_error("the answer of " + sources[who].first + " differs");
+          throw std::runtime_error("the answer of " + ways[who].who + " differs");
         }
       }
     }
   }
+  return sources;
 }
 
-std::vector<turns::Contender> contenders(const Sources& sources, const Pattern& pattern,
+void follow(const Pattern& pattern, AudioSource& source, const Channels& buffers) {
+  for (const std::int64_t position : pattern.positions) {
+    source.read(position, pattern.frames, buffers.data());
+    benchmark::ClobberMemory();
+  }
+}
+
+}  // namespace
+
+void requireSameAnswers(const Ways& ways, const Pattern& pattern, std::size_t channels) {
+  sourcesOf(ways, pattern, channels);
+}
+
+std::vector<turns::Contender> contenders(const Ways& ways, const Pattern& pattern,
                                          std::size_t channels) {
-  requireSameAnswers(sources, pattern, channels);
+  const Sources sources = sourcesOf(ways, pattern, channels);
   const auto buffers = std::make_shared<Channels>(channels, pattern.frames);
   std::vector<turns::Contender> all;
-  for (const auto& [who, source] : sources) {
-    all.push_back({who, [source = source, pattern, buffers] {
-                     for (const std::int64_t position : pattern.positions) {
-                       source->read(position, pattern.frames, buffers->data());
-                       benchmark::ClobberMemory();
-                     }
+  for (std::size_t who = 0; who < ways.size(); ++who) {
+    all.push_back(
+        {ways[who].who,
+         [source = sources[who], pattern, buffers] { follow(pattern, *source, *buffers); },
+         {},
+         ways[who].isFloor});
+  }
+  return all;
+}
+
+std::vector<turns::Contender> wholes(const Ways& ways, const Pattern& pattern,
+                                     std::size_t channels) {
+  std::vector<turns::Contender> all;
+  for (const Way& way : ways) {
+    if (way.isFloor) continue;
+    all.push_back({way.who, [=] {
+                     const Channels buffers(channels, pattern.frames);
+                     follow(pattern, *way.open(), buffers);
                    }});
   }
   return all;

@@ -2,9 +2,9 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "AudioSources.h"
@@ -29,17 +29,28 @@ struct Pattern {
   std::vector<std::int64_t> positions;  // of their first frames
 };
 
-Pattern frontToBack(std::uint32_t frames);
+// Through the first `length` frames.
+Pattern frontToBack(std::uint32_t frames, std::int64_t length = kFrames);
 Pattern randomStretches();
 
-using Sources = std::vector<std::pair<std::string, std::shared_ptr<AudioSource>>>;
+struct Way {
+  std::string who;
+  std::function<std::unique_ptr<AudioSource>()> open;
+  bool isFloor = false;
+};
+using Ways = std::vector<Way>;
 
-// Raises std::runtime_error unless every source gives what the first gives.
-void requireSameAnswers(const Sources& sources, const Pattern& pattern, std::size_t channels);
+// Raises std::runtime_error unless every way gives what the first gives.
+void requireSameAnswers(const Ways& ways, const Pattern& pattern, std::size_t channels);
 
-// One who follows `pattern` for each source, once all have been found to give the same.
-std::vector<turns::Contender> contenders(const Sources& sources, const Pattern& pattern,
+// One who follows `pattern` on a source that is open, for each way, once all have been found to
+// give the same.
+std::vector<turns::Contender> contenders(const Ways& ways, const Pattern& pattern,
                                          std::size_t channels);
+
+// One who opens, follows `pattern` and closes, for each way but the floors.
+std::vector<turns::Contender> wholes(const Ways& ways, const Pattern& pattern,
+                                     std::size_t channels);
 
 // The rows on a deflated entry, of 16 bits and two channels.
 void addDeflatedRows(const Files& files);

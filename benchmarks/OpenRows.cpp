@@ -1,8 +1,10 @@
 // Opening a package and walking over all its entries, against libzip, libarchive and minizip.
 
+#include <cstdint>
 #include <memory>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include <archive.h>
@@ -14,6 +16,7 @@
 #include "package/QCFPackage.h"
 
 #include "PackageRows.h"
+#include "PlainZip.h"
 #include "Turns.h"
 #include "support/Run.h"
 
@@ -25,11 +28,11 @@ struct Answer {
   long long bytes = 0;       // of the uncompressed data
   std::size_t nameHash = 0;  // over all names, in order
 
-  void add(const char* name, long long size) {
+  void add(std::string_view name, long long size) {
     ++entries;
     bytes += size;
-    for (; *name != '\0'; ++name)
-      nameHash = nameHash * 31 + static_cast<unsigned char>(*name);
+    for (const char letter : name)
+      nameHash = nameHash * 31 + static_cast<unsigned char>(letter);
   }
   bool operator==(const Answer& other) const {
     return entries == other.entries && bytes == other.bytes && nameHash == other.nameHash;
@@ -43,7 +46,7 @@ Answer walkOurs(const std::string& path) {
   Answer answer;
   for (; iterator->isValid(); iterator->increment()) {
     const auto entry = iterator->dereference();
-    answer.add(entry->getName().c_str(), entry->toFile()->getSize64());
+    answer.add(entry->getName(), entry->toFile()->getSize64());
   }
   package->close();
   return answer;
@@ -67,16 +70,19 @@ Answer walkLibzip(const std::string& path) {
   return answer;
 }
 
-// As the walk, without the sum of what it finds: zip_stat_index is all the work.
-void openLibzip(const std::string& path) {
+// As the walk, without the sum of what it finds: zip_stat_index is all the work. Returns how many
+// entries it tells of.
+long long openLibzip(const std::string& path) {
   zip_t* const archive = zip_open(path.c_str(), ZIP_RDONLY, nullptr);
   require(archive != nullptr, "libzip cannot open " + path);
   const zip_int64_t count = zip_get_num_entries(archive, 0);
+  long long told = 0;
   for (zip_int64_t i = 0; i < count; ++i) {
     zip_stat_t status;
-    zip_stat_index(archive, static_cast<zip_uint64_t>(i), 0, &status);
+    if (zip_stat_index(archive, static_cast<zip_uint64_t>(i), 0, &status) == 0) ++told;
   }
   zip_discard(archive);
+  return told;
 }
 
 Answer walkLibarchive(const std::string& path) {
@@ -142,6 +148,14 @@ std::vector<turns::Contender> walkers(const std::string& path) {
   return all;
 }
 
+double peakOfPrototype(const std::string& path) {
+  return static_cast<double>(turns::peakOf([&] {
+    Answer answer;
+    walkPlainZip(path, [&](std::string_view name, std::uint32_t size) { answer.add(name, size); });
+    require(answer == walkMinizip(path), "the prototype finds otherwise");
+  }));
+}
+
 double heapOfOpenPackage(const std::string& path, std::size_t entries) {
   const auto held = [] {
     const auto heap = ::mallinfo2();
@@ -165,7 +179,9 @@ void addOpenRows(const support::TempDir& folder, std::size_t part) {
     turns::add({"open " + number,
                 [path] {
                   turns::apart([&] {
-                    require(walkOurs(path) == walkLibzip(path), "libzip finds otherwise");
+                    const Answer ours = walkOurs(path);
+                    require(ours == walkLibzip(path) && ours.entries == openLibzip(path),
+                            "libzip finds otherwise");
                   });
                   return std::vector<turns::Contender>{{"package", [path] { openOurs(path); }},
                                                        {"libzip", [path] { openLibzip(path); }}};
@@ -173,7 +189,10 @@ void addOpenRows(const support::TempDir& folder, std::size_t part) {
                 turns::Place::OwnProcess, repeats});
     turns::add({"open and walk " + number, [path] { return walkers(path); },
                 turns::Place::OwnProcess, repeats});
-    turns::add(turns::Fact{"heap of an open package of " + number + ", bytes an entry",
-                           [=] { return heapOfOpenPackage(path, entries); }, 600});
+    turns::add(turns::Fact{
+        "heap of an open package of " + number + ", bytes an entry",
+        [=] { return turns::valueOf([=] { return heapOfOpenPackage(path, entries); }); }, 600});
+    turns::add(turns::Fact{"peak memory of the prototype that walks " + number + ", KiB",
+                           [=] { return peakOfPrototype(path); }});
   }
 }

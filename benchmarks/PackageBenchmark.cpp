@@ -1,5 +1,5 @@
-// The package road: opening, walking, creating, saving and appending. Every turn has a process of
-// its own, so that its time and its peak memory are its own.
+// The package road: opening, walking, reading, creating, saving and appending. Every turn has a
+// process of its own, so that its time and its peak memory are its own.
 
 #include <cstddef>
 #include <cstdlib>
@@ -12,13 +12,16 @@ int main(int argc, char** argv) {
   const support::TempDir folder;
   // What waits for an update goes there.
   ::setenv("XDG_CACHE_HOME", folder.path().c_str(), 1);
-  return turns::run(argc, argv,
-                    "Packages opened, walked, created, saved and appended to, against libraries "
-                    "and programs that do the same. Works in $TMPDIR, with up to 6 GB.",
-                    [&](bool quick) {
-                      const std::size_t part = quick ? kQuickPart : 1;
-                      addOpenRows(folder, part);
-                      addCreateRows(folder, part);
-                      addCopyRows(folder, part);
-                    });
+  return turns::run(
+      argc, argv,
+      "Packages opened, walked, read, created, saved and appended to, against libraries "
+      "and programs that do the same. Works in $TMPDIR, with up to 6 GB.",
+      [&](bool quick) {
+        const std::size_t part = quick ? kQuickPart : 1;
+        addGrowthFacts(folder, part);
+        addOpenRows(folder, part);
+        addReadRows(folder, part);
+        addCreateRows(folder, part);
+        addCopyRows(folder, part);
+      });
 }

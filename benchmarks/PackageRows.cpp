@@ -64,6 +64,28 @@ void createPackage(const std::string& path, const Shape& shape) {
   package->close();
 }
 
+void savePackage(const std::string& from, const std::string& to) {
+  const auto package = openPackage(from, std::ios::in);
+  package->saveAs(to, kNewPackage);
+  package->close();
+}
+
+void readPackage(const std::string& path,
+                 const std::function<void(const char* bytes, std::size_t size)>& take) {
+  const auto package = openPackage(path, std::ios::in);
+  boost::shared_ptr<pkg::IPkgEntryIteratorImpl<>> iterator;
+  package->initIterator(iterator, {}, "");
+  std::vector<char> block(32768);
+  for (; iterator->isValid(); iterator->increment()) {
+    const auto stream = iterator->dereference()->toFile()->open(std::ios::in, false);
+    while (stream->read(block.data(), static_cast<std::streamsize>(block.size())),
+           stream->gcount() > 0) {
+      take(block.data(), static_cast<std::size_t>(stream->gcount()));
+    }
+  }
+  package->close();
+}
+
 void require(bool holds, const std::string& what) {
   if (!holds) throw std::runtime_error(what);
 }

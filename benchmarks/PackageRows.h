@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <functional>
 #include <ios>
 #include <string>
 #include <vector>
@@ -36,6 +37,14 @@ boost::shared_ptr<pkg::IPackage<>> openPackage(const std::string& path, std::ios
 // Makes a package with the library under test.
 void createPackage(const std::string& path, const Shape& shape);
 
+// Makes another package of what an unchanged one holds.
+void savePackage(const std::string& from, const std::string& to);
+
+// Reads every entry from its start to its end with the library under test, 32,768 bytes at a time,
+// and hands what comes to `take`.
+void readPackage(const std::string& path,
+                 const std::function<void(const char* bytes, std::size_t size)>& take);
+
 // Raises std::runtime_error with `what` unless it holds.
 void require(bool holds, const std::string& what);
 
@@ -46,6 +55,8 @@ void requireSameEntries(const std::string& expected, const std::string& path);
 // Divides the sizes of rows that would be long.
 constexpr std::size_t kQuickPart = 50;
 
+void addGrowthFacts(const support::TempDir& folder, std::size_t part);
 void addOpenRows(const support::TempDir& folder, std::size_t part);
+void addReadRows(const support::TempDir& folder, std::size_t part);
 void addCreateRows(const support::TempDir& folder, std::size_t part);
 void addCopyRows(const support::TempDir& folder, std::size_t part);

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <ctime>
 #include <filesystem>
 #include <map>
@@ -15,6 +16,7 @@
 #include <utility>
 #include <vector>
 
+#include <malloc.h>
 #include <sys/types.h>
 #include <unistd.h>
 #include <zlib.h>
@@ -197,12 +199,18 @@ void writeDirectory(std::FILE* file, const Records& records) {
 }
 
 // Leaves the file where the directory begins.
-Records readDirectory(std::FILE* file) {
+EndRecord findDirectory(std::FILE* file) {
   EndRecord end;
   fseeko(file, -static_cast<off_t>(sizeof end), SEEK_END);
   read(file, &end, sizeof end);
   require(end.signature == EndRecord{}.signature, "no end record where one was written");
   fseeko(file, static_cast<off_t>(end.directoryOffset), SEEK_SET);
+  return end;
+}
+
+// The same.
+Records readDirectory(std::FILE* file) {
+  const EndRecord end = findDirectory(file);
   Records records;
   for (std::size_t number = 0; number < end.entries; ++number) {
     const auto record = std::make_shared<Record>();
@@ -216,6 +224,51 @@ Records readDirectory(std::FILE* file) {
   fseeko(file, static_cast<off_t>(end.directoryOffset), SEEK_SET);
   return records;
 }
+
+// A record of the directory in a single block, the name behind it, as small as can be.
+class SmallRecord {
+public:
+  explicit SmallRecord(std::FILE* file) {
+    CentralHeader header;
+    read(file, &header, sizeof header);
+    const std::size_t rest =
+        std::size_t{header.fields.nameSize} + header.fields.extraSize + header.commentSize;
+    fBytes.reset(new char[sizeof header + rest]);
+    std::memcpy(fBytes.get(), &header, sizeof header);
+    read(file, fBytes.get() + sizeof header, rest);
+  }
+  CentralHeader header() const {
+    CentralHeader header;
+    std::memcpy(&header, fBytes.get(), sizeof header);
+    return header;
+  }
+  std::string_view name() const {
+    return {fBytes.get() + sizeof(CentralHeader), header().fields.nameSize};
+  }
+
+private:
+  std::unique_ptr<char[]> fBytes;
+};
+
+// What a client is given of an entry: has an owner, and something virtual.
+class SmallEntry {
+public:
+  SmallEntry(std::FILE* file, const SmallRecord* record) : fRecord(record) {
+    const auto start = static_cast<off_t>(record->header().offset);
+    LocalHeader header;
+    fseeko(file, start, SEEK_SET);
+    read(file, &header, sizeof header);
+    fDataStart = start + static_cast<off_t>(sizeof header) + header.fields.nameSize +
+                 header.fields.extraSize;
+  }
+  virtual ~SmallEntry() = default;
+  virtual std::string_view name() const { return fRecord->name(); }
+  virtual std::uint32_t size() const { return fRecord->header().fields.size; }
+
+private:
+  const SmallRecord* fRecord;
+  off_t fDataStart;
+};
 
 // The records for the new directory, with the time that goes by an entry's name.
 Records copiesOf(const Records& records) {
@@ -233,7 +286,14 @@ Records copiesOf(const Records& records) {
 
 }  // namespace
 
+void keepHeap() {
+  constexpr int kEnough = 1 << 23;
+  ::mallopt(M_MMAP_THRESHOLD, kEnough);
+  ::mallopt(M_TRIM_THRESHOLD, kEnough);
+}
+
 void createPlainZip(const std::string& path, const Shape& shape) {
+  keepHeap();
   const File file = openFile(path, "w+b");
   Records records;
   for (std::size_t number = 0; number < shape.entries; ++number) {
@@ -274,4 +334,19 @@ void appendPlainZip(const std::string& path, const std::string& name) {
   std::remove(spool.c_str());
   records.push_back(entry.finish());
   writeDirectory(file.get(), records);
+}
+
+void walkPlainZip(const std::string& path, const Found& found) {
+  const File file = openFile(path, "rb");
+  const EndRecord end = findDirectory(file.get());
+  std::vector<SmallRecord> records;
+  records.reserve(end.entries);
+  std::map<std::string_view, std::shared_ptr<SmallEntry>> entries;
+  for (std::size_t number = 0; number < end.entries; ++number)
+    entries[records.emplace_back(file.get()).name()] = nullptr;
+  for (const SmallRecord& record : records) {
+    std::shared_ptr<SmallEntry>& entry = entries[record.name()];
+    entry = std::make_shared<SmallEntry>(file.get(), &record);
+    found(entry->name(), entry->size());
+  }
 }

@@ -1,6 +1,9 @@
 #pragma once
 
+#include <cstdint>
+#include <functional>
 #include <string>
+#include <string_view>
 
 #include "PackageRows.h"
 
@@ -14,7 +17,17 @@
 
 inline constexpr const char* kPlainZip = "zlib and stdio";
 
+// For the rest of this process the heap keeps what a state of deflate takes, rather than give it
+// back to the system and fetch it anew for each entry.
+void keepHeap();
+
 void createPlainZip(const std::string& path, const Shape& shape);
 
 // Appends content(1), 1,024 bytes of it, deflated.
 void appendPlainZip(const std::string& path, const std::string& name);
+
+using Found = std::function<void(std::string_view name, std::uint32_t size)>;
+
+// Opens and walks with local headers read, and keeps until it returns what a package has to, as
+// small as can be: a record of each entry, an object of each entry, and a map of them by name.
+void walkPlainZip(const std::string& path, const Found& found);

@@ -5,12 +5,14 @@
 #include <ctime>
 #include <exception>
 #include <fstream>
+#include <map>
 #include <numeric>
 #include <stdexcept>
 #include <string_view>
 #include <utility>
 
 #include <fcntl.h>
+#include <sys/mman.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -23,10 +25,16 @@
 namespace turns {
 namespace {
 
-// Work that is long gets fewer rounds.
+// Work that is long gets fewer rounds. Work in this process is played in passes over all rows: what
+// else the machine does changes from second to second, and so does where memory lies from opening
+// to opening. A row should see some of each.
+constexpr int kPasses = 8;
+constexpr int kRoundsOfAPass = 4;
 constexpr int kMostRounds = 31;
 constexpr int kFewestRounds = 3;
-constexpr double kSecondsForRow = 12;
+constexpr int kEnoughRounds = 5;
+constexpr double kSecondsForRow = 8;
+constexpr double kMostSecondsForRow = 150;  // where the rounds are not enough yet
 
 double seconds(clockid_t clock) {
   timespec now{};
@@ -38,9 +46,13 @@ double seconds(const timeval& time) {
   return static_cast<double>(time.tv_sec) + 1e-6 * static_cast<double>(time.tv_usec);
 }
 
+// Between two values in proportion, so that few rounds have quartiles of their own.
 double quantile(std::vector<double> values, double part) {
   std::sort(values.begin(), values.end());
-  return values[static_cast<std::size_t>(part * static_cast<double>(values.size() - 1) + 0.5)];
+  const double place = part * static_cast<double>(values.size() - 1);
+  const auto below = static_cast<std::size_t>(place);
+  const std::size_t above = std::min(below + 1, values.size() - 1);
+  return values[below] + (values[above] - values[below]) * (place - static_cast<double>(below));
 }
 
 struct Turn {
@@ -116,10 +128,44 @@ public:
   explicit Contest(bool quick) : fQuick(quick) {}
 
   void play(const Row& row, benchmark::State& state) try {
-    const std::vector<Contender> contenders = row.open();
-    const Turns turns = rounds(row, contenders, state);
-    reportSpeed(row, contenders, turns, state);
-    if (row.place == Place::OwnProcess) reportMemory(row, contenders, turns);
+    for (auto _ : state) {
+      playOn(row);
+      state.SetIterationTime(median(fPlayed[row.name].turns[0], &Turn::processor));
+    }
+    const auto& [contenders, turns] = fPlayed[row.name];
+    for (std::size_t who = 1; who < contenders.size(); ++who) {
+      state.counters["x " + contenders[who].who] =
+          quantile(ratios(turns[0], turns[who], &Turn::processor), 0.5);
+    }
+  } catch (const std::exception& error) {
+    fail(row.name, error.what(), state);
+  }
+
+  // Plays the later passes of those rows that have been played, and fills the table with what came
+  // of all of them.
+  void finish(const std::vector<Row>& rows) {
+    for (int pass = 1; pass < kPasses && !fQuick; ++pass) {
+      for (const Row& row : rows) {
+        if (row.place == Place::Here && fPlayed.count(row.name) != 0) playOn(row);
+      }
+    }
+    for (const Row& row : rows) {
+      const auto played = fPlayed.find(row.name);
+      if (played == fPlayed.end()) continue;
+      const auto& [contenders, turns] = played->second;
+      reportSpeed(row, contenders, turns);
+      if (row.place == Place::OwnProcess) reportMemory(row.name, contenders, medianPeaks(turns));
+    }
+  }
+
+  void weigh(const Row& row, benchmark::State& state) try {
+    std::vector<long> peaks;
+    for (auto _ : state) {
+      for (const Contender& one : row.whole)
+        peaks.push_back(peakOf(one.work));
+      state.SetIterationTime(0);
+    }
+    reportMemory(row.name, row.whole, peaks);
   } catch (const std::exception& error) {
     fail(row.name, error.what(), state);
   }
@@ -139,38 +185,53 @@ public:
   const Table& table() const { return fTable; }
 
 private:
+  struct Played {
+    std::vector<Contender> contenders;
+    Turns turns;
+  };
+
   void fail(const std::string& name, const char* reason, benchmark::State& state) {
     state.SkipWithError(reason);
     fTable.failures.push_back({name, reason});
+    fPlayed.erase(name);
   }
 
-  bool goesOn(int round, double start) const {
+  bool goesOn(const Row& row, int round, double start) const {
+    if (fQuick) return round < kFewestRounds;
+    const double passed = seconds(CLOCK_MONOTONIC) - start;
+    if (row.place == Place::Here)
+      return round == 0 || (round < kRoundsOfAPass && passed < kSecondsForRow / kPasses);
     if (round < kFewestRounds) return true;
-    return !fQuick && round < kMostRounds && seconds(CLOCK_MONOTONIC) - start < kSecondsForRow;
+    return round < kMostRounds &&
+           passed < (round < kEnoughRounds ? kMostSecondsForRow : kSecondsForRow);
   }
 
-  Turns rounds(const Row& row, const std::vector<Contender>& contenders, benchmark::State& state) {
-    Turns turns(contenders.size());
+  // The rounds of one pass.
+  void playOn(const Row& row) {
+    const std::vector<Contender> contenders = row.open();
+    Played& played = fPlayed[row.name];
+    played.contenders.clear();
+    for (const Contender& one : contenders)  // without what they hold open
+      played.contenders.push_back({one.who, {}, {}, one.isFloor});
+    played.turns.resize(contenders.size());
     std::vector<std::size_t> order(contenders.size());
     std::iota(order.begin(), order.end(), std::size_t{0});
+    const std::size_t first = played.turns[0].size() % order.size();
+    std::rotate(order.begin(), order.begin() + static_cast<std::ptrdiff_t>(first), order.end());
     const double start = seconds(CLOCK_MONOTONIC);
-    for (auto _ : state) {
-      for (int round = 0; goesOn(round, start); ++round) {
-        for (const std::size_t who : order) {
-          const Contender& one = contenders[who];
-          if (one.prepare) one.prepare();
-          turns[who].push_back(row.place == Place::Here ? takeTurnHere(one.work, row.repeats)
-                                                        : takeTurnInProcess(one.work, row.repeats));
-        }
-        std::rotate(order.begin(), order.begin() + 1, order.end());
+    for (int round = 0; goesOn(row, round, start); ++round) {
+      for (const std::size_t who : order) {
+        const Contender& one = contenders[who];
+        if (one.prepare) one.prepare();
+        played.turns[who].push_back(row.place == Place::Here
+                                        ? takeTurnHere(one.work, row.repeats)
+                                        : takeTurnInProcess(one.work, row.repeats));
       }
-      state.SetIterationTime(median(turns[0], &Turn::processor));
+      std::rotate(order.begin(), order.begin() + 1, order.end());
     }
-    return turns;
   }
 
-  void reportSpeed(const Row& row, const std::vector<Contender>& contenders, const Turns& turns,
-                   benchmark::State& state) {
+  void reportSpeed(const Row& row, const std::vector<Contender>& contenders, const Turns& turns) {
     for (std::size_t who = 1; who < contenders.size(); ++who) {
       const std::vector<double> all = ratios(turns[0], turns[who], &Turn::processor);
       fTable.speed.push_back(
@@ -178,28 +239,33 @@ private:
            1e3 * median(turns[who], &Turn::processor), quantile(all, 0.5), quantile(all, 0.25),
            quantile(all, 0.75), quantile(ratios(turns[0], turns[who], &Turn::wall), 0.5),
            target(row.name, contenders[who].who)});
-      state.counters["x " + contenders[who].who] = quantile(all, 0.5);
     }
   }
 
-  void reportMemory(const Row& row, const std::vector<Contender>& contenders, const Turns& turns) {
+  static std::vector<long> medianPeaks(const Turns& turns) {
+    std::vector<long> peaks;
+    for (const std::vector<Turn>& ofOne : turns)
+      peaks.push_back(static_cast<long>(median(ofOne, &Turn::peak)));
+    return peaks;
+  }
+
+  void reportMemory(const std::string& row, const std::vector<Contender>& contenders,
+                    const std::vector<long>& peaks) {
     const bool onlyFloors = std::all_of(contenders.begin() + 1, contenders.end(),
                                         [](const Contender& one) { return one.isFloor; });
-    MemoryLine line{row.name, 0, {}, 0};
-    for (std::size_t who = 0; who < contenders.size(); ++who) {
-      const long peak = static_cast<long>(median(turns[who], &Turn::peak));
-      if (who == 0) {
-        line.ours = peak;
-      } else if ((!contenders[who].isFloor || onlyFloors) &&
-                 (line.leanest.empty() || peak < line.theirs)) {
+    MemoryLine line{row, peaks[0], {}, 0};
+    for (std::size_t who = 1; who < contenders.size(); ++who) {
+      if ((!contenders[who].isFloor || onlyFloors) &&
+          (line.leanest.empty() || peaks[who] < line.theirs)) {
         line.leanest = contenders[who].who;
-        line.theirs = peak;
+        line.theirs = peaks[who];
       }
     }
     fTable.memory.push_back(line);
   }
 
   const bool fQuick;
+  std::map<std::string, Played> fPlayed;
   Table fTable;
 };
 
@@ -250,6 +316,17 @@ long peakOf(const std::function<void()>& work) {
   return takeTurnInProcess(work, 1).peak;
 }
 
+double valueOf(const std::function<double()>& work) {
+  void* const shared =
+      ::mmap(nullptr, sizeof(double), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+  if (shared == MAP_FAILED) throw std::runtime_error("cannot share memory");
+  auto* const value = static_cast<double*>(shared);
+  apart([&] { *value = work(); });
+  const double result = *value;
+  ::munmap(shared, sizeof(double));
+  return result;
+}
+
 void become(const std::vector<std::string>& words, const std::string& folder) {
   std::vector<char*> arguments;
   for (const std::string& word : words)
@@ -288,11 +365,17 @@ int run(int argc, char** argv, const char* about, const std::function<void(bool 
   if (benchmark::ReportUnrecognizedArguments(count, passed.data())) return 2;
   addRows(quick);
   Contest contest(quick);
-  for (const Row& row : rows())
-    enlist(row.name, [&](benchmark::State& state) { contest.play(row, state); });
+  // Peaks come first: a process that has worked has free memory, which its children would fill.
   for (const Fact& fact : facts())
     enlist(fact.name, [&](benchmark::State& state) { contest.take(fact, state); });
+  for (const Row& row : rows()) {
+    if (row.whole.empty()) continue;
+    enlist(row.name + ", peak memory", [&](benchmark::State& state) { contest.weigh(row, state); });
+  }
+  for (const Row& row : rows())
+    enlist(row.name, [&](benchmark::State& state) { contest.play(row, state); });
   benchmark::RunSpecifiedBenchmarks();
+  contest.finish(rows());
   const Table& table = contest.table();
   std::printf("\n%s", table.markdown().c_str());
   if (!stem.empty()) {

@@ -34,13 +34,16 @@ struct Row {
   std::function<std::vector<Contender>()> open;
   Place place = Place::Here;
   int repeats = 1;  // of the work in one turn, for work that is short
+  // For a row in this process: the work from the opening of its files on, of those whose peak
+  // memory is to be compared, ours first. Each does it once, in a process of its own.
+  std::vector<Contender> whole = {};
 };
 
 // Something to measure that has no peer.
 struct Fact {
   std::string name;
   std::function<double()> measure;
-  double atMost;
+  double atMost = 0;  // 0: nothing is asked
 };
 
 void add(Row row);
@@ -53,6 +56,9 @@ void apart(const std::function<void()>& work);
 
 // The same; returns its peak memory in KiB.
 long peakOf(const std::function<void()>& work);
+
+// The same; returns what `work` returns.
+double valueOf(const std::function<double()>& work);
 
 // Makes this process the program `words[0]`, silent, in `folder`. Returns never; raises
 // std::runtime_error when there is no such program.

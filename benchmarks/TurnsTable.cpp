@@ -49,8 +49,13 @@ void factsAsMarkdown(std::ostream& out, const std::vector<FactLine>& facts) {
   out << "\n| measured | | at most | |\n|---|---|---|---|\n";
   char text[400];
   for (const FactLine& fact : facts) {
-    std::snprintf(text, sizeof(text), "| %s | %.0f | %.0f | %s |\n", fact.name.c_str(), fact.value,
-                  fact.atMost, verdict(fact.met()));
+    std::snprintf(text, sizeof(text), "| %s | %.0f | ", fact.name.c_str(), fact.value);
+    out << text;
+    if (fact.atMost == 0) {
+      out << "| |\n";
+      continue;
+    }
+    std::snprintf(text, sizeof(text), "%.0f | %s |\n", fact.atMost, verdict(fact.met()));
     out << text;
   }
 }

@@ -31,8 +31,8 @@ struct MemoryLine {
 struct FactLine {
   std::string name;
   double value;
-  double atMost;
-  bool met() const { return value <= atMost; }
+  double atMost;  // 0: none
+  bool met() const { return atMost == 0 || value <= atMost; }
 };
 
 struct Failure {
