@@ -11,6 +11,7 @@
 #include <exception>
 #include <new>
 #include <thread>
+#include <utility>
 
 #include <poll.h>
 #include <sys/socket.h>
@@ -87,12 +88,17 @@ bool sendAnswer(int socket, const ChildProcess::Answer& answer, const std::strin
   }
 }
 
+std::string turnedAway(const std::string&) {
+  throw Error("no process can be made: its output cannot be redirected");
+}
+
 // The child, until nobody asks any more.
-[[noreturn]] void serve(int socket, const ChildProcess::Answer& answer, unsigned patience) {
-  for (const int signal : {SIGHUP, SIGINT, SIGTERM, SIGPIPE, SIGALRM})
+[[noreturn]] void serve(int socket, ChildProcess::Answer answer, unsigned patience) {
+  for (const int signal : {SIGHUP, SIGINT, SIGTERM, SIGALRM})
     std::signal(signal, SIG_DFL);
+  std::signal(SIGPIPE, SIG_IGN);   // where nobody waits for the answer, there is still to clear up
   std::set_terminate(std::abort);  // what the parent does about it must not be done twice
-  dup2(STDERR_FILENO, STDOUT_FILENO);
+  if (dup2(STDERR_FILENO, STDOUT_FILENO) < 0) answer = turnedAway;
   Head head{};
   std::string question;
   while (readAll(socket, &head, sizeof(head))) {
@@ -103,20 +109,22 @@ bool sendAnswer(int socket, const ChildProcess::Answer& answer, const std::strin
     if (!sendAnswer(socket, answer, question)) break;
     alarm(0);
   }
+  alarm(patience == 0 ? 0 : patience + 2);
+  answer = nullptr;  // with what its work has opened
   ::_exit(0);
 }
 
 std::string describeEnd(int status) {
   if (WIFSIGNALED(status)) {
-    return std::string("the importer crashed: ") + strsignal(WTERMSIG(status));
+    return std::string(" crashed: ") + strsignal(WTERMSIG(status));
   }
-  return "the importer ended its process with status " + std::to_string(WEXITSTATUS(status));
+  return " ended its process with status " + std::to_string(WEXITSTATUS(status));
 }
 
 }  // namespace
 
-ChildProcess::ChildProcess(const Answer& answer, std::chrono::seconds patience)
-    : fPatience(patience) {
+ChildProcess::ChildProcess(std::string name, Answer answer, std::chrono::seconds patience)
+    : fName(std::move(name)), fPatience(patience) {
   int sockets[2];
   if (socketpair(AF_UNIX, SOCK_STREAM, 0, sockets) != 0) {
     throw Error(std::string("no connection to a process can be made: ") + std::strerror(errno));
@@ -126,7 +134,7 @@ ChildProcess::ChildProcess(const Answer& answer, std::chrono::seconds patience)
   if (fChild == 0) {
     ::close(sockets[0]);
     try {
-      serve(sockets[1], answer, static_cast<unsigned>(patience.count()));
+      serve(sockets[1], std::move(answer), static_cast<unsigned>(patience.count()));
     } catch (...) {  // what the parent does about a failure must not be done twice
       ::_exit(EXIT_FAILURE);
     }
@@ -155,18 +163,18 @@ void ChildProcess::end() noexcept {
 }
 
 std::string ChildProcess::ask(const std::string& question) {
-  if (fChild <= 0) throw Error("the importer is gone");
+  if (fChild <= 0) throw Error(fName + " is gone");
   const auto deadline =
       fPatience.count() == 0 ? Clock::time_point::max() : Clock::now() + fPatience;
   {
     const IgnoringPipeSignal ignoring;
-    if (!sendMessage(fSocket, {}, question)) failAsItEnded(deadline);
+    if (!sendMessage(fSocket, {}, question)) failAsCutOff(deadline);
   }
   Head head{};
   receive(&head, sizeof(head), deadline);
   if (head.size > kMostBytes) {
     end();
-    throw Error("the importer has damaged its process");
+    throw Error(fName + " has damaged its process");
   }
   std::string bytes(head.size, '\0');
   receive(bytes.data(), bytes.size(), deadline);
@@ -182,13 +190,36 @@ void ChildProcess::receive(void* bytes, std::size_t size, Clock::time_point dead
     // A wait of any length is made of short ones: poll counts in an int.
     pollfd waiting{fSocket, POLLIN, 0};
     const auto step = std::min<std::chrono::milliseconds>(left, 10s);
-    if (poll(&waiting, 1, static_cast<int>(step.count())) <= 0) continue;
+    const int ready = poll(&waiting, 1, static_cast<int>(step.count()));
+    if (ready == 0 || (ready < 0 && errno == EINTR)) continue;
+    if (ready < 0) failAsUnreachable();
     const ssize_t count = ::read(fSocket, to, size);
     if (count < 0 && errno == EINTR) continue;
-    if (count <= 0) failAsItEnded(deadline);
+    if (count < 0) failAsCutOff(deadline);
+    if (count == 0) failAsItEnded(deadline);
     to += count;
     size -= static_cast<std::size_t>(count);
   }
+}
+
+// The connection failed under a read or a write, as errno tells: by the child's end, or by itself,
+// and then the child may live on.
+void ChildProcess::failAsCutOff(Clock::time_point deadline) {
+  if (errno == EPIPE || errno == ECONNRESET) failAsItEnded(deadline);
+  failAsUnreachable();
+}
+
+void ChildProcess::failAsUnreachable() {
+  const int reason = errno;
+  // It finds that nobody asks any more, and clears up what it holds.
+  ::close(std::exchange(fSocket, -1));
+  const auto deadline = Clock::now() + std::chrono::seconds(2);
+  pid_t ended = 0;
+  while ((ended = waitpid(fChild, nullptr, WNOHANG)) == 0 && Clock::now() < deadline)
+    std::this_thread::sleep_for(1ms);
+  if (ended > 0) fChild = -1;
+  end();
+  throw Error(fName + " cannot be reached: " + std::strerror(reason));
 }
 
 void ChildProcess::failAsItEnded(Clock::time_point deadline) {
@@ -199,14 +230,15 @@ void ChildProcess::failAsItEnded(Clock::time_point deadline) {
     if (Clock::now() >= deadline) failAsTooSlow();
     std::this_thread::sleep_for(1ms);
   }
+  if (ended < 0) failAsUnreachable();
   fChild = -1;
   end();
-  throw Error(describeEnd(status));
+  throw Error(fName + describeEnd(status));
 }
 
 void ChildProcess::failAsTooSlow() {
   end();
-  throw Error("the importer gave no answer within " + std::to_string(fPatience.count()) +
+  throw Error(fName + " gave no answer within " + std::to_string(fPatience.count()) +
               (fPatience.count() == 1 ? " second" : " seconds"));
 }
 

@@ -13,6 +13,8 @@
 namespace hostkit {
 namespace {
 
+constexpr const char* kName = "the importer";
+
 // Both processes are the same program, so values travel as they lie in memory.
 template <class T>
 void put(std::string& message, const T& value) {
@@ -171,7 +173,7 @@ std::vector<Format> unpackFormats(const std::string& message) {
 
 IsolatedDocument::IsolatedDocument(const std::filesystem::path& folder,
                                    const std::filesystem::path& path, std::chrono::seconds patience)
-    : fProcess(serverOf(folder, path), patience) {
+    : fProcess(kName, serverOf(folder, path), patience) {
   load(fProcess);
   const std::string message = fProcess.ask(messageOf(Question::Open));
   fIsOpen = true;
@@ -213,6 +215,7 @@ std::vector<Format> isolatedFormats(const std::filesystem::path& folder,
                                     std::chrono::seconds patience) {
   std::optional<Bundle> bundle;
   ChildProcess process(
+      kName,
       [&](const std::string& message) -> std::string {
         if (message != messageOf(Question::Load)) return packFormats(bundle->formats());
         bundle.emplace(folder);

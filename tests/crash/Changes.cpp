@@ -11,10 +11,24 @@ const Words kNextNew = {"create", "--overwrite", "--type", "a/b", "new.pkg", "in
 const Words kMake = {"make", "in.wav", "out.qsnd"};
 const Words kMakeDeflated = {"make", "--deflate", "in.wav", "out.qsnd"};
 const Words kExport = {"export", "in.qsnd", "out.wav"};
-const Words kWaveform = {"waveform", "in.qsnd", "out.png", "--width", "200", "--height", "100"};
+const Words kExportHere = {"--no-isolate", "export", "in.qsnd", "out.wav"};
+const Words kExportMany = {"--quiet", "export", "--folder", "waves", "in.qsnd", "out.qsnd"};
+const Words kExportManyAgain = {"export", "--folder", "waves", "in.qsnd", "out.qsnd"};
+const Words kWaveformSVG = {"--timeout", "5",   "waveform", "in.qsnd", "out.svg",
+                            "--width",   "200", "--height", "100"};
+const Words kWaveform = {"--timeout", "5",   "waveform", "in.qsnd", "out.png",
+                         "--width",   "200", "--height", "100"};
 const Words kExtract = {"extract", "tree.pkg", "-C", "new/folder"};
 const Words kExtractAgain = {"extract", "--overwrite", "tree.pkg", "-C", "new/folder"};
 const Words kExtractOver = {"extract", "--overwrite", "tree.pkg", "-C", "there"};
+
+const std::string kPiped = "what comes from a pipe";
+
+Change variant(Change change, const std::string& input = {}) {
+  change.isVariant = true;
+  change.input = input;
+  return change;
+}
 
 Words extracted(const std::string& folder) {
   Words names;
@@ -66,7 +80,23 @@ const std::vector<Change>& changes() {
        {"a.pkg"},
        kNext,
        false,
-       Place::InTheFile}};
+       Place::InTheFile},
+      variant({"addFromPipe", QCFPKG, {"add", "a.pkg", "three=-"}, {"a.pkg"}, kNext, true}, kPiped),
+      variant({"createFromPipe",
+               QCFPKG,
+               {"create", "--type", "a/b", "new.pkg", "one=-"},
+               {"new.pkg"},
+               kNextNew,
+               true},
+              kPiped),
+      variant({"exportHere", QSNDHOST, kExportHere, {"out.wav"}, kExport, true}),
+      variant({"exportMany",
+               QSNDHOST,
+               kExportMany,
+               {"waves/in.wav", "waves/out.wav"},
+               kExportManyAgain,
+               true}),
+      variant({"waveformSVG", QSNDHOST, kWaveformSVG, {"out.svg"}, kWaveformSVG, true})};
   return all;
 }
 

@@ -6,8 +6,7 @@
 #include <string>
 #include <vector>
 
-#include <zlib.h>
-
+#include "crash/Pictures.h"
 #include "crash/ProgramTrial.h"
 #include "failures/Listing.h"
 
@@ -25,6 +24,8 @@ struct Change {
   std::vector<std::string> next;  // a later run that writes the same files
   bool usesZlib;
   Place place = Place::Beside;
+  std::string input = {};
+  bool isVariant = false;  // of another: in the short form, less of it is tried
 };
 
 inline void PrintTo(const Change& change, std::ostream* out) {
@@ -42,31 +43,8 @@ struct State {
   }
 };
 
-// What a picture is made with may be short of something without a word, and its words be in another
-// font: of one that is whole, the size counts.
-inline std::optional<std::string> wholePicture(const std::string& bytes) {
-  constexpr std::size_t kSignature = 8, kLength = 4, kAround = 12;
-  if (bytes.compare(1, 3, "PNG") != 0) return {};
-  const auto number = [&](std::size_t at) {
-    std::uint32_t value = 0;
-    for (std::size_t i = 0; i < 4; ++i)
-      value = value << 8 | static_cast<unsigned char>(bytes[at + i]);
-    return value;
-  };
-  std::size_t at = kSignature;
-  std::size_t size = 0;
-  for (; at + kAround <= bytes.size(); at += kAround + size) {
-    size = number(at);
-    if (size > bytes.size() - at - kAround) return {};
-    const auto* const begin = reinterpret_cast<const Bytef*>(bytes.data()) + at + kLength;
-    if (crc32(0, begin, static_cast<uInt>(size + 4)) != number(at + 8 + size)) return {};
-  }
-  const bool ends = at == bytes.size() && size == 0 && at > kSignature;
-  return ends ? std::optional<std::string>(bytes.substr(0, 33)) : std::nullopt;
-}
-
 inline State stateOf(const std::string& bytes) {
-  if (const auto picture = wholePicture(bytes)) return {{}, *picture};
+  if (const auto picture = waveIn(bytes)) return {{}, *picture};
   try {
     return {failures::listed(bytes), std::to_string(bytes.size()), true};
   } catch (const std::exception&) {
@@ -88,10 +66,14 @@ protected:
   void adoptNew() {
     fNew = states();
     ASSERT_FALSE(fNew == fOld);
+    for (const std::string& name : GetParam().outputs)
+      fNewRights[name] = rightsTo(name);
   }
 
   support::Command change(Environment more = {}) const {
-    return command(GetParam().program, GetParam().arguments, std::move(more));
+    support::Command change = command(GetParam().program, GetParam().arguments, std::move(more));
+    change.input = GetParam().input;
+    return change;
   }
   bool isInPlace() const { return GetParam().place == Place::InTheFile; }
   bool isOutput(const std::string& name) const {
@@ -149,7 +131,16 @@ protected:
     }
     return allNew;
   }
-  bool expectOldOrNew() const { return expectOldOrNew(present()); }
+  // And nobody has rights to them that are neither the old nor the new file's.
+  bool expectOldOrNew() const {
+    for (const std::string& name : files()) {
+      const auto asNew = fNewRights.find(name);
+      const bool isAsOld = fInitial.count(name) != 0 && rightsTo(name) == kOwners;
+      const bool isAsNew = asNew != fNewRights.end() && rightsTo(name) == asNew->second;
+      EXPECT_TRUE(isAsOld || isAsNew || !isOutput(name)) << name << " has other rights";
+    }
+    return expectOldOrNew(present());
+  }
 
   // The next run takes away what is left, and says so.
   void expectNextRunClears(const std::vector<std::string>& left) const {
@@ -169,6 +160,7 @@ protected:
 
   using States = std::map<std::string, std::optional<State>>;
   States fOld, fNew;
+  std::map<std::string, std::filesystem::perms> fNewRights;
 
 private:
   States states() const {

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <sstream>
 #include <stdexcept>
 #include <string>
 
@@ -34,18 +35,25 @@ public:
   support::Finished runWithout(const std::string& point) const {
     support::Command command = fCommand;
     command.environment.emplace_back("QCF_SHORTAGE", point);
-    command.seconds = 20;
-    return support::run(command);
+    support::Finished finished = support::run(command);
+    finished.err = withoutWordsOfTheFonts(finished.err);
+    return finished;
   }
 
-  // From one allocation that fails to the next: about `points` are tried, in the long form each of
-  // them, but for those of drawing, most of which are the fonts'.
-  long step(long points) const {
-    constexpr long kMost = 4000;
-    return std::max(1L, fAllocations / (isLong() ? kMost : points));
-  }
+  // From one allocation that fails to the next: about `points` are tried, in the long form each.
+  long step(long points) const { return isLong() ? 1 : std::max(1L, fAllocations / points); }
 
 private:
+  // The library that looks for fonts may have something to say, too.
+  static std::string withoutWordsOfTheFonts(const std::string& err) {
+    std::string rest;
+    std::istringstream lines(err);
+    for (std::string line; std::getline(lines, line);) {
+      if (line.rfind("Fontconfig ", 0) != 0) rest += line + "\n";
+    }
+    return rest;
+  }
+
   support::Command fCommand;
   long fAllocations = 0;
   long fZlibCalls = 0;

@@ -22,7 +22,6 @@ struct Command {
   std::string input = {};                                             // its standard input
   std::filesystem::path folder = {};                                  // where it runs; empty: here
   std::vector<std::pair<std::string, std::string>> environment = {};  // set on top of this one's
-  unsigned seconds = 0;  // after so many SIGALRM ends it, unless 0
 };
 
 struct Finished {
@@ -39,7 +38,6 @@ class Prepared {
 public:
   explicit Prepared(const Command& command)
       : fFolder(command.folder.string()),
-        fSeconds(command.seconds),
         fArguments(command.arguments),
         fEnvironment(environmentOf(command)) {}
 
@@ -50,7 +48,6 @@ public:
       if (::dup2(files[descriptor], descriptor) < 0) ::_exit(127);
     }
     if (!fFolder.empty() && ::chdir(fFolder.c_str()) != 0) ::_exit(127);
-    ::alarm(fSeconds);
     ::execvpe(fArgumentPointers[0], fArgumentPointers.data(), fEnvironmentPointers.data());
     ::_exit(127);
   }
@@ -81,7 +78,6 @@ private:
   }
 
   const std::string fFolder;
-  const unsigned fSeconds;
   const std::vector<std::string> fArguments;
   const std::vector<std::string> fEnvironment;
   const std::vector<char*> fArgumentPointers = pointersTo(fArguments);

@@ -16,6 +16,7 @@
 #include <fmt/format.h>
 
 #include "common/Failure.h"
+#include "common/FileStatus.h"
 
 namespace tools {
 namespace {
@@ -88,11 +89,26 @@ std::string shortened(const std::string& name) {
 
 }  // namespace
 
-std::string resolvedPath(const std::string& path) {
-  std::error_code error;
-  // Absolute first: a name of nothing that exists would stay one without a folder.
-  const auto canonical = fs::weakly_canonical(fs::absolute(path, error), error);
-  return error ? path : canonical.string();
+std::string resolvedPath(const std::string& path, std::error_code& error) {
+  constexpr int kMostLinks = 40;  // as many as Linux follows
+  if (path.empty()) return path;
+  // A pipe of this process has no name behind /dev/fd/1, and what is no file is not replaced.
+  const auto found = statusOf(path, error);
+  if (error || (found && !S_ISREG(found->st_mode))) return path;
+  fs::path named = path;
+  for (int link = 0; link < kMostLinks; ++link) {
+    const fs::file_status status = fs::symlink_status(named, error);
+    if (status.type() == fs::file_type::not_found) error.clear();
+    if (error) return path;
+    if (!fs::is_symlink(status)) {
+      return (named.has_parent_path() ? named : fs::path(".") / named).string();
+    }
+    const fs::path target = fs::read_symlink(named, error);
+    if (error) return path;
+    named = named.parent_path() / target;
+  }
+  error = std::make_error_code(std::errc::too_many_symbolic_link_levels);
+  return path;
 }
 
 std::string scratchPrefix(const std::string& program, const std::string& output) {

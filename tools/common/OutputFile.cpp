@@ -14,19 +14,13 @@
 #include <fmt/format.h>
 
 #include "common/Failure.h"
+#include "common/FileStatus.h"
 #include "common/Leftovers.h"
 #include "common/RemoveOnSignal.h"
 #include "common/SyncFolder.h"
 
 namespace tools {
 namespace {
-
-// What a new file would get from open(): umask can only be read by setting it.
-mode_t defaultMode() {
-  const mode_t mask = umask(0);
-  umask(mask);
-  return 0666 & ~mask;
-}
 
 std::string temporaryFolder() {
   std::error_code error;
@@ -35,11 +29,6 @@ std::string temporaryFolder() {
   const char* const named = std::getenv("TMPDIR");
   throw Failure(fmt::format("cannot make a temporary file in {}: {}",
                             shown(named == nullptr ? folder.string() : named), error.message()));
-}
-
-bool isPlainFileOrAbsent(const std::string& target) {
-  struct stat status {};
-  return stat(target.c_str(), &status) != 0 || S_ISREG(status.st_mode);
 }
 
 void writeAll(int descriptor, const char* bytes, std::size_t size) {
@@ -59,16 +48,17 @@ OutputFile::OutputFile(const Session& session, const std::string& target) {
     throw Failure("an output has no name; - is standard output", ExitUsage);
   }
   if (target != "-") {
-    fTarget = resolvedPath(target);
-    fName = shown(target);
+    fName = fWritten = shown(target);
+    std::error_code error;
+    fTarget = resolvedPath(target, error);
+    if (error) throw failure(error.message());
   } else if (isatty(STDOUT_FILENO) != 0) {
     throw Failure("standard output is a terminal; name a file, or a pipe behind it", ExitUsage);
   }
-  const bool beside = !fTarget.empty() && isPlainFileOrAbsent(fTarget);
+  const bool beside = !fTarget.empty() && isPlainFileOrAbsent();
   std::string place = fTarget;
   if (beside) {
     clearLeftovers(session, fTarget);
-    fWritten = fName;
   } else {
     const std::string folder = temporaryFolder();
     place = (std::filesystem::path(folder) / "output").string();
@@ -125,10 +115,20 @@ void OutputFile::copyToTarget() {
   if (!fTarget.empty() && close(out) != 0) fail();
 }
 
+std::optional<struct stat> OutputFile::targetStatus() const {
+  std::error_code error;
+  const auto status = statusOf(fTarget, error);
+  if (error) throw failure(error.message());
+  return status;
+}
+
+bool OutputFile::isPlainFileOrAbsent() const {
+  const auto status = targetStatus();
+  return !status || S_ISREG(status->st_mode);
+}
+
 void OutputFile::replaceTarget() {
-  struct stat old {};
-  const mode_t mode =
-      stat(fTarget.c_str(), &old) == 0 ? static_cast<mode_t>(old.st_mode & 07777) : defaultMode();
+  const mode_t mode = modeInPlaceOf(targetStatus());
   if (fchmod(fDescriptor, mode) != 0 || fsync(fDescriptor) != 0) fail();
   if (rename(fScratch.c_str(), fTarget.c_str()) != 0) fail();
   fScratch.clear();

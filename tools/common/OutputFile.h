@@ -1,6 +1,9 @@
 #pragma once
 
+#include <optional>
 #include <string>
+
+#include <sys/stat.h>
 
 #include "common/Failure.h"
 #include "common/Program.h"
@@ -33,6 +36,8 @@ public:
   void commit();
 
 private:
+  std::optional<struct stat> targetStatus() const;
+  bool isPlainFileOrAbsent() const;
   void copyToTarget();
   void replaceTarget();
   [[noreturn]] void fail() const;

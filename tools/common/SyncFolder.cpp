@@ -2,6 +2,7 @@
 
 #include <cerrno>
 #include <filesystem>
+#include <vector>
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -21,6 +22,23 @@ bool syncFolderOf(const std::string& path) {
   close(folder);
   errno = code;
   return done;
+}
+
+std::error_code makeFolder(const std::string& path) {
+  namespace fs = std::filesystem;
+  std::error_code error;
+  std::vector<std::string> made;
+  for (fs::path folder = fs::absolute(path, error); folder.has_relative_path();
+       folder = folder.parent_path()) {
+    if (fs::exists(folder, error)) break;
+    made.push_back(folder.string());
+  }
+  fs::create_directories(path, error);
+  if (error) return error;
+  for (const std::string& folder : made) {
+    if (!syncFolderOf(folder)) return {errno, std::generic_category()};
+  }
+  return {};
 }
 
 }  // namespace tools

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <string>
+#include <system_error>
 
 namespace tools {
 
@@ -10,5 +11,8 @@ namespace tools {
 bool syncFolderOf(const std::string& path);
 // The same of a folder that is open.
 bool syncFolder(int descriptor);
+
+// Makes a folder, and those that lead to it, where missing, and their names durable.
+std::error_code makeFolder(const std::string& path);
 
 }  // namespace tools

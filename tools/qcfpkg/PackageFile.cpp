@@ -10,21 +10,15 @@
 
 #include <fmt/format.h>
 
+#include "common/FileStatus.h"
 #include "common/Leftovers.h"
 #include "common/RemoveOnSignal.h"
 #include "common/SyncFolder.h"
 
-namespace {
-
-mode_t defaultMode() {
-  const mode_t mask = umask(0);
-  umask(mask);
-  return 0666 & ~mask;
+PackageFile::PackageFile(const std::string& path, bool isNew, std::error_code error)
+    : fName(path), fPath(tools::resolvedPath(path, error)), fIsNew(isNew) {
+  if (error) fail(error.message());
 }
-
-}  // namespace
-
-PackageFile::PackageFile(const std::string& path) : fName(path), fPath(tools::resolvedPath(path)) {}
 
 PackageFile::PackageFile(PackageFile&& other) noexcept
     : fName(std::move(other.fName)),
@@ -51,7 +45,7 @@ void PackageFile::fail(const std::string& reason) const {
 }
 
 PackageFile PackageFile::existing(const Tool& tool, const std::string& path) {
-  PackageFile file(path);
+  PackageFile file(path, false);
   file.lock();
   file.fProgram = tool.program;
   tools::clearLeftovers(tool, file.fPath);
@@ -59,14 +53,12 @@ PackageFile PackageFile::existing(const Tool& tool, const std::string& path) {
 }
 
 PackageFile PackageFile::created(const Tool& tool, const std::string& path, bool overwrite) {
-  PackageFile file(path);
-  file.fIsNew = true;
+  PackageFile file(path, true);
   file.fOverwrite = overwrite;
   if (path == "-") file.fail("a package is a file, not standard output; ./- is one of that name");
-  struct stat status {};
-  if (stat(file.fPath.c_str(), &status) == 0) {
-    if (S_ISDIR(status.st_mode)) file.fail("it is a folder");
-    if (!S_ISREG(status.st_mode)) file.fail("it exists and is not a regular file");
+  if (const auto status = file.status()) {
+    if (S_ISDIR(status->st_mode)) file.fail("it is a folder");
+    if (!S_ISREG(status->st_mode)) file.fail("it exists and is not a regular file");
     if (!overwrite) file.fail("it exists; --overwrite replaces it");
     file.lock();
   }
@@ -86,10 +78,8 @@ void PackageFile::lock() {
     if (flock(fLock, LOCK_EX | LOCK_NB) != 0) {
       fail(errno == EWOULDBLOCK ? "another run is changing it" : tools::systemReason());
     }
-    struct stat named {};
-    const bool same = stat(fPath.c_str(), &named) == 0 && named.st_ino == locked.st_ino &&
-                      named.st_dev == locked.st_dev;
-    if (same) return;
+    const auto named = status();
+    if (named && named->st_ino == locked.st_ino && named->st_dev == locked.st_dev) return;
     close(fLock);
     fLock = -1;
   }
@@ -118,14 +108,19 @@ void PackageFile::dropFormerScratch() {
   fFormerScratch.clear();
 }
 
+std::optional<struct stat> PackageFile::status() const {
+  std::error_code error;
+  const auto status = tools::statusOf(fPath, error);
+  if (error) fail(error.message());
+  return status;
+}
+
 void PackageFile::adoptStatus(int descriptor) const {
-  struct stat old {};
-  const bool exists = stat(fPath.c_str(), &old) == 0;
-  if (exists && fchown(descriptor, old.st_uid, old.st_gid) != 0) {
+  const auto old = status();
+  if (old && fchown(descriptor, old->st_uid, old->st_gid) != 0) {
     // Only root may give files away; the mode is kept all the same.
   }
-  const mode_t mode = exists ? static_cast<mode_t>(old.st_mode & 07777) : defaultMode();
-  if (fchmod(descriptor, mode) != 0) fail(tools::systemReason());
+  if (fchmod(descriptor, tools::modeInPlaceOf(old)) != 0) fail(tools::systemReason());
 }
 
 void PackageFile::commit() {

@@ -1,6 +1,10 @@
 #pragma once
 
+#include <optional>
 #include <string>
+#include <system_error>
+
+#include <sys/stat.h>
 
 #include "Tool.h"
 
@@ -36,7 +40,8 @@ public:
   void syncInPlace();
 
 private:
-  explicit PackageFile(const std::string& path);
+  PackageFile(const std::string& path, bool isNew, std::error_code error = {});
+  std::optional<struct stat> status() const;
   void lock();
   void lockScratch(int descriptor);
   void adoptStatus(int descriptor) const;

@@ -4,7 +4,7 @@
 #include <array>
 #include <cctype>
 #include <cerrno>
-#include <filesystem>
+#include <system_error>
 #include <utility>
 
 #include <fcntl.h>
@@ -49,22 +49,6 @@ std::string stepReason() {
   return tools::systemReason();
 }
 
-void makeFolder(const std::string& path) {
-  namespace fs = std::filesystem;
-  std::error_code error;
-  std::vector<std::string> made;
-  for (fs::path folder = fs::absolute(path, error); folder.has_relative_path();
-       folder = folder.parent_path()) {
-    if (fs::exists(folder, error)) break;
-    made.push_back(folder.string());
-  }
-  fs::create_directories(path, error);
-  if (error) failAt(path, error.message());
-  for (const std::string& folder : made) {
-    if (!tools::syncFolderOf(folder)) failAt(path, tools::systemReason());
-  }
-}
-
 }  // namespace
 
 std::string unsafeReason(const std::string& name) {
@@ -88,7 +72,7 @@ std::string unsafeReason(const std::string& name) {
 
 SafeFolder::SafeFolder(const tools::Session& session, const std::string& path)
     : fSession(session), fPath(path) {
-  makeFolder(path);
+  if (const std::error_code error = tools::makeFolder(path)) failAt(path, error.message());
   fDescriptor = open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
   if (fDescriptor < 0) failAt(path, tools::systemReason());
 }

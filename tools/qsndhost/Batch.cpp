@@ -8,6 +8,7 @@
 #include <fmt/format.h>
 
 #include "Words.h"
+#include "common/SyncFolder.h"
 #include "common/Terminal.h"
 
 namespace fs = std::filesystem;
@@ -27,9 +28,10 @@ void checkOutput(const Task& task, const std::string& verb) {
 }
 
 void makeFolder(const std::string& folder) {
-  std::error_code error;
-  fs::create_directories(folder, error);
-  if (!error && !fs::is_directory(folder)) error = std::make_error_code(std::errc::not_a_directory);
+  std::error_code error = tools::makeFolder(folder);
+  std::error_code unknown;
+  if (!error && !fs::is_directory(folder, unknown))
+    error = unknown ? unknown : std::make_error_code(std::errc::not_a_directory);
   if (error) {
     throw tools::Failure(
         fmt::format("cannot make the folder {}: {}", tools::shown(folder), error.message()));

@@ -13,8 +13,8 @@
 // What the commands of this program share.
 struct Host : tools::Session {
   std::string bundlePath;  // as given; empty to look for it
-  bool inProcess = false;  // import here, not each document in a process of its own
-  int timeout = 60;        // seconds for one answer of the importer; 0 for any time
+  bool inProcess = false;  // import and draw here, not each document in processes of their own
+  int timeout = 60;        // seconds for one answer of the importer, or a picture; 0 for any time
 
   // What the importer offers. Raises tools::Failure.
   std::vector<hostkit::Format> formats();

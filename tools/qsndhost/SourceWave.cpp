@@ -52,12 +52,14 @@ std::string sampleFault(unsigned kind, unsigned bits) {
 SourceWave::SourceWave(const std::string& path) : fPath(path) {
   std::error_code error;
   const auto status = std::filesystem::status(path, error);
+  if (status.type() == std::filesystem::file_type::none) refuse(error.message());
   if (!std::filesystem::exists(status)) refuse("no such file");
   if (std::filesystem::is_directory(status)) refuse("it is a folder");
   if (!std::filesystem::is_regular_file(status)) refuse("it is not a regular file");
   fFile.open(path, std::ios::binary);
   if (!fFile) refuse(tools::systemReason());
-  fSize = std::filesystem::file_size(path);
+  fSize = std::filesystem::file_size(path, error);
+  if (error) refuse(error.message());
   readChunks();
   const Chunk& format = chunk(kFormat, "it does not tell the format of its samples");
   const Chunk& data = chunk(kData, "there is no audio in it");

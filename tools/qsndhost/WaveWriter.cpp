@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <cmath>
-#include <utility>
 
 #include <sys/stat.h>
 #include <unistd.h>
@@ -89,23 +88,21 @@ private:
 
 WaveWriter::WaveWriter(const tools::OutputFile& output, WaveFormat format, int channels,
                        int sampleRate, std::int64_t frames)
-    : fFormat(format), fOutput(output), fBytes(std::make_unique<Bytes>(output)), fFile(nullptr) {
+    : fFormat(format), fOutput(output), fBytes(std::make_unique<Bytes>(output)) {
   const bool isLong = frames > kMostWaveBytes / (channels * bytesOf(format));
   SF_INFO info{};
   info.channels = channels;
   info.samplerate = sampleRate;
   info.format = (isLong ? SF_FORMAT_RF64 : SF_FORMAT_WAV) | subtypeOf(format);
   SF_VIRTUAL_IO calls{Bytes::length, Bytes::seek, Bytes::read, Bytes::write, Bytes::tell};
-  fFile = sf_open_virtual(&calls, SFM_WRITE, &info, fBytes.get());
+  fFile.reset(sf_open_virtual(&calls, SFM_WRITE, &info, fBytes.get()));
   fBytes->check();
   if (fFile == nullptr) throw fOutput.failure(sf_strerror(nullptr));
   // No time stamp: the same audio gives the same bytes.
-  sf_command(fFile, SFC_SET_ADD_PEAK_CHUNK, nullptr, SF_FALSE);
+  sf_command(fFile.get(), SFC_SET_ADD_PEAK_CHUNK, nullptr, SF_FALSE);
 }
 
-WaveWriter::~WaveWriter() {
-  if (fFile != nullptr) sf_close(fFile);
-}
+WaveWriter::~WaveWriter() = default;
 
 void WaveWriter::write(const std::vector<const float*>& buffers, std::size_t frames) {
   fFloats.resize(frames * buffers.size());
@@ -117,24 +114,23 @@ void WaveWriter::write(const std::vector<const float*>& buffers, std::size_t fra
   const sf_count_t written = writeInterleaved(frames);
   fBytes->check();
   if (written != static_cast<sf_count_t>(frames)) {
-    throw fOutput.failure(sf_strerror(fFile));
+    throw fOutput.failure(sf_strerror(fFile.get()));
   }
 }
 
 sf_count_t WaveWriter::writeInterleaved(std::size_t frames) {
   const auto count = static_cast<sf_count_t>(frames);
-  if (fFormat == WaveFormat::Float) return sf_writef_float(fFile, fFloats.data(), count);
+  if (fFormat == WaveFormat::Float) return sf_writef_float(fFile.get(), fFloats.data(), count);
   const int bits = 8 * bytesOf(fFormat);
   fIntegers.resize(fFloats.size());
   std::transform(fFloats.begin(), fFloats.end(), fIntegers.begin(),
                  [bits](float sample) { return integerOf(sample, bits); });
-  return sf_writef_int(fFile, fIntegers.data(), count);
+  return sf_writef_int(fFile.get(), fIntegers.data(), count);
 }
 
 void WaveWriter::finish() {
-  sf_write_sync(fFile);
-  SNDFILE* const file = std::exchange(fFile, nullptr);
-  const int error = sf_close(file);
+  sf_write_sync(fFile.get());
+  const int error = sf_close(fFile.release());
   fBytes->check();
   if (error != 0) throw fOutput.failure(sf_error_number(error));
   endFormat();

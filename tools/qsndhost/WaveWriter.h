@@ -36,11 +36,14 @@ private:
   void endFormat();
 
   class Bytes;
+  struct Close {
+    void operator()(SNDFILE* file) const { sf_close(file); }
+  };
 
   WaveFormat fFormat;
   const tools::OutputFile& fOutput;
   std::unique_ptr<Bytes> fBytes;  // outlives the file
-  SNDFILE* fFile;
+  std::unique_ptr<SNDFILE, Close> fFile;
   std::vector<float> fFloats;
   std::vector<int> fIntegers;
 };

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <memory>
+#include <stdexcept>
 
 #include <cairo-svg.h>
 #include <unistd.h>
@@ -230,18 +231,16 @@ cairo_status_t writeTo(void* descriptor, const unsigned char* bytes, unsigned in
   return CAIRO_STATUS_SUCCESS;
 }
 
-void expect(cairo_status_t status, const tools::OutputFile& output) {
+void expect(cairo_status_t status) {
   if (status == CAIRO_STATUS_SUCCESS) return;
-  throw output.failure(status == CAIRO_STATUS_WRITE_ERROR ? tools::systemReason()
-                                                          : cairo_status_to_string(status));
+  throw std::runtime_error(status == CAIRO_STATUS_WRITE_ERROR ? tools::systemReason()
+                                                              : cairo_status_to_string(status));
 }
 
 }  // namespace
 
-void writeWaveform(const tools::OutputFile& output, PictureKind kind, Theme theme,
-                   const WaveformLayout& layout, const WaveformTexts& texts,
-                   const WaveformSummary& summary) {
-  int descriptor = output.descriptor();
+void writeWaveform(int descriptor, PictureKind kind, Theme theme, const WaveformLayout& layout,
+                   const WaveformTexts& texts, const WaveformSummary& summary) {
   const bool isPNG = kind == PictureKind::PNG;
   const Surface surface(
       isPNG
@@ -252,12 +251,12 @@ void writeWaveform(const tools::OutputFile& output, PictureKind kind, Theme them
   const std::unique_ptr<cairo_t, decltype(&cairo_destroy)> context(cairo_create(surface.get()),
                                                                    cairo_destroy);
   Painter(context.get(), theme == Theme::Dark ? kDark : kLight, layout, texts, summary).paint();
-  expect(cairo_status(context.get()), output);
+  expect(cairo_status(context.get()));
   if (isPNG) {
     cairo_surface_flush(surface.get());
-    expect(cairo_surface_write_to_png_stream(surface.get(), writeTo, &descriptor), output);
+    expect(cairo_surface_write_to_png_stream(surface.get(), writeTo, &descriptor));
   } else {
     cairo_surface_finish(surface.get());
   }
-  expect(cairo_surface_status(surface.get()), output);
+  expect(cairo_surface_status(surface.get()));
 }

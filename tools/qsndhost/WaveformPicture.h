@@ -6,7 +6,6 @@
 
 #include "WaveformLayout.h"
 #include "WaveformSummary.h"
-#include "common/OutputFile.h"
 
 enum class Theme { Light, Dark };
 enum class PictureKind { PNG, SVG };
@@ -20,9 +19,8 @@ struct WaveformTexts {
   double span = 0;           // seconds; 0 for audio without a rate, which gets no times
 };
 
-// Draws the waveform and writes the picture to `output`, which is not committed. The
-// summary has layout.plot.width columns, or fewer for as many frames, which are then drawn as a
-// line from sample to sample. Raises tools::Failure.
-void writeWaveform(const tools::OutputFile& output, PictureKind kind, Theme theme,
-                   const WaveformLayout& layout, const WaveformTexts& texts,
-                   const WaveformSummary& summary);
+// Draws the waveform and writes the picture to an open file, which stays the caller's. The summary
+// has layout.plot.width columns, or fewer for as many frames, which are then drawn as a line from
+// sample to sample. Raises std::runtime_error with the reason.
+void writeWaveform(int descriptor, PictureKind kind, Theme theme, const WaveformLayout& layout,
+                   const WaveformTexts& texts, const WaveformSummary& summary);

@@ -9,10 +9,11 @@ void describe(tools::Command& program, Host& host) {
               "The importer bundle, instead of the one that came along")
       .folder();
   program.flag("--no-isolate", host.inProcess,
-               "Import in this process: a crash of the importer is one of the program");
+               "Import and draw in this process: a crash of the importer is one of the program");
   program
       .option("--timeout", host.timeout,
-              "How long the importer may take for an answer, 60 by default; 0 for any time")
+              "How long the importer may take for an answer, or a picture to be drawn, 60 by "
+              "default; 0 for any time")
       .range(0, 1000000)
       .typeName("SECONDS");
   program.flag("-q,--quiet", host.quiet, "Tell failures only");

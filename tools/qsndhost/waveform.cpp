@@ -1,10 +1,13 @@
 #include <cctype>
+#include <chrono>
 #include <cmath>
 #include <filesystem>
+#include <stdexcept>
 
 #include <fmt/format.h>
 
 #include "Batch.h"
+#include "HostKit/ChildProcess.h"
 #include "Stretch.h"
 #include "WaveformPicture.h"
 #include "Words.h"
@@ -119,13 +122,29 @@ nlohmann::json describeJSON(const Waveform& waveform) {
           {"columns", waveform.summary.columns()}, {"waveform", lanes}};
 }
 
+// In a process of its own: the libraries that look for fonts do not always live through what goes
+// wrong there.
+void draw(const Host& host, const tools::OutputFile& output, PictureKind kind, Theme theme,
+          const WaveformTexts& texts, const Waveform& waveform) try {
+  const auto write = [&](const std::string&) {
+    writeWaveform(output.descriptor(), kind, theme, waveform.layout, texts, waveform.summary);
+    return std::string();
+  };
+  if (host.inProcess) {
+    write({});
+  } else {
+    hostkit::ChildProcess("drawing", write, std::chrono::seconds(host.timeout)).ask({});
+  }
+} catch (const std::runtime_error& error) {
+  throw output.failure(error.what());
+}
+
 nlohmann::json drawDocument(Host& host, const Options& options, const Task& task,
                             const std::string& label) {
   const PictureKind kind = kindOf(options, task.output);
   const Waveform waveform = summarise(host, options, task.file, label);
   tools::OutputFile output(host, task.output);
-  writeWaveform(output, kind, options.theme, waveform.layout, describe(task.file, waveform),
-                waveform.summary);
+  draw(host, output, kind, options.theme, describe(task.file, waveform), waveform);
   output.commit();
   return options.asJSON ? describeJSON(waveform) : nlohmann::json::object();
 }

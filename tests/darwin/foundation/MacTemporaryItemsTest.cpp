@@ -2,6 +2,8 @@
 #include <regex>
 #include <sstream>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include <sys/stat.h>
 #include <unistd.h>
@@ -30,11 +32,13 @@ protected:
   fs::path caches() const { return fLibrary / "Caches"; }
   fs::path items() const { return caches() / "TemporaryItems"; }
 
-  Answer ask() {
+  // `user` is in front of the program's name: who is to run it.
+  Answer ask(std::vector<std::string> user = {}) {
     fFolder.write("gnustep.conf",
                   "GNUSTEP_USER_DIR_LIBRARY=" + fLibrary.string() +
                       "\nGNUSTEP_USER_DEFAULTS_DIR=" + (fFolder / "defaults").string() + "\n");
-    const Finished finished = support::run({{MAC_TEMPORARY_ITEMS},
+    user.push_back(MAC_TEMPORARY_ITEMS);
+    const Finished finished = support::run({std::move(user),
                                             {},
                                             {},
                                             {{"GNUSTEP_CONFIG_FILE", fFolder / "gnustep.conf"},
@@ -89,11 +93,27 @@ TEST_F(MacTemporaryItems, WithoutTheCachesFolderThereIsNothingAndNoParentIsMade)
   EXPECT_FALSE(fs::exists(caches()));
 }
 
+// Root may write everywhere, so it steps back to somebody who owns the folders and nothing else.
 TEST_F(MacTemporaryItems, ACachesFolderThatCannotBeWrittenLeavesNothing) {
-  if (::geteuid() == 0) GTEST_SKIP() << "root may write everywhere";
   fs::create_directory(caches());
+  std::vector<std::string> user;
+  if (::geteuid() == 0) {
+    constexpr uid_t kNobody = 65534;
+    user = {"setpriv", "--reuid=65534", "--regid=65534", "--clear-groups"};
+    for (const fs::path& folder : {fFolder.path(), fLibrary.parent_path(), fLibrary, caches()})
+      ASSERT_EQ(::chown(folder.c_str(), kNobody, kNobody), 0);
+    std::vector<std::string> canStepBack = user;
+    canStepBack.insert(canStepBack.end(),
+                       {"test", "-x", MAC_TEMPORARY_ITEMS, "-a", "-w", caches()});
+    if (!support::run({canStepBack}).succeeded()) {
+      GTEST_SKIP() << "root cannot step back to somebody who reaches " << caches();
+    }
+  }
+  ASSERT_EQ(ask(user).directory, items()) << "while it can be written";
+  fs::remove_all(items());
   fs::permissions(caches(), fs::perms::owner_read | fs::perms::owner_exec);
-  expectNone(ask());
+  expectNone(ask(user));
+  EXPECT_TRUE(fs::is_empty(caches()));
 }
 
 TEST_F(MacTemporaryItems, ACachesFolderThatIsAPlainFileLeavesNothing) {

@@ -25,6 +25,16 @@ protected:
     must({"remove", "--in-place", "a.pkg", "dead"});
     std::filesystem::remove(folder / "big");
   }
+
+  // The program as the shell takes it. Root may write everywhere, so it steps back to somebody who
+  // owns `owned` and what is in it; empty where it cannot.
+  std::string withoutRoot(const std::string& owned) const {
+    if (geteuid() != 0) return "\"$0\"";
+    std::string program = "setpriv --reuid=65534 --regid=65534 --clear-groups \"$0\"";
+    if (!shell(program + " --version && chown -R 65534:65534 " + owned).succeeded())
+      program.clear();
+    return program;
+  }
 };
 
 TEST_F(Safety, WhatAKilledRunLeftIsClearedWithANote) {
@@ -100,15 +110,8 @@ TEST_F(Safety, AFullDiskLeavesTheOldPackage) {
 
 TEST_F(Safety, AReadOnlyFolderOrPackageIsRefused) {
   makePackage("a.pkg");
-  // Root may write everywhere, so it steps back.
-  std::string program = "\"$0\"";
-  if (geteuid() == 0) {
-    constexpr uid_t kNobody = 65534;
-    program = "setpriv --reuid=65534 --regid=65534 --clear-groups \"$0\"";
-    if (shell(program + " --version").status != 0) GTEST_SKIP() << "no setpriv(1) for root";
-    ASSERT_EQ(chown(folder.path().c_str(), kNobody, kNobody), 0);
-    ASSERT_EQ(chown((folder / "a.pkg").c_str(), kNobody, kNobody), 0);
-  }
+  const std::string program = withoutRoot(".");
+  if (program.empty()) GTEST_SKIP() << "no setpriv(1) for root";
   const std::string before = folder.read("a.pkg");
   const auto expectRefusal = [&] {
     const auto finished = shell(program + " comment a.pkg c");
@@ -124,6 +127,20 @@ TEST_F(Safety, AReadOnlyFolderOrPackageIsRefused) {
   EXPECT_EQ(files(), std::vector<std::string>{"a.pkg"});
   chmod(folder.path().c_str(), 0755);
   EXPECT_EQ(shell(program + " comment a.pkg c").status, 0);
+}
+
+TEST_F(Safety, TheFoldersAboveNeedNotBeSearched) {
+  std::filesystem::create_directories(folder / "above/here");
+  makePackage("above/here/a.pkg");
+  std::filesystem::create_symlink("a.pkg", folder / "above/here/link.pkg");
+  const std::string program = withoutRoot("above");
+  if (program.empty()) GTEST_SKIP() << "no setpriv(1) for root";
+  const auto finished =
+      shell("cd above/here && chmod 0 .. && exec " + program + " comment link.pkg c");
+  chmod((folder / "above").c_str(), 0755);
+  EXPECT_EQ(finished.status, 0) << finished.err;
+  EXPECT_TRUE(std::filesystem::is_symlink(folder / "above/here/link.pkg"));
+  EXPECT_EQ(must({"comment", "above/here/a.pkg"}), "c\n");
 }
 
 TEST_F(Safety, AnInputThatVanishesLeavesTheOldPackage) {

@@ -2,6 +2,8 @@
 #include <string>
 #include <vector>
 
+#include <sys/stat.h>
+
 #include <nlohmann/json.hpp>
 
 #include "Program.h"
@@ -46,6 +48,16 @@ TEST_F(Isolation, AnImporterThatHangsIsGivenUp) {
   }
   EXPECT_EQ(files(), std::vector<std::string>{"a.doc"});
   EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(20));
+}
+
+// Where fonts are told of is a pipe that nobody writes to.
+TEST_F(Isolation, APictureThatIsNeverDoneIsGivenUp) {
+  document("a.doc", "");
+  ASSERT_EQ(mkfifo((folder / "fonts").c_str(), 0600), 0);
+  environment = {{"FONTCONFIG_FILE", (folder / "fonts").string()}};
+  expectFailure(runFaulty({"--timeout", "1", "waveform", "a.doc", "a.png"}), 3,
+                "cannot write a.png: drawing gave no answer within 1 second");
+  EXPECT_EQ(files(), (std::vector<std::string>{"a.doc", "fonts"}));
 }
 
 TEST_F(Isolation, AnImporterThatEndsItsProcessIsTold) {

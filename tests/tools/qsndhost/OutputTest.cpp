@@ -1,4 +1,8 @@
+#include <algorithm>
 #include <cstdlib>
+#include <ostream>
+#include <string>
+#include <vector>
 
 #include "Program.h"
 #include "support/FullDisk.h"
@@ -108,5 +112,60 @@ TEST_F(Output, IsNamedAsItWasGiven) {
   }
   expectFailure(run({"export", "a.qsnd", "./d"}), 3, "cannot write ./d: it is a folder");
 }
+
+struct Job {
+  const char* name;
+  std::vector<std::string> arguments;
+  const char* output;
+};
+
+void PrintTo(const Job& job, std::ostream* out) {
+  *out << job.name;
+}
+
+class OutputOnADisk : public Output, public testing::WithParamInterface<Job> {};
+
+// The real thing: a disk of 64 kB that another file fills to the last byte.
+TEST_P(OutputOnADisk, ThatIsFullIsToldInOneLineAndLeavesWhatWasThere) {
+  static const char* const kScript =
+      "mkdir -p disk && mount -t tmpfs -o size=64k none disk && cd disk || exit 99\n"
+      "if test $EXISTS = 1; then echo old >$OUTPUT; fi\n"
+      "head -c 1M /dev/zero >filler 2>/dev/null\n"
+      "\"$0\" \"$@\"; status=$?\n"
+      "find . -type f | sort; if test $EXISTS = 1; then cat $OUTPUT; fi\n"
+      "exit $status\n";
+  if (!shell("unshare -m mount --bind . .").succeeded()) GTEST_SKIP() << "may not mount a disk";
+  const std::string output = GetParam().output;
+  for (const bool exists : {false, true}) {
+    std::vector<std::string> arguments{"unshare", "-m", "sh", "-c", kScript, QSNDHOST};
+    arguments.insert(arguments.end(), GetParam().arguments.begin(), GetParam().arguments.end());
+    const auto finished = support::run(
+        {arguments, {}, folder.path(), {{"EXISTS", exists ? "1" : "0"}, {"OUTPUT", output}}});
+    EXPECT_EQ(finished.status, 3);
+    const std::string file = std::filesystem::path(output).filename().string();
+    const bool isFirst = file < "filler";
+    const std::string other = "./" + file + "\n";
+    EXPECT_EQ(finished.out, !exists   ? "./filler\n"
+                            : isFirst ? other + "./filler\nold\n"
+                                      : "./filler\n" + other + "old\n");
+    EXPECT_EQ(std::count(finished.err.begin(), finished.err.end(), '\n'), 1) << finished.err;
+    EXPECT_EQ(finished.err.find("qsndhost: cannot write " + output + ": "), 0u) << finished.err;
+    const bool tells = finished.err.find("No space left on device") != std::string::npos ||
+                       finished.err.find("is the disk full?") != std::string::npos;
+    EXPECT_TRUE(tells) << finished.err;
+  }
+}
+
+const std::vector<Job> kJobs{
+    {"export", {"export", "../a.qsnd", "o.wav"}, "o.wav"},
+    {"exportInOneProcess", {"--no-isolate", "export", "../a.qsnd", "o.wav"}, "o.wav"},
+    {"exportToAFolder", {"export", "--folder", ".", "../a.qsnd"}, "./a.wav"},
+    {"waveform", {"waveform", "../a.qsnd", "o.png"}, "o.png"},
+    {"waveformSVG", {"waveform", "../a.qsnd", "o.svg"}, "o.svg"},
+    {"make", {"make", "../a.wav", "o.qsnd"}, "o.qsnd"},
+    {"makeDeflated", {"make", "--deflate", "../a.wav", "o.qsnd"}, "o.qsnd"}};
+
+INSTANTIATE_TEST_SUITE_P(Outputs, OutputOnADisk, testing::ValuesIn(kJobs),
+                         [](const auto& tested) { return tested.param.name; });
 
 }  // namespace
