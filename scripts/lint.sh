@@ -1,35 +1,37 @@
 #!/usr/bin/env bash
 # Static checks of what is installed, and of the programs: cppcheck (.cppcheck says what does not apply, and why) over
 # everything, and clang-tidy (.clang-tidy says why each check is there), which tells the warnings of clang++ too. Then the
-# library's binary interface, beside the last one (scripts/abi.sh).
+# warnings of clang++ over tests, fuzz targets, benchmarks and examples, and the library's binary interface, beside the last
+# one (scripts/abi.sh).
 #
-#   lint.sh           clang-tidy over the library's one instantiation, and over what changed since the commit LINT_SINCE,
-#                     the last one unless it is set
-#   lint.sh --sample  clang-tidy over the instantiation, and over every eighth source: other ones with each commit
-#   lint.sh --all     clang-tidy over every source, and the warnings of clang++ over tests, fuzz targets and examples
+#   lint.sh           the library's one instantiation, and what changed since the commit LINT_SINCE, the last one unless it is
+#                     set
+#   lint.sh --sample  the instantiation, and every eighth source: other ones with each commit
+#   lint.sh --all     every source
 set -euo pipefail
 . "$(dirname "$0")/help.sh"
 cd "$(dirname "$0")/.."
 
 bash scripts/setup.sh --tests --checks
 # The commands of the preset debug, but for the headers that g++ compiled once, which clang cannot read.
-cmake --preset debug -B build/lint -DCMAKE_DISABLE_PRECOMPILE_HEADERS=ON >/dev/null
+cmake --preset debug -B build/lint -DCMAKE_DISABLE_PRECOMPILE_HEADERS=ON -DQCF_BUILD_BENCHMARKS=ON >/dev/null
 jobs=$(nproc)
 status=0
 own=(xml/\*.cpp Importers/\*.cpp Host/\*.cpp adapters/\*.cpp tools/\*.cpp)
+others=(tests/\*.cpp fuzz/\*.cpp benchmarks/\*.cpp examples/\*.cpp)
+which=${1:-}
 
-# The sources that clang-tidy looks at, one a line. What is built elsewhere only (macOS, a check's own programs) is not
-# among them: there is no command for it.
+# sources PATTERN...: those to look at now, one a line.
 sources() {
-  printf 'xml/qcf/pkglib/package/qcf_common_client.cpp\n'
-  case ${1:-} in
-    --all) git ls-files "${own[@]}" ;;
-    --sample) git ls-files "${own[@]}" | awk -v first="$(git rev-list --count HEAD)" '(NR + first) % 8 == 0' ;;
-    *) git diff --name-only --diff-filter=d "${LINT_SINCE:-HEAD~1}" -- "${own[@]}" 2>/dev/null || true ;;
+  case $which in
+    --all) git ls-files "$@" ;;
+    --sample) git ls-files "$@" | awk -v first="$(git rev-list --count HEAD)" '(NR + first) % 8 == 0' ;;
+    *) git diff --name-only --diff-filter=d "${LINT_SINCE:-HEAD~1}" -- "$@" 2>/dev/null || true ;;
   esac
 }
 
-# Prints those of the names on its input that the build has a command for.
+# Prints those of the names on its input that the build has a command for. It has none for what is built elsewhere only
+# (macOS, a check's own programs).
 built() {
   python3 -c '
 import json, pathlib, sys
@@ -39,16 +41,14 @@ for name in sys.stdin.read().split():
         print(name)' build/lint/compile_commands.json | sort -u
 }
 
-printf 'clang-tidy: %d sources\n' "$(sources "$@" | built | wc -l)"
-sources "$@" | built | xargs -r -P "$jobs" -n 1 clang-tidy --quiet -p build/lint \
-  2> >(grep -v ' warnings\? .*generated\.$' >&2) || status=1
+tidied=$({ printf 'xml/qcf/pkglib/package/qcf_common_client.cpp\n'; sources "${own[@]}"; } | built)
+printf 'clang-tidy: %d sources\n' "$(wc -l <<<"$tidied")"
+xargs -r -P "$jobs" -n 1 clang-tidy --quiet -p build/lint <<<"$tidied" 2> >(grep -v ' warnings\? .*generated\.$' >&2) || status=1
 
-if [[ ${1:-} == --all ]]; then
-  printf 'clang++: everything else\n'
-  # Its commands are those of the build, which may be g++'s.
-  git ls-files 'tests/*.cpp' 'fuzz/*.cpp' 'examples/*.cpp' | built | xargs -r -P "$jobs" -n 1 clang-check -p build/lint \
-    --extra-arg=-Wno-unknown-warning-option || status=1
-fi
+# Its commands are those of the build, which may be g++'s.
+warned=$(sources "${others[@]}" | built)
+printf 'clang++: %d sources\n' "$(grep -c . <<<"$warned")"
+xargs -r -P "$jobs" -n 1 clang-check -p build/lint --extra-arg=-Wno-unknown-warning-option <<<"$warned" || status=1
 
 # cppcheck does not read the macros of the tests' library: it looks at what is installed, and the programs.
 printf 'cppcheck: everything\n'

@@ -5,14 +5,22 @@
 
 Prints a row for each step that has run, and with PAGE puts the rows into its table; the row of a step that did not run
 stays as it is. A step has passed when it ended with 0 and its log has every count that it is there for, none of them zero:
-otherwise this ends with 1. One that ended with 77 is skipped.
+otherwise this ends with 1. One that ended with 77, or whose tests were all skipped, is skipped; where some were, they are
+named. The counts of each road on which something fails, and of each fuzz target, go to tables of their own.
 """
 import pathlib
 import re
 import sys
 
-BEGIN = "<!-- counts: written by scripts/verify.sh -->"
-END = "<!-- end of counts -->"
+BEGIN = "<!-- {}: written by scripts/verify.sh -->"
+END = "<!-- end of {} -->"
+
+
+def tests(number, failed, skipped):
+    if len(skipped) == number:
+        return ALL_SKIPPED
+    names = [f"`{name}`" for name in skipped[:MOST_NAMES]] + ["..."] * (len(skipped) > MOST_NAMES)
+    return f"{number:,} tests, {failed} failed, {len(skipped)} skipped" + (f" ({', '.join(names)})" if names else "")
 
 
 def ctest(log):
@@ -20,8 +28,8 @@ def ctest(log):
     ended = re.search(r"\d+% tests passed, (\d+) tests failed out of (\d+)", log)
     if not ended:
         return None
-    skipped = len(re.findall(r"\*\*\*Skipped", log))
-    return f"{int(ended[2]):,} tests, {ended[1]} failed, {skipped} skipped"
+    skipped = re.findall(r"^\s*\d+ - (.*?)(?:  #.*)? \(Skipped\)", log, re.M)
+    return tests(int(ended[2]), int(ended[1]), skipped)
 
 
 def gtest(log):
@@ -33,8 +41,8 @@ def gtest(log):
     if not passed:
         return None
     failed = together(r"^\[  FAILED  \] (\d+) test")
-    skipped = together(r"^\[  SKIPPED \] (\d+) test")
-    return f"{passed + failed + skipped:,} tests, {failed} failed, {skipped} skipped"
+    skipped = re.findall(r"^\[  SKIPPED \] ([\w./]+)(?:, where .*)?$", log, re.M)
+    return tests(passed + failed + len(skipped), failed, skipped)
 
 
 def total(pattern, words):
@@ -86,7 +94,8 @@ COUNTS = {
     "darwin": [ctest],
     "fuzz": [line(r"^(\d+) executions of (\d+) targets in (\d+) minutes, (\d+) findings$",
                   "{} executions of {} targets in {} minutes, {} findings")],
-    "lint": [line(r"^clang-tidy: (\d+) sources$", "{} sources"), line(r"^lint: (clean)$", "{}")],
+    "lint": [line(r"^clang-tidy: (\d+) sources$", "{} sources"),
+             line(r"^clang\+\+: (\d+) sources$", "{} more by the warnings of clang++"), line(r"^lint: (clean)$", "{}")],
     "abi": [line(r"^abi: (\d+) functions, (\d+) types as in", "{} functions, {} types as in the last dump")],
     "coverage": [line(r"^lines: ([\d.]+)% \((\d+) out of (\d+)\)", "{0}% of {2} lines"),
                  line(r"^branches: ([\d.]+)% \((\d+) out of (\d+)\)", "{0}% of {2} branches"),
@@ -95,10 +104,70 @@ COUNTS = {
 }
 
 SKIPPED = "77"
+ALL_SKIPPED = "all tests skipped"
+MOST_NAMES = 6
+
+# What the log of `crashes` tells of each road: the pattern of its line's rest, and what is counted.
+ROADS = {
+    "library": ("Roads of the library", {
+        "file system": r"fault points: .*together (\d+)",
+        "allocations": r"one allocation fails: (\d+) allocations",
+        "zlib": r"zlib of the library failed at (\d+) calls",
+        "killed": r"killed: .*together (\d+)",
+        "power cut": r"power cut, .*together (\d+)"}),
+    "importer": ("Sessions of the importer", {
+        "file system": r"files of the importer failed at (\d+) calls",
+        "allocations": r"memory of the importer failed at (\d+) allocations",
+        "zlib": r"zlib of the importer failed at (\d+) calls",
+        "texts": r"texts of the importer failed at (\d+) calls",
+        "alerts": r"alerts of the importer ended the process at (\d+) points"}),
+    "programs": ("Commands of the programs", {
+        "calls of the system": r"failed at (\d+) calls: told \d+, survived \d+(?:;|$)",
+        "cut in half": r"failed at \d+ calls: .*; (\d+) transfers cut in half",
+        "ended": r"ended at (\d+) calls",
+        "power cut": r"power cut at \d+ steps, (\d+)",
+        "allocations": r"without memory at (\d+) of",
+        "zlib": r"zlib failed at (\d+) calls: told"}),
+}
+
+
+ABOUT_ROADS = """The points at which something failed, was cut short or stopped in the last run of `crashes`, on each road. All of them
+were survived as the promises say."""
+
+
+def road_table(title, kinds, log):
+    """A row for each road, a column for each kind of failure."""
+    roads = {}
+    for kind, pattern in kinds.items():
+        for road, number in re.findall(rf"^(\w+), {pattern}", log, re.M):
+            counts = roads.setdefault(road, {})
+            counts[kind] = counts.get(kind, 0) + int(number)
+    rows = [f"| {title} | " + " | ".join(kinds) + " |", "|---" * (len(kinds) + 1) + "|"]
+    for road in sorted(roads):
+        rows.append(f"| `{road}` | " + " | ".join(f"{roads[road][kind]:,}" if roads[road].get(kind) else "" for kind in kinds) + " |")
+    return rows
+
+
+def roads(log):
+    tables = ["\n".join(road_table(title, kinds, log)) for title, kinds in ROADS.values()]
+    return "\n\n".join([ABOUT_ROADS] + tables)
+
+
+def targets(log):
+    rows = ["| target | executions | edges reached | slowest input | heap grew by |", "|---|---|---|---|---|"]
+    pattern = r"^fuzz target (\w+): (\d+) executions, (\d+) of (\d+) edges, slowest (\d+) ms, peak (\d+) MB$"
+    for name, *numbers in re.findall(pattern, log, re.M):
+        executions, reached, edges, slowest, peak = (f"{int(number):,}" for number in numbers)
+        rows.append(f"| `{name}` | {executions} | {reached} of {edges} | {slowest} ms | {peak} MB |")
+    return "\n".join(rows)
+
+
+# Tables that a step's log fills.
+DETAILS = {"crashes": ("roads", roads), "fuzz": ("targets", targets)}
 
 
 def outcome(status, counts):
-    if status == SKIPPED:
+    if status == SKIPPED or ALL_SKIPPED in counts:
         return "skipped"
     if status != "0":
         return f"**failed ({status})**"
@@ -113,13 +182,27 @@ def row(step, logs):
     return f"| `{step}` | {outcome(status, counts)} | {words} | {day}, {int(seconds) // 60} min |"
 
 
-def put_into(page, rows):
-    head, rest = page.read_text().split(BEGIN)
-    table, tail = rest.split(END)
+def between(text, name, change):
+    """The text with what stands between the marks of a name changed."""
+    begin, end = BEGIN.format(name), END.format(name)
+    head, rest = text.split(begin)
+    table, tail = rest.split(end)
+    return head + begin + "\n" + change(table) + "\n" + end + tail
+
+
+def with_rows(table, rows):
     rows = {**{step: line for line, step in re.findall(r"^(\| `(\w+)` .*)$", table, re.M)}, **rows}
     lines = ["| step | outcome | counts | when, how long |", "|---|---|---|---|"]
-    lines += [rows[step] for step in COUNTS if step in rows]
-    page.write_text(head + BEGIN + "\n" + "\n".join(lines) + "\n" + END + tail)
+    return "\n".join(lines + [rows[step] for step in COUNTS if step in rows])
+
+
+def put_into(page, rows, logs):
+    text = between(page.read_text(), "counts", lambda table: with_rows(table, rows))
+    for step, (name, read) in DETAILS.items():
+        if step in rows:
+            log = (logs / f"{step}.log").read_text(errors="replace")
+            text = between(text, name, lambda _: read(log))
+    page.write_text(text)
 
 
 def main():
@@ -127,7 +210,7 @@ def main():
     rows = {step: row(step, logs) for step in COUNTS if (logs / f"{step}.result").exists()}
     print("\n".join(rows.values()))
     if len(sys.argv) > 2:
-        put_into(pathlib.Path(sys.argv[2]), rows)
+        put_into(pathlib.Path(sys.argv[2]), rows, logs)
     return any("**" in line for line in rows.values())
 
 

@@ -42,7 +42,7 @@ run_audio() {
 # The kills are 500 of each change.
 run_crashes() {
   export QCF_LONG_TESTS=1
-  build debug
+  build debug crash_library crash_programs qcfpkg_tests failures failures_allocation plugin_session_faults
   $bin/crash/crash_library
   $bin/crash/crash_programs
   $bin/tools/qcfpkg/qcfpkg_tests --gtest_filter='*Kill*'
@@ -66,7 +66,7 @@ run_coverage() { bash scripts/coverage.sh; }
 # suites' own operator new, which stays in its place.
 run_valgrind() {
   local suites suite
-  build debug
+  build debug tests/unit/all tests/failures/all
   mapfile -d '' -t suites < <(find $bin/unit $bin/failures -maxdepth 3 -type f -executable -print0)
   for suite in "${suites[@]}"; do
     printf '=== %s\n' "$suite"

@@ -54,7 +54,8 @@ class Smoke(unittest.TestCase):
         includes = [host / "common", host / "QFLFoundation", host / "qvacore", host / "platform/posix",
                     darwin.SOURCE / "Importers/Inc"]
         # The bundle finds the host's functions, and libc++, in the loader itself.
-        darwin.run("clang++", "-std=c++17", "-stdlib=libc++", "-O1", "-Wall", "-Wextra", "-Werror", "-rdynamic",
+        darwin.run("clang++", "-std=c++17", "-stdlib=libc++", "-O1", "-Wall", "-Wextra", "-Wpedantic", "-Wconversion",
+                   "-Wshadow", "-Werror", "-rdynamic",
                    *[f"-I{include}" for include in includes], *sources, "-ldl", "-o", cls.loader)
 
     def load(self, document, module=None):

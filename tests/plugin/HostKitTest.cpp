@@ -8,6 +8,7 @@
 
 #include <gtest/gtest.h>
 
+#include "BuiltBundle.h"
 #include "Documents.h"
 #include "HostKit/Bundle.h"
 #include "HostKit/Document.h"
@@ -49,7 +50,7 @@ protected:
   }
 
   support::TempDir folder;
-  hostkit::Bundle bundle{QSND_BUNDLE};
+  hostkit::Bundle bundle{builtBundle()};
 };
 
 TEST_F(HostKit, ListsTheFormats) {
@@ -63,7 +64,7 @@ TEST_F(HostKit, ListsTheFormats) {
 }
 
 TEST_F(HostKit, ADocumentOutlivesItsBundle) {
-  auto second = std::make_unique<hostkit::Bundle>(QSND_BUNDLE);
+  auto second = std::make_unique<hostkit::Bundle>(builtBundle());
   hostkit::Document sound(*second, document(little(0x4000, 2)));
   second.reset();
   ChannelBuffers out(1, 1);

@@ -1,13 +1,13 @@
 #pragma once
 
 #include <cstdint>
-#include <cstdlib>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
 #include <dlfcn.h>
 
+#include "BuiltBundle.h"
 #include "HostRecords.h"
 #include "MemorySource.h"
 
@@ -26,14 +26,7 @@ public:
   Plugin(const Plugin&) = delete;
   Plugin& operator=(const Plugin&) = delete;
 
-  // The built one, or that of the set of instructions under test.
-  static std::string builtModule() {
-    const char* const instructions = std::getenv("QSND_TEST_INSTRUCTIONS");
-    const std::string bundle = instructions == nullptr ? QSND_BUNDLE
-                                                       : std::string(QSND_FORCED_BUNDLES "/") +
-                                                             instructions + "/ImporterQSND.bundle";
-    return bundle + "/Contents/Linux/ImporterQSND.so";
-  }
+  static std::string builtModule() { return builtBundle() + "/Contents/Linux/ImporterQSND.so"; }
 
   std::int32_t operator()(int selector, void* param1 = nullptr, void* param2 = nullptr) const {
     return fEntry(selector, nullptr, param1, param2);
