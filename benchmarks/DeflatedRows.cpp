@@ -279,27 +279,26 @@ void addDeflatedRows(const Files& files) {
   const turns::Contender minizip{"minizip",
                                  [=] { readMinizip(path, [](const char*, std::size_t) {}); }};
 
-  turns::Row stream{"entry front to back, deflated, 16 bit", [=] { return deflatedStream(path); }};
-  stream.whole = {{"stream", [=] { readEntry(path); }}, minizip};
-  turns::add(std::move(stream));
+  const auto addRow = [&](const char* name,
+                          const std::function<std::vector<turns::Contender>()>& open,
+                          std::vector<turns::Contender> whole) {
+    turns::Row row{std::string(name) + ", deflated, 16 bit", [=] {
+                     moveInMemory(files);
+                     return open();
+                   }};
+    row.whole = std::move(whole);
+    turns::add(std::move(row));
+  };
+  const Way import{"importer", [=] { return openBundle(path); }};
+  const Ways either = {import, {"the same, stored", [=] { return openBundle(files.stored); }}};
 
-  turns::Row import{"import front to back, deflated, 16 bit",
-                    [=] { return deflatedImport(files); }};
-  import.whole = wholes({{"importer", [=] { return openBundle(path);
-}
-}
-}, frontToBack(4096), 2);
-import.whole.push_back(minizip);
-turns::add(std::move(import));
-
-turns::Row seek{"first real seek, deflated, 16 bit", [=] { return firstSeek(path); }};
-seek.whole = {{"stream", [=] { seekTo(*EntryStream(path), kFrames * 2); }}, stdioInflate(path)};
-turns::add(std::move(seek));
-
-const Ways ways = {{"importer", [=] { return openBundle(path); }},
-                   {"the same, stored", [=] { return openBundle(files.stored); }}};
-turns::Row stretches{"random stretches after it, deflated, 16 bit",
-                     [=] { return contenders(ways, randomStretches(), 2); }};
-stretches.whole = wholes(ways, randomStretches(), 2);
-turns::add(std::move(stretches));
+  addRow("entry front to back", [=] { return deflatedStream(path); },
+         {{"stream", [=] { readEntry(path); }}, minizip});
+  addRow("import front to back", [=] { return deflatedImport(files); },
+         {wholes({import}, frontToBack(4096), 2)[0], minizip});
+  addRow("first real seek", [=] { return firstSeek(path); },
+         {{"stream", [=] { seekTo(*EntryStream(path), kFrames * 2); }}, stdioInflate(path)});
+  addRow(
+      "random stretches after it", [=] { return contenders(either, randomStretches(), 2); },
+      wholes(either, randomStretches(), 2));
 }

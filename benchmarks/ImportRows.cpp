@@ -2,10 +2,19 @@
 
 #include <algorithm>
 #include <cstring>
+#include <filesystem>
 #include <random>
 #include <stdexcept>
 
 #include <benchmark/benchmark.h>
+
+void moveInMemory(const Files& files) {
+  for (const std::string& path : {files.wave, files.stored, files.deflated}) {
+    if (!std::filesystem::exists(path)) continue;
+    std::filesystem::copy_file(path, path + ".moved");
+    std::filesystem::rename(path + ".moved", path);
+  }
+}
 
 Pattern frontToBack(std::uint32_t frames, std::int64_t length) {
   Pattern pattern{frames, {}};

@@ -23,6 +23,9 @@ struct Files {
   std::string deflated;  // the same, deflated
 };
 
+// Copies the files to other memory: which parts of a cache they share differs from place to place.
+void moveInMemory(const Files& files);
+
 // The stretches, all of one length, that an import asks for.
 struct Pattern {
   std::uint32_t frames;                 // of each

@@ -25,16 +25,12 @@
 namespace turns {
 namespace {
 
-// Work that is long gets fewer rounds. Work in this process is played in passes over all rows: what
-// else the machine does changes from second to second, and so does where memory lies from opening
-// to opening. A row should see some of each.
-constexpr int kPasses = 8;
-constexpr int kRoundsOfAPass = 4;
-constexpr int kMostRounds = 31;
+// Work that is long gets fewer rounds.
+constexpr int kMostRounds = 48;
 constexpr int kFewestRounds = 3;
 constexpr int kEnoughRounds = 5;
-constexpr double kSecondsForRow = 8;
-constexpr double kMostSecondsForRow = 150;  // where the rounds are not enough yet
+constexpr double kSecondsForRow = 6;
+constexpr double kMostSecondsForRow = 40;  // where the rounds are not enough yet
 
 double seconds(clockid_t clock) {
   timespec now{};
@@ -107,12 +103,19 @@ Turn takeTurnInProcess(const std::function<void()>& work, int repeats) {
 
 using Turns = std::vector<std::vector<Turn>>;  // of each contender, by round
 
-template <class Value>
-double median(const std::vector<Turn>& turns, Value value) {
+double median(const std::vector<Turn>& turns, double Turn::*value) {
   std::vector<double> values;
   for (const Turn& turn : turns)
-    values.push_back(static_cast<double>(turn.*value));
-  return quantile(values, 0.5);
+    values.push_back(turn.*value);
+  return quantile(std::move(values), 0.5);
+}
+
+// What else a process holds only adds to its peak.
+long leastPeak(const std::vector<Turn>& turns) {
+  long least = turns[0].peak;
+  for (const Turn& turn : turns)
+    least = std::min(least, turn.peak);
+  return least;
 }
 
 std::vector<double> ratios(const std::vector<Turn>& ours, const std::vector<Turn>& theirs,
@@ -125,14 +128,14 @@ std::vector<double> ratios(const std::vector<Turn>& ours, const std::vector<Turn
 
 class Contest {
 public:
-  explicit Contest(bool quick) : fQuick(quick) {}
+  Contest(int passes, bool quick) : fPasses(quick ? 1 : passes), fQuick(quick) {}
 
   void play(const Row& row, benchmark::State& state) try {
     for (auto _ : state) {
       playOn(row);
       state.SetIterationTime(median(fPlayed[row.name].turns[0], &Turn::processor));
     }
-    const auto& [contenders, turns] = fPlayed[row.name];
+    const auto& [contenders, turns, taken] = fPlayed[row.name];
     for (std::size_t who = 1; who < contenders.size(); ++who) {
       state.counters["x " + contenders[who].who] =
           quantile(ratios(turns[0], turns[who], &Turn::processor), 0.5);
@@ -144,17 +147,17 @@ public:
   // Plays the later passes of those rows that have been played, and fills the table with what came
   // of all of them.
   void finish(const std::vector<Row>& rows) {
-    for (int pass = 1; pass < kPasses && !fQuick; ++pass) {
+    for (fPass = 1; fPass < fPasses; ++fPass) {
       for (const Row& row : rows) {
-        if (row.place == Place::Here && fPlayed.count(row.name) != 0) playOn(row);
+        if (fPlayed.count(row.name) != 0) playOn(row);
       }
     }
     for (const Row& row : rows) {
       const auto played = fPlayed.find(row.name);
       if (played == fPlayed.end()) continue;
-      const auto& [contenders, turns] = played->second;
+      const auto& [contenders, turns, taken] = played->second;
       reportSpeed(row, contenders, turns);
-      if (row.place == Place::OwnProcess) reportMemory(row.name, contenders, medianPeaks(turns));
+      if (row.place == Place::OwnProcess) reportMemory(row.name, contenders, leastPeaks(turns));
     }
   }
 
@@ -188,6 +191,7 @@ private:
   struct Played {
     std::vector<Contender> contenders;
     Turns turns;
+    double taken = 0;  // seconds
   };
 
   void fail(const std::string& name, const char* reason, benchmark::State& state) {
@@ -196,17 +200,18 @@ private:
     fPlayed.erase(name);
   }
 
-  bool goesOn(const Row& row, int round, double start) const {
-    if (fQuick) return round < kFewestRounds;
-    const double passed = seconds(CLOCK_MONOTONIC) - start;
-    if (row.place == Place::Here)
-      return round == 0 || (round < kRoundsOfAPass && passed < kSecondsForRow / kPasses);
-    if (round < kFewestRounds) return true;
-    return round < kMostRounds &&
-           passed < (round < kEnoughRounds ? kMostSecondsForRow : kSecondsForRow);
+  // Each pass has its share of the rounds and of the time.
+  bool goesOn(const Played& played) const {
+    const auto rounds = static_cast<int>(played.turns[0].size());
+    const bool isLast = fPass + 1 == fPasses;
+    if (isLast && rounds < kFewestRounds) return true;
+    if (fQuick) return false;
+    const double share = static_cast<double>(fPass + 1) / fPasses;
+    return rounds < kMostRounds * share &&
+           played.taken < (rounds < kEnoughRounds ? kMostSecondsForRow : kSecondsForRow) * share;
   }
 
-  // The rounds of one pass.
+  // The rounds of one pass, at least one.
   void playOn(const Row& row) {
     const std::vector<Contender> contenders = row.open();
     Played& played = fPlayed[row.name];
@@ -218,8 +223,8 @@ private:
     std::iota(order.begin(), order.end(), std::size_t{0});
     const std::size_t first = played.turns[0].size() % order.size();
     std::rotate(order.begin(), order.begin() + static_cast<std::ptrdiff_t>(first), order.end());
-    const double start = seconds(CLOCK_MONOTONIC);
-    for (int round = 0; goesOn(row, round, start); ++round) {
+    do {
+      const double start = seconds(CLOCK_MONOTONIC);
       for (const std::size_t who : order) {
         const Contender& one = contenders[who];
         if (one.prepare) one.prepare();
@@ -227,8 +232,9 @@ private:
                                         ? takeTurnHere(one.work, row.repeats)
                                         : takeTurnInProcess(one.work, row.repeats));
       }
+      played.taken += seconds(CLOCK_MONOTONIC) - start;
       std::rotate(order.begin(), order.begin() + 1, order.end());
-    }
+    } while (goesOn(played));
   }
 
   void reportSpeed(const Row& row, const std::vector<Contender>& contenders, const Turns& turns) {
@@ -242,10 +248,10 @@ private:
     }
   }
 
-  static std::vector<long> medianPeaks(const Turns& turns) {
+  static std::vector<long> leastPeaks(const Turns& turns) {
     std::vector<long> peaks;
     for (const std::vector<Turn>& ofOne : turns)
-      peaks.push_back(static_cast<long>(median(ofOne, &Turn::peak)));
+      peaks.push_back(leastPeak(ofOne));
     return peaks;
   }
 
@@ -264,7 +270,9 @@ private:
     fTable.memory.push_back(line);
   }
 
+  const int fPasses;
   const bool fQuick;
+  int fPass = 0;
   std::map<std::string, Played> fPlayed;
   Table fTable;
 };
@@ -341,7 +349,8 @@ void become(const std::vector<std::string>& words, const std::string& folder) {
   throw std::runtime_error("cannot run " + words[0]);
 }
 
-int run(int argc, char** argv, const char* about, const std::function<void(bool quick)>& addRows) {
+int run(int argc, char** argv, const char* about, int passes,
+        const std::function<void(bool quick)>& addRows) {
   constexpr std::string_view kTable = "--table=";
   bool quick = false;
   std::string stem;
@@ -364,7 +373,7 @@ int run(int argc, char** argv, const char* about, const std::function<void(bool 
   benchmark::Initialize(&count, passed.data());
   if (benchmark::ReportUnrecognizedArguments(count, passed.data())) return 2;
   addRows(quick);
-  Contest contest(quick);
+  Contest contest(passes, quick);
   // Peaks come first: a process that has worked has free memory, which its children would fill.
   for (const Fact& fact : facts())
     enlist(fact.name, [&](benchmark::State& state) { contest.take(fact, state); });

@@ -2,6 +2,10 @@
 
 #include <cerrno>
 
+#include <fmt/format.h>
+
+#include "common/Failure.h"
+
 namespace tools {
 namespace {
 
@@ -18,8 +22,22 @@ std::optional<struct stat> statusOf(const std::string& path, std::error_code& er
   struct stat found {};
   error.clear();
   if (stat(path.c_str(), &found) == 0) return found;
-  if (errno != ENOENT) error.assign(errno, std::generic_category());
+  if (errno != ENOENT && errno != ENOTDIR) error.assign(errno, std::generic_category());
   return {};
+}
+
+bool isSameFile(const std::string& one, const std::string& other) {
+  const auto status = [](const std::string& path) {
+    std::error_code error;
+    auto found = statusOf(path, error);
+    if (error) {
+      throw Failure(fmt::format("cannot look at {}: {}", shown(path), error.message()));
+    }
+    return found;
+  };
+  const auto first = status(one);
+  const auto second = status(other);
+  return first && second && first->st_dev == second->st_dev && first->st_ino == second->st_ino;
 }
 
 mode_t modeInPlaceOf(const std::optional<struct stat>& old) {

@@ -9,10 +9,11 @@
 
 namespace tools {
 
-// The path of the file that `path` leads to, or would: no symbolic link itself, and with a folder in
-// front, as the functions below take an output. The folders on the way are left as they are named: who
-// may write in a folder need not be allowed to look at those above it. Sets `error` where the system
-// cannot tell: a file written to the unresolved path could take the place of a link.
+// The path of the file that `path` leads to, or would: no symbolic link itself, and with a folder
+// in front, as the functions below take an output. The folders on the way are left as they are
+// named: who may write in a folder need not be allowed to look at those above it. Sets `error`
+// where the system cannot tell: a file written to the unresolved path could take the place of a
+// link.
 std::string resolvedPath(const std::string& path, std::error_code& error);
 
 // The name, without folder, of scratch files for an output, up to the letters that are picked.

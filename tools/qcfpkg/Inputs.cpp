@@ -14,6 +14,7 @@
 #include "SafeFolder.h"
 #include "Texts.h"
 #include "common/Failure.h"
+#include "common/FileStatus.h"
 
 namespace {
 
@@ -85,8 +86,7 @@ private:
     // A pipe is read where somebody says so: one in a folder would be waited for in vain.
     const bool isPipe = S_ISFIFO(status.st_mode) && !inFolder;
     if (!S_ISREG(status.st_mode) && !isPipe) refuse(source, "it is neither a file nor a folder");
-    std::error_code error;
-    if (fs::equivalent(source, fPackage, error)) refuse(source, "it is the package itself");
+    if (tools::isSameFile(source, fPackage)) refuse(source, "it is the package itself");
     Input input{name, source, std::nullopt, status.st_mtime};
     if (S_ISREG(status.st_mode)) input.size = static_cast<std::uint64_t>(status.st_size);
     if (S_ISREG(status.st_mode) && access(source.c_str(), R_OK) != 0) {
@@ -124,7 +124,7 @@ private:
             fmt::format("left out {}, a symbolic link to a folder", tools::shown(path.string())));
         continue;
       }
-      if (fs::equivalent(path, fPackage, error)) continue;
+      if (tools::isSameFile(path.string(), fPackage)) continue;
       visit(name.empty() ? leaf : fmt::format("{}/{}", name, leaf), path.string(), true);
     }
   }

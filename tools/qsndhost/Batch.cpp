@@ -8,6 +8,7 @@
 #include <fmt/format.h>
 
 #include "Words.h"
+#include "common/FileStatus.h"
 #include "common/SyncFolder.h"
 #include "common/Terminal.h"
 
@@ -21,8 +22,7 @@ void refuse(const std::string& verb, const std::string& file, const std::string&
 }
 
 void checkOutput(const Task& task, const std::string& verb) {
-  std::error_code error;
-  if (task.output != "-" && fs::equivalent(task.file, task.output, error)) {
+  if (task.output != "-" && tools::isSameFile(task.file, task.output)) {
     refuse(verb, task.file, "the output is the document itself");
   }
 }

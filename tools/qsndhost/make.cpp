@@ -1,5 +1,3 @@
-#include <filesystem>
-
 #include <fmt/format.h>
 
 #include "package/QCFPackage.h"
@@ -7,6 +5,7 @@
 #include "Host.h"
 #include "SourceWave.h"
 #include "Stretch.h"
+#include "common/FileStatus.h"
 #include "common/OutputFile.h"
 #include "common/PackageType.h"
 #include "common/Progress.h"
@@ -29,8 +28,7 @@ void checkOptions(const Options& options) {
         fmt::format("cannot use the type {}: {}", tools::shown(options.type), fault),
         tools::ExitUsage);
   }
-  std::error_code error;
-  if (options.output != "-" && std::filesystem::equivalent(options.input, options.output, error)) {
+  if (options.output != "-" && tools::isSameFile(options.input, options.output)) {
     throw tools::Failure(fmt::format("cannot make a document of {}: the output is the file itself",
                                      tools::shown(options.input)),
                          tools::ExitUsage);
