@@ -209,13 +209,13 @@ std::vector<turns::Contender> appenders(const support::TempDir& folder, const Sh
 void addCopyRows(const support::TempDir& folder, std::size_t part) {
   const Shape large{10, 1'000'000'000 / 10 / kContentBlock / part, kContentBlock, false};
   turns::add({"save 1 GB under another name", [=, &folder] { return savers(folder, large); },
-              turns::Place::OwnProcess});
+              turns::Place::OwnProcess, true});
   const Shape many{10000 / part, 1, 1024, true};
   for (const auto& [name, shape] : {std::pair{"append 1 KiB to 1 GB", large},
                                     std::pair{"append 1 KiB to 10,000 entries", many}}) {
     const auto add = [&, shape = shape](const std::string& row, Appending appending) {
       turns::add({row, [=, &folder] { return appenders(folder, shape, appending); },
-                  turns::Place::OwnProcess});
+                  turns::Place::OwnProcess, true});
     };
     add(name, Appending::OrRewriting);
     add(std::string(name) + ", many rounds", Appending::Only);

@@ -237,16 +237,16 @@ std::vector<turns::Contender> oneDeflated(const support::TempDir& folder, const 
 void addCreateRows(const support::TempDir& folder, std::size_t part) {
   const Shape small{10000 / part, 1, 1024, true};
   turns::add({"create 10,000 entries of 1 KiB, deflated",
-              [=, &folder] { return creators(folder, small); }, turns::Place::OwnProcess});
+              [=, &folder] { return creators(folder, small); }, turns::Place::OwnProcess, true});
   const std::size_t blocks = 500'000'000 / kContentBlock / part;
   const Shape stored{1, blocks, kContentBlock, false};
   turns::add({"create 500 MB stored", [=, &folder] { return creators(folder, stored); },
-              turns::Place::OwnProcess});
+              turns::Place::OwnProcess, true});
   // As large as the goal has it, and short enough to have the prototype beside it.
   const auto addDeflated = [&](const char* name, std::size_t size, bool withPrototype) {
     const Shape deflated{1, size, kContentBlock, true};
     turns::add({name, [=, &folder] { return oneDeflated(folder, deflated, withPrototype); },
-                turns::Place::OwnProcess});
+                turns::Place::OwnProcess, true});
   };
   addDeflated("create 25 MB deflated", blocks / 20, true);
   addDeflated("create 500 MB deflated", blocks, false);

@@ -127,8 +127,6 @@ void addStoredRows(const Format& format, const Files& files) {
   addStoredRow("random stretches" + stored, format, seeking, files, randomStretches());
 }
 
-constexpr int kPasses = 24;
-
 constexpr std::int64_t kFewFrames = 24000;
 
 // What an import of kFrames takes beyond one of kFewFrames.
@@ -161,7 +159,7 @@ int main(int argc, char** argv) {
   return turns::run(
       argc, argv,
       "Audio of sound documents through the importer, against libraries that read the same WAV.",
-      kPasses, [&](bool) {
+      [&](bool) {
         for (const Format& format : kFormats) {
           const Files files = makeFiles(folder, format, kFrames);
           addWholeRow("stored", format, files.stored, files);

@@ -16,7 +16,7 @@ int main(int argc, char** argv) {
       argc, argv,
       "Packages opened, walked, read, created, saved and appended to, against libraries "
       "and programs that do the same. Works in $TMPDIR, with up to 6 GB.",
-      1, [&](bool quick) {
+      [&](bool quick) {
         const std::size_t part = quick ? kQuickPart : 1;
         addGrowthFacts(folder, part);
         addOpenRows(folder, part);

@@ -136,12 +136,11 @@ std::vector<turns::Contender> readers(const std::string& path, const Shape& shap
 }  // namespace
 
 void addReadRows(const support::TempDir& folder, std::size_t part) {
-  const Shape large{1, 100'000'000 / kContentBlock / part, kContentBlock, false};
-  const Shape small{10000 / part, 1, 1024, true};
-  for (const auto& [name, shape] : {std::pair{"read 100 MB stored", large},
-                                    std::pair{"read 10,000 entries of 1 KiB, deflated", small}}) {
-    const std::string path = (folder / "read.zip").string();
-    turns::add(
-        {name, [=, shape = shape] { return readers(path, shape); }, turns::Place::OwnProcess});
-  }
+  const auto add = [&](const char* row, const char* file, const Shape& shape) {
+    const std::string path = (folder / file).string();
+    turns::add({row, [=] { return readers(path, shape); }, turns::Place::OwnProcess});
+  };
+  add("read 100 MB stored", "large.zip",
+      {1, 100'000'000 / kContentBlock / part, kContentBlock, false});
+  add("read 10,000 entries of 1 KiB, deflated", "small.zip", {10000 / part, 1, 1024, true});
 }

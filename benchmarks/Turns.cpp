@@ -25,7 +25,10 @@
 namespace turns {
 namespace {
 
+// Rows are played in passes over all of them: what else the machine does changes from second to
+// second, and so does where memory lies from opening to opening. A row should see some of each.
 // Work that is long gets fewer rounds.
+constexpr int kPasses = 24;
 constexpr int kMostRounds = 48;
 constexpr int kFewestRounds = 3;
 constexpr int kEnoughRounds = 5;
@@ -128,7 +131,7 @@ std::vector<double> ratios(const std::vector<Turn>& ours, const std::vector<Turn
 
 class Contest {
 public:
-  Contest(int passes, bool quick) : fPasses(quick ? 1 : passes), fQuick(quick) {}
+  explicit Contest(bool quick) : fQuick(quick) {}
 
   void play(const Row& row, benchmark::State& state) try {
     for (auto _ : state) {
@@ -147,9 +150,9 @@ public:
   // Plays the later passes of those rows that have been played, and fills the table with what came
   // of all of them.
   void finish(const std::vector<Row>& rows) {
-    for (fPass = 1; fPass < fPasses; ++fPass) {
+    for (fPass = 1; fPass < kPasses; ++fPass) {
       for (const Row& row : rows) {
-        if (fPlayed.count(row.name) != 0) playOn(row);
+        if (fPass < passesOf(row) && fPlayed.count(row.name) != 0) playOn(row);
       }
     }
     for (const Row& row : rows) {
@@ -200,30 +203,31 @@ private:
     fPlayed.erase(name);
   }
 
+  int passesOf(const Row& row) const { return fQuick || row.inOneGo ? 1 : kPasses; }
+
   // Each pass has its share of the rounds and of the time.
-  bool goesOn(const Played& played) const {
-    const auto rounds = static_cast<int>(played.turns[0].size());
-    const bool isLast = fPass + 1 == fPasses;
-    if (isLast && rounds < kFewestRounds) return true;
+  bool goesOn(const Row& row, const Played& played) const {
+    const int rounds = played.turns.empty() ? 0 : static_cast<int>(played.turns[0].size());
+    const bool isLast = fPass + 1 == passesOf(row);
+    if (rounds == 0 || (isLast && rounds < kFewestRounds)) return true;
     if (fQuick) return false;
-    const double share = static_cast<double>(fPass + 1) / fPasses;
+    const double share = static_cast<double>(fPass + 1) / passesOf(row);
     return rounds < kMostRounds * share &&
            played.taken < (rounds < kEnoughRounds ? kMostSecondsForRow : kSecondsForRow) * share;
   }
 
-  // The rounds of one pass, at least one.
+  // The rounds of one pass.
   void playOn(const Row& row) {
-    const std::vector<Contender> contenders = row.open();
     Played& played = fPlayed[row.name];
-    played.contenders.clear();
-    for (const Contender& one : contenders)  // without what they hold open
-      played.contenders.push_back({one.who, {}, {}, one.isFloor});
+    if (!goesOn(row, played)) return;
+    if (row.place == Place::Here || played.contenders.empty()) played.contenders = row.open();
+    const std::vector<Contender>& contenders = played.contenders;
     played.turns.resize(contenders.size());
     std::vector<std::size_t> order(contenders.size());
     std::iota(order.begin(), order.end(), std::size_t{0});
     const std::size_t first = played.turns[0].size() % order.size();
     std::rotate(order.begin(), order.begin() + static_cast<std::ptrdiff_t>(first), order.end());
-    do {
+    while (goesOn(row, played)) {
       const double start = seconds(CLOCK_MONOTONIC);
       for (const std::size_t who : order) {
         const Contender& one = contenders[who];
@@ -234,7 +238,14 @@ private:
       }
       played.taken += seconds(CLOCK_MONOTONIC) - start;
       std::rotate(order.begin(), order.begin() + 1, order.end());
-    } while (goesOn(played));
+    }
+    if (row.place == Place::Here || fPass + 1 == passesOf(row)) closeAll(played);
+  }
+
+  // What the contenders hold open goes; who they are is still to be told.
+  static void closeAll(Played& played) {
+    for (Contender& one : played.contenders)
+      one = {one.who, {}, {}, one.isFloor};
   }
 
   void reportSpeed(const Row& row, const std::vector<Contender>& contenders, const Turns& turns) {
@@ -270,7 +281,6 @@ private:
     fTable.memory.push_back(line);
   }
 
-  const int fPasses;
   const bool fQuick;
   int fPass = 0;
   std::map<std::string, Played> fPlayed;
@@ -349,8 +359,7 @@ void become(const std::vector<std::string>& words, const std::string& folder) {
   throw std::runtime_error("cannot run " + words[0]);
 }
 
-int run(int argc, char** argv, const char* about, int passes,
-        const std::function<void(bool quick)>& addRows) {
+int run(int argc, char** argv, const char* about, const std::function<void(bool quick)>& addRows) {
   constexpr std::string_view kTable = "--table=";
   bool quick = false;
   std::string stem;
@@ -373,7 +382,7 @@ int run(int argc, char** argv, const char* about, int passes,
   benchmark::Initialize(&count, passed.data());
   if (benchmark::ReportUnrecognizedArguments(count, passed.data())) return 2;
   addRows(quick);
-  Contest contest(passes, quick);
+  Contest contest(quick);
   // Peaks come first: a process that has worked has free memory, which its children would fill.
   for (const Fact& fact : facts())
     enlist(fact.name, [&](benchmark::State& state) { contest.take(fact, state); });

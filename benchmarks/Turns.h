@@ -29,11 +29,13 @@ enum class Place {
 
 struct Row {
   std::string name;
-  // Opens what the row needs, and checks the answers; raises std::exception where they differ. Done
-  // anew for each pass. The first contender is ours.
+  // Opens what the row needs, and checks the answers; raises std::exception where they differ. The
+  // first contender is ours. Rows are played in passes over all of them: for work in this process
+  // each pass opens anew.
   std::function<std::vector<Contender>()> open;
   Place place = Place::Here;
-  int repeats = 1;  // of the work in one turn, for work that is short
+  bool inOneGo = false;  // all rounds in one pass: where files are too large to wait for the next
+  int repeats = 1;       // of the work in one turn, for work that is short
   // For a row in this process: the work from the opening of its files on, of those whose peak
   // memory is to be compared, ours first. Each does it once, in a process of its own.
   std::vector<Contender> whole = {};
@@ -64,16 +66,13 @@ double valueOf(const std::function<double()>& work);
 // std::runtime_error when there is no such program.
 [[noreturn]] void become(const std::vector<std::string>& words, const std::string& folder = ".");
 
-// Lets `addRows` add the rows, plays them and prints the tables. The rounds are spread over so many
-// passes over all rows: what else the machine does changes from second to second, and so does where
-// memory lies from opening to opening. One pass is for rows whose opening is long. Takes the
-// arguments of Google Benchmark, and
+// Lets `addRows` add the rows, runs them and prints the tables. Takes the arguments of Google
+// Benchmark, and
 //   --quick         few rounds, and small work: shows that everything works, and judges no speed
 //   --table=<stem>  also writes the tables to <stem>.md and <stem>.json
 //   --help          prints `about` and the options
 // Returns main's result: 0, 1 when a row could not be run, 2 for an unknown option. A goal that is
 // missed is told in the table and no failure.
-int run(int argc, char** argv, const char* about, int passes,
-        const std::function<void(bool quick)>& addRows);
+int run(int argc, char** argv, const char* about, const std::function<void(bool quick)>& addRows);
 
 }  // namespace turns
