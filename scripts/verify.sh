@@ -23,6 +23,21 @@ build() {
   cmake --build --preset "$1" --parallel "$jobs" ${2:+--target "${@:2}"}
 }
 
+# in_parts COMMAND...: a test program, its tests dealt out to as many processes as there are processors.
+in_parts() {
+  local part status=0 parts=()
+  for ((part = 0; part < jobs; ++part)); do
+    GTEST_TOTAL_SHARDS=$jobs GTEST_SHARD_INDEX=$part "$@" >"$TMPDIR/part$part" 2>&1 &
+    parts+=($!)
+  done
+  for part in "${parts[@]}"; do
+    wait "$part" || status=1
+  done
+  cat "$TMPDIR"/part*
+  rm "$TMPDIR"/part*
+  return "$status"
+}
+
 # All suites with everything that they leave out otherwise: packages beyond 4 GB.
 run_tests() { env -u TMPDIR QCF_LONG_TESTS=1 bash scripts/test.sh debug; }
 run_walk() {
@@ -43,12 +58,12 @@ run_audio() {
 run_crashes() {
   export QCF_LONG_TESTS=1
   build debug crash_library crash_programs qcfpkg_tests failures failures_allocation plugin_session_faults
-  $bin/crash/crash_library
-  $bin/crash/crash_programs
-  $bin/tools/qcfpkg/qcfpkg_tests --gtest_filter='*Kill*'
-  $bin/failures/failures
-  $bin/failures/failures_allocation
-  $bin/plugin/plugin_session_faults
+  in_parts $bin/crash/crash_programs
+  in_parts $bin/tools/qcfpkg/qcfpkg_tests --gtest_filter='*Kill*'
+  in_parts $bin/crash/crash_library
+  in_parts $bin/failures/failures
+  in_parts $bin/failures/failures_allocation
+  in_parts $bin/plugin/plugin_session_faults
 }
 run_sanitizers() { bash scripts/test.sh asan; }
 run_threads() {
@@ -94,7 +109,7 @@ for step in "${steps[@]}"; do
   begin=$SECONDS
   status=0
   # A shell of its own: here, -e would not hold within the function.
-  export -f build "run_$step"
+  export -f build in_parts "run_$step"
   bin=$bin jobs=$jobs bash -euo pipefail -c "run_$step" >"$logs/$step.log" 2>&1 </dev/null || status=$?
   printf '%d %d %s\n' "$status" $((SECONDS - begin)) "$(date -u +%F)" >"$logs/$step.result"
   [[ $status -eq 0 ]] || tail -n 30 "$logs/$step.log"
