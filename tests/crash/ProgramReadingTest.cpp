@@ -167,6 +167,7 @@ const std::vector<Reading> kReadings = {
     {"checkJSON", QCFPKG, {"check", "--json", "a.pkg"}, true},
     {"propGet", QCFPKG, {"prop", "get", "a.pkg", "two", "modified"}, false},
     {"propList", QCFPKG, {"prop", "list", "a.pkg"}, false},
+    {"propListJSON", QCFPKG, {"prop", "list", "--json", "a.pkg"}, false},
     {"type", QCFPKG, {"type", "a.pkg"}, false},
     {"comment", QCFPKG, {"comment", "tree.pkg"}, false},
     {"list", QCFPKG, {"list", "a.pkg"}, false},

@@ -98,9 +98,14 @@ void list(const Options& options) {
     for (const char* const name : kNames) {
       const std::string value = valueOf(entry, document, name);
       if (value.empty()) continue;
-      json[jsonText(entry.central.name)][name] = jsonText(value);
-      if (options.asJSON) continue;
-      fmt::print("{}\t{}\t{}\n", tools::shown(entry.central.name), name, tools::shown(value));
+      if (options.asJSON) {
+        // An object from the start: one made of nothing is left half made where memory runs out.
+        auto own =
+            json.emplace(jsonText(entry.central.name), nlohmann::ordered_json::object()).first;
+        (*own)[name] = jsonText(value);
+      } else {
+        fmt::print("{}\t{}\t{}\n", tools::shown(entry.central.name), name, tools::shown(value));
+      }
     }
   }
   if (options.asJSON) fmt::print("{}\n", json.dump(2));
