@@ -192,6 +192,8 @@ TEST_F(Create, AFailureLeavesNothing) {
                 "cannot add e: standard input can be read only once");
   expectFailure({"create", "--type", "application/x-test", "a.pkg", "mimetype=x"}, 3,
                 "mimetype is the package's type");
+  expectFailure({"create", "--type", "application/x-test", "a.pkg", "META-INF/pkgproperties.xml=x"},
+                3, "this entry holds the properties: see prop");
   EXPECT_EQ(files(), std::vector<std::string>{"x"});
 }
 

@@ -124,6 +124,57 @@ TEST_F(Prop, ADocumentThatAChangeWouldRobIsNotChanged) {
   EXPECT_EQ(folder.read("a.pkg"), before);
 }
 
+// What is wrong with a document that is XML all the same.
+TEST_F(Prop, ADocumentOfAnotherShapeIsToldAndLeftAsItIs) {
+  const std::pair<const char*, const char*> documents[] = {
+      {"<html/>", "it is no properties document"},
+      {"<pkgProperties><colour/></pkgProperties>", "an element colour is not known there"},
+      {"<pkgProperties><entries><entry/></entries></pkgProperties>", "an entry has no path"},
+      {"<pkgProperties><entries><entry "
+       "path='one.txt'><prop>x</prop></entry></entries></pkgProperties>",
+       "a property has no key"},
+      {"<pkgProperties><entries><entry path='one.txt'><prop key='k'>1</prop><prop key='k'>2</prop>"
+       "</entry></entries></pkgProperties>",
+       "a property comes twice"}};
+  for (const auto& [document, fault] : documents) {
+    makePackage("a.pkg");
+    python(
+        "import zipfile\n"
+        "zipfile.ZipFile('a.pkg', 'a').writestr('META-INF/pkgproperties.xml', \"\"\"" +
+        std::string(document) + "\"\"\")\n");
+    const std::string before = folder.read("a.pkg");
+    expectFailure({"prop", "list", "a.pkg"}, 3, fault);
+    expectFailure({"prop", "set", "a.pkg", "one.txt", "mac-type", "x"}, 3, fault);
+    EXPECT_EQ(folder.read("a.pkg"), before);
+    std::filesystem::remove(folder / "a.pkg");
+  }
+}
+
+TEST_F(Prop, CommentsOfADocumentAreNotLostByAChange) {
+  for (const char* const extra : {"<!-- by hand -->", "<?by hand?>"}) {
+    makePackage("a.pkg");
+    python(
+        "import zipfile\n"
+        "zipfile.ZipFile('a.pkg', 'a').writestr('META-INF/pkgproperties.xml', '<pkgProperties>" +
+        std::string(extra) + "</pkgProperties>')\n");
+    const std::string before = folder.read("a.pkg");
+    expectFailure({"prop", "set", "a.pkg", "one.txt", "mac-type", "x"}, 3,
+                  "holds what a change would lose");
+    EXPECT_NE(run({"check", "a.pkg"}).out.find("note properties-foreign"), std::string::npos);
+    EXPECT_EQ(folder.read("a.pkg"), before);
+    std::filesystem::remove(folder / "a.pkg");
+  }
+}
+
+TEST_F(Prop, ANameThatCannotStandInTheDocumentIsRefused) {
+  folder.write("x", "x");
+  must({"create", "--type", "a/b", "a.pkg", "salt & pepper=x"});
+  const std::string before = folder.read("a.pkg");
+  expectFailure({"prop", "set", "a.pkg", "salt & pepper", "mac-type", "x"}, 3,
+                "cannot stand in the properties document");
+  EXPECT_EQ(folder.read("a.pkg"), before);
+}
+
 TEST_F(Prop, ADamagedDocumentIsToldAndOtherChangesKeepItsBytes) {
   makePackage("a.pkg");
   python(

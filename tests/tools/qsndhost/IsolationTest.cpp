@@ -33,6 +33,12 @@ TEST_F(Isolation, ACrashWhereverItComesIsOneLine) {
   }
 }
 
+TEST_F(Isolation, AProgramWithoutItsBundleSaysHowToNameOne) {
+  document("a.doc", "");
+  expectFailure(shell("cp \"$0\" alone && ./alone info a.doc"), 3,
+                "cannot find ImporterQSND.bundle; name it with --bundle");
+}
+
 TEST_F(Isolation, TheSignalIsTold) {
   document("a.doc", "divide 37");
   expectFailure(runFaulty({"info", "a.doc"}), 3,

@@ -91,6 +91,20 @@ TEST_F(Output, ACacheFolderThatCannotBeMadeIsNamedWithTheReason) {
                     (folder / "file").string() + ": Not a directory");
 }
 
+TEST_F(Output, WithoutACacheFolderOfItsOwnThatOfTheHomeFolderIsNamed) {
+  must({"make", "--deflate", "a.wav", "deflated.qsnd"});
+  const auto finished =
+      shell("unset XDG_CACHE_HOME; HOME=\"$PWD/home\" exec \"$0\" export deflated.qsnd o.wav");
+  expectFailure(finished, 3,
+                "cannot export deflated.qsnd: its audio cannot be inflated into the cache folder " +
+                    (folder / "home/.cache").string() + ": No such file or directory");
+  std::filesystem::create_directories(folder / "home/.cache");
+  EXPECT_TRUE(
+      shell("unset XDG_CACHE_HOME; HOME=\"$PWD/home\" exec \"$0\" export deflated.qsnd o.wav")
+          .succeeded());
+  EXPECT_TRUE(std::filesystem::is_empty(folder / "home/.cache/TemporaryItems"));
+}
+
 TEST_F(Output, StoredAudioHasNothingToDoWithTheCacheFolder) {
   environment = {{"XDG_CACHE_HOME", (folder / "absent/cache").string()}};
   must({"export", "a.qsnd", "o.wav"});

@@ -288,10 +288,19 @@ TEST_F(Waveforms, JSONHasThePairsOfEachColumn) {
 }
 
 TEST_F(Waveforms, TheSamePictureComesFromEitherProcess) {
-  makeDocument("a.qsnd", 24, 2, 200000);
-  must({"waveform", "a.qsnd", "apart.png"});
-  must({"--no-isolate", "waveform", "a.qsnd", "here.png"});
-  EXPECT_EQ(folder.read("apart.png"), folder.read("here.png"));
+  const std::string longName = "A " + std::string(120, 'w') + ".qsnd";
+  makeDocument("long.qsnd", 24, 2, 200000);
+  makeDocument("short.qsnd", 16, 1, 5);
+  makeDocument("wide.qsnd", 16, 9, 3000);
+  makeDocument(longName, 8, 2, 100);
+  for (const std::string& name :
+       {std::string("long.qsnd"), std::string("short.qsnd"), std::string("wide.qsnd"), longName}) {
+    for (const char* const kind : {"png", "svg"}) {
+      must({"waveform", name, "apart", "--as", kind});
+      must({"--no-isolate", "waveform", name, "here", "--as", kind});
+      EXPECT_EQ(folder.read("apart"), folder.read("here")) << name << " as " << kind;
+    }
+  }
 }
 
 }  // namespace
