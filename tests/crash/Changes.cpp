@@ -14,9 +14,9 @@ const Words kExport = {"export", "in.qsnd", "out.wav"};
 const Words kExportHere = {"--no-isolate", "export", "in.qsnd", "out.wav"};
 const Words kExportMany = {"--quiet", "export", "--folder", "waves", "in.qsnd", "out.qsnd"};
 const Words kExportManyAgain = {"export", "--folder", "waves", "in.qsnd", "out.qsnd"};
-const Words kWaveformSVG = {"--timeout", "5",   "waveform", "in.qsnd", "out.svg",
+const Words kWaveformSVG = {"--timeout", "2",   "waveform", "in.qsnd", "out.svg",
                             "--width",   "200", "--height", "100"};
-const Words kWaveform = {"--timeout", "5",   "waveform", "in.qsnd", "out.png",
+const Words kWaveform = {"--timeout", "2",   "waveform", "in.qsnd", "out.png",
                          "--width",   "200", "--height", "100"};
 const Words kExtract = {"extract", "tree.pkg", "-C", "new/folder"};
 const Words kExtractAgain = {"extract", "--overwrite", "tree.pkg", "-C", "new/folder"};

@@ -1,4 +1,5 @@
 #include <functional>
+#include <ostream>
 #include <string>
 #include <vector>
 
@@ -144,6 +145,10 @@ struct Violation {
   std::string name;
   Events events;
 };
+
+void PrintTo(const Violation& violation, std::ostream* out) {
+  *out << violation.name;
+}
 
 class PropertiesReaderRefuses : public PropertiesReader,
                                 public testing::WithParamInterface<Violation> {};
