@@ -86,7 +86,7 @@ run_valgrind() {
   for suite in "${suites[@]}"; do
     printf '=== %s\n' "$suite"
     valgrind --quiet --error-exitcode=9 --leak-check=full --errors-for-leak-kinds=definite \
-      --soname-synonyms=somalloc=nouserintercepts "$suite" \
+      --suppressions=tests/valgrind.supp --soname-synonyms=somalloc=nouserintercepts "$suite" \
       --gtest_filter='-*Race*:*Death*:*Mutation*:*Timing*'
   done
   printf 'valgrind: %d suites\n' "${#suites[@]}"
