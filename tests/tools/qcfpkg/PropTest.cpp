@@ -4,7 +4,18 @@
 
 namespace {
 
-using Prop = Qcfpkg;
+class Prop : public Qcfpkg {
+protected:
+  // a.pkg, with this as the document that holds the properties.
+  void makePackageWith(const std::string& document) const {
+    makePackage("a.pkg");
+    folder.write("document", document);
+    python(
+        "import zipfile\n"
+        "zipfile.ZipFile('a.pkg', 'a').write('document', 'META-INF/pkgproperties.xml')\n");
+    std::filesystem::remove(folder / "document");
+  }
+};
 
 TEST_F(Prop, GenericPropertiesAreKeptInTheirDocument) {
   auto expected = makePackage("a.pkg");
@@ -111,13 +122,10 @@ TEST_F(Prop, WrongNamesAndValuesAreRefused) {
 }
 
 TEST_F(Prop, ADocumentThatAChangeWouldRobIsNotChanged) {
-  makePackage("a.pkg");
-  python(
-      "import zipfile\n"
-      "z = zipfile.ZipFile('a.pkg', 'a')\n"
-      "z.writestr('META-INF/pkgproperties.xml', '<pkgProperties><package/><entries>'\n"
-      "  '<entry path=\"one.txt\"><prop key=\"colour\">red</prop></entry></entries>'\n"
-      "  '</pkgProperties>')\n");
+  makePackageWith(
+      "<pkgProperties><package/><entries><entry path='one.txt'><prop "
+      "key='colour'>red</prop></entry>"
+      "</entries></pkgProperties>");
   const std::string before = folder.read("a.pkg");
   expectFailure({"prop", "set", "a.pkg", "one.txt", "mac-type", "x"}, 3,
                 "holds what a change would lose");
@@ -137,11 +145,7 @@ TEST_F(Prop, ADocumentOfAnotherShapeIsToldAndLeftAsItIs) {
        "</entry></entries></pkgProperties>",
        "a property comes twice"}};
   for (const auto& [document, fault] : documents) {
-    makePackage("a.pkg");
-    python(
-        "import zipfile\n"
-        "zipfile.ZipFile('a.pkg', 'a').writestr('META-INF/pkgproperties.xml', \"\"\"" +
-        std::string(document) + "\"\"\")\n");
+    makePackageWith(document);
     const std::string before = folder.read("a.pkg");
     expectFailure({"prop", "list", "a.pkg"}, 3, fault);
     expectFailure({"prop", "set", "a.pkg", "one.txt", "mac-type", "x"}, 3, fault);
@@ -152,11 +156,7 @@ TEST_F(Prop, ADocumentOfAnotherShapeIsToldAndLeftAsItIs) {
 
 TEST_F(Prop, CommentsOfADocumentAreNotLostByAChange) {
   for (const char* const extra : {"<!-- by hand -->", "<?by hand?>"}) {
-    makePackage("a.pkg");
-    python(
-        "import zipfile\n"
-        "zipfile.ZipFile('a.pkg', 'a').writestr('META-INF/pkgproperties.xml', '<pkgProperties>" +
-        std::string(extra) + "</pkgProperties>')\n");
+    makePackageWith("<pkgProperties>" + std::string(extra) + "</pkgProperties>");
     const std::string before = folder.read("a.pkg");
     expectFailure({"prop", "set", "a.pkg", "one.txt", "mac-type", "x"}, 3,
                   "holds what a change would lose");
@@ -176,10 +176,7 @@ TEST_F(Prop, ANameThatCannotStandInTheDocumentIsRefused) {
 }
 
 TEST_F(Prop, ADamagedDocumentIsToldAndOtherChangesKeepItsBytes) {
-  makePackage("a.pkg");
-  python(
-      "import zipfile\n"
-      "zipfile.ZipFile('a.pkg', 'a').writestr('META-INF/pkgproperties.xml', '<broken')\n");
+  makePackageWith("<broken");
   expectFailure({"prop", "list", "a.pkg"}, 3, "the properties document is damaged");
   expectFailure({"prop", "set", "a.pkg", "one.txt", "mac-type", "x"}, 3, "is damaged");
   folder.write("x", "x");
