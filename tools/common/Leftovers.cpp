@@ -27,13 +27,16 @@ constexpr std::size_t kRandomLetters = 6;
 constexpr std::string_view kLetters =
     "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789";
 
-// A run that lives holds the lock of its scratch file.
-bool isHeld(int folder, const char* name) {
-  const int descriptor = openat(folder, name, O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK);
-  if (descriptor < 0) return false;
-  const bool locked = flock(descriptor, LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK;
-  close(descriptor);
-  return locked;
+// A run that lives holds the lock of its scratch file. Returns false where another one does.
+bool lock(int descriptor) {
+  // Where files cannot be locked, nothing is guarded.
+  return flock(descriptor, LOCK_EX | LOCK_NB) == 0 || errno != EWOULDBLOCK;
+}
+
+// Another run may take a file for a leftover before it is locked, and then it has no name any more.
+bool hold(int descriptor) {
+  struct stat status {};
+  return lock(descriptor) && (fstat(descriptor, &status) != 0 || status.st_nlink > 0);
 }
 
 bool isScratchName(const std::string& name, const std::string& prefix) {
@@ -65,13 +68,17 @@ void clearAll(const Session& session, int folder, const std::string& shownFolder
     // A run that was killed between naming its output and removing the scratch name.
     const bool isOutput =
         output != nullptr && status.st_ino == output->st_ino && status.st_dev == output->st_dev;
-    if (!isOutput && isHeld(folder, name.c_str())) continue;
-    const std::string path = shown((fs::path(shownFolder) / name).string());
-    if (unlinkat(folder, name.c_str(), 0) == 0) {
-      session.note(fmt::format("removed {}, which an interrupted run had left", path));
-    } else {
-      session.note(fmt::format("an interrupted run has left {}: {}", path, systemReason()));
+    // The lock is kept until the name is gone.
+    const int file = openat(folder, name.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK);
+    if (isOutput || file < 0 || lock(file)) {
+      const std::string path = shown((fs::path(shownFolder) / name).string());
+      if (unlinkat(folder, name.c_str(), 0) == 0) {
+        session.note(fmt::format("removed {}, which an interrupted run had left", path));
+      } else {
+        session.note(fmt::format("an interrupted run has left {}: {}", path, systemReason()));
+      }
     }
+    if (file >= 0) close(file);
   }
 }
 
@@ -85,6 +92,11 @@ std::string shortened(const std::string& name) {
   while (size > 0 && isInsideCharacter())
     --size;
   return name.substr(0, size);
+}
+
+// Up to the letters that are picked.
+std::string scratchName(const std::string& program, const std::string& output) {
+  return "." + shortened(fs::path(output).filename().string()) + "." + program + "-";
 }
 
 }  // namespace
@@ -112,12 +124,7 @@ std::string resolvedPath(const std::string& path, std::error_code& error) {
 }
 
 std::string scratchPrefix(const std::string& program, const std::string& output) {
-  return "." + shortened(fs::path(output).filename().string()) + "." + program + "-";
-}
-
-std::string scratchTemplate(const std::string& program, const std::string& output) {
-  const std::string name = scratchPrefix(program, output) + std::string(kRandomLetters, 'X');
-  return (fs::path(output).parent_path() / name).string();
+  return (fs::path(output).parent_path() / scratchName(program, output)).string();
 }
 
 int makeScratch(int folder, const std::string& prefix, mode_t mode, std::string& name) {
@@ -129,19 +136,16 @@ int makeScratch(int folder, const std::string& prefix, mode_t mode, std::string&
     for (std::size_t i = 0; i < kRandomLetters; ++i)
       name.push_back(kLetters[pick(random)]);
     const int descriptor =
-        openat(folder, name.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, mode);
-    if (descriptor >= 0) {
-      holdScratch(descriptor);
-      return descriptor;
+        openat(folder, name.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, mode);
+    if (descriptor < 0) {
+      if (errno == EEXIST) continue;
+      return -1;
     }
-    if (errno != EEXIST) break;
+    if (hold(descriptor)) return descriptor;
+    close(descriptor);
   }
+  errno = EEXIST;
   return -1;
-}
-
-void holdScratch(int descriptor) {
-  fcntl(descriptor, F_SETFD, FD_CLOEXEC);
-  flock(descriptor, LOCK_EX | LOCK_NB);  // where files cannot be locked, nothing is guarded
 }
 
 void clearLeftovers(const Session& session, const std::string& output) {
@@ -150,7 +154,7 @@ void clearLeftovers(const Session& session, const std::string& output) {
   if (folder < 0) return;  // what cannot be listed cannot be cleared
   struct stat status {};
   const bool exists = stat(output.c_str(), &status) == 0;
-  clearAll(session, folder, parent, scratchPrefix(session.program, output),
+  clearAll(session, folder, parent, scratchName(session.program, output),
            exists ? &status : nullptr);
   close(folder);
 }

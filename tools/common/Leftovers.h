@@ -16,16 +16,13 @@ namespace tools {
 // link.
 std::string resolvedPath(const std::string& path, std::error_code& error);
 
-// The name, without folder, of scratch files for an output, up to the letters that are picked.
+// The path of scratch files beside an output, up to the letters that are picked.
 std::string scratchPrefix(const std::string& program, const std::string& output);
-// As mkstemp() takes it: beside the output.
-std::string scratchTemplate(const std::string& program, const std::string& output);
-// A new file in an open folder, named by `prefix` and letters, and held; sets `name`. Returns its
-// descriptor, open for writing and owned by the caller, or -1 with errno set.
+// A new file of `mode`, named by `prefix` and letters; sets `name`. The prefix is a path seen from
+// an open folder, or from the current one for AT_FDCWD. The file is held: it counts as one whose
+// run lives until its last descriptor is closed. Returns its descriptor, open for reading and
+// writing and owned by the caller, or -1 with errno set.
 int makeScratch(int folder, const std::string& prefix, mode_t mode, std::string& name);
-
-// Marks an open scratch file as one whose run lives, until its last descriptor is closed.
-void holdScratch(int descriptor);
 
 // Removes what killed runs have left beside an output, with a note. A scratch file that is held is
 // kept, unless it is the output itself under a second name.

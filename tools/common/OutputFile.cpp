@@ -64,13 +64,11 @@ OutputFile::OutputFile(const Session& session, const std::string& target) {
     place = (std::filesystem::path(folder) / "output").string();
     fWritten = "a temporary file in " + shown(folder);
   }
-  fScratch = scratchTemplate(session.program, place);
-  fDescriptor = mkstemp(fScratch.data());
+  fDescriptor = makeScratch(AT_FDCWD, scratchPrefix(session.program, place), 0600, fScratch);
   if (fDescriptor < 0) {
     fScratch.clear();
     fail();
   }
-  holdScratch(fDescriptor);
   if (!beside) {
     unlink(fScratch.c_str());
     fScratch.clear();

@@ -87,20 +87,17 @@ void PackageFile::lock() {
 
 std::string PackageFile::newScratch() {
   dropFormerScratch();
-  std::string name = tools::scratchTemplate(fProgram, fPath);
-  const int descriptor = mkstemp(name.data());
+  std::string name;
+  const int descriptor =
+      tools::makeScratch(AT_FDCWD, tools::scratchPrefix(fProgram, fPath), 0600, name);
   if (descriptor < 0) fail(tools::systemReason());
   fFormerScratch = std::exchange(fScratch, std::move(name));  // no memory is needed from here on
   tools::removeOnSignal(fScratch);
-  lockScratch(descriptor);
-  return fScratch;
-}
-
-// Two runs may create one package at once, and neither must take the other's file for a leftover.
-void PackageFile::lockScratch(int descriptor) {
+  // Held as long as the program runs: two runs may create one package at once, and neither must
+  // take the other's file for a leftover.
   if (fScratchLock >= 0) close(fScratchLock);
   fScratchLock = descriptor;
-  tools::holdScratch(descriptor);
+  return fScratch;
 }
 
 void PackageFile::dropFormerScratch() {

@@ -43,7 +43,6 @@ private:
   PackageFile(const std::string& path, bool isNew, std::error_code error = {});
   std::optional<struct stat> status() const;
   void lock();
-  void lockScratch(int descriptor);
   void adoptStatus(int descriptor) const;
   [[noreturn]] void fail(const std::string& reason) const;
 

@@ -2,6 +2,7 @@
 #include <csignal>
 #include <random>
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -122,22 +123,23 @@ INSTANTIATE_TEST_SUITE_P(Changes, Kill,
 
 // A package that is not there yet cannot be locked: the lock is on what is being written.
 TEST_F(Qcfpkg, CreateKilledHalfWayLeavesNothingThatTheNextDoesNotClear) {
-  python("import os\nopen('big', 'wb').write(os.urandom(20 << 20))");
+  folder.write("small", "small");
+  mkfifo((folder / "pipe").c_str(), 0600);
   for (int i = 0; i < 3; ++i) {
-    const pid_t child = start({"create", "--type", "a/b", "a.pkg", "big"});
-    while (files().size() < 2)
-      usleep(1000);
-    EXPECT_EQ(files().size(), 2u);
+    const pid_t child = start({"create", "--type", "a/b", "a.pkg", "small", "x=pipe"});
+    const int writer = open((folder / "pipe").c_str(), O_WRONLY);  // waits for the reader
+    EXPECT_EQ(files().size(), 3u);
     kill(child, SIGKILL);
     int status = 0;
     waitpid(child, &status, 0);
+    close(writer);
     ASSERT_TRUE(WIFSIGNALED(status));
     EXPECT_FALSE(std::filesystem::exists(folder / "a.pkg"));
   }
-  const auto finished = run({"create", "--type", "a/b", "a.pkg", "big"});
+  const auto finished = run({"create", "--type", "a/b", "a.pkg", "small"});
   EXPECT_EQ(finished.status, 0);
   EXPECT_NE(finished.err.find("which an interrupted run had left"), std::string::npos);
-  EXPECT_EQ(files(), (std::vector<std::string>{"a.pkg", "big"}));
+  EXPECT_EQ(files(), (std::vector<std::string>{"a.pkg", "pipe", "small"}));
 }
 
 }  // namespace
