@@ -66,15 +66,18 @@ void saveMinizip(const std::string& from, const std::string& to) {
   require(zipClose(target, nullptr) == ZIP_OK, "minizip cannot close");
 }
 
-std::vector<turns::Contender> savers(const support::TempDir& folder, const Shape& shape) {
-  const std::string from = (folder / "package.zip").string();
+std::vector<turns::Contender> savers(const Shape& shape) {
+  const auto folder = std::make_shared<support::TempDir>();
+  const std::string from = (*folder / "package.zip").string();
   turns::apart([&] { createPackage(from, shape); });
   std::vector<turns::Contender> all;
   const auto enlist = [&](const char* who, const std::function<void(const std::string&)>& save) {
-    const std::string to = (folder / (std::string("saved-") + who + ".zip")).string();
+    const std::string to = (*folder / (std::string("saved-") + who + ".zip")).string();
     turns::apart([&] { save(to); });
     turns::apart([&] { requireSameEntries(from, to); });
-    all.push_back({who, [=] { save(to); }, [=] { std::filesystem::remove(to); }});
+    all.push_back(
+        {who, [=] { save(to); }, {}, false, [folder, to] { std::filesystem::remove(to); }});
+    all.back().cleanUp();
   };
   enlist("package", [=](const std::string& to) { savePackage(from, to); });
   enlist("libzip", [=](const std::string& to) { saveLibzip(from, to); });
@@ -133,8 +136,7 @@ enum class Appending { Only, OrRewriting };
 // contender has a package of its own, which keeps what was appended in earlier rounds.
 class Appenders {
 public:
-  Appenders(const support::TempDir& folder, const Shape& shape, Appending appending)
-      : fFolder(folder) {
+  Appenders(const Shape& shape, Appending appending) {
     turns::apart([&] { createPackage(path("old"), shape); });
     enlist("package", appendOurs);
     if (appending == Appending::Only) {
@@ -146,11 +148,6 @@ public:
       turns::apart([&] { requireSameEntries(path("package"), path(all[who].who)); });
     std::filesystem::remove(path("old"));
     if (appending == Appending::Only) all.push_back({"deflate alone", deflateAlone, {}, true});
-  }
-
-  ~Appenders() {
-    for (const turns::Contender& one : all)
-      std::filesystem::remove(path(one.who));
   }
 
   std::vector<turns::Contender> all;
@@ -174,9 +171,7 @@ private:
     });
   }
 
-  std::string path(const std::string& who) const {
-    return (fFolder / ("append-" + who + ".zip")).string();
-  }
+  std::string path(const std::string& who) const { return (fFolder / (who + ".zip")).string(); }
 
   void enlist(const char* who, const Append& append) {
     std::filesystem::copy_file(path("old"), path(who));
@@ -190,12 +185,11 @@ private:
     all.push_back({who, work, prepare});
   }
 
-  const support::TempDir& fFolder;
+  support::TempDir fFolder;
 };
 
-std::vector<turns::Contender> appenders(const support::TempDir& folder, const Shape& shape,
-                                        Appending appending) {
-  const auto state = std::make_shared<Appenders>(folder, shape, appending);
+std::vector<turns::Contender> appenders(const Shape& shape, Appending appending) {
+  const auto state = std::make_shared<Appenders>(shape, appending);
   std::vector<turns::Contender> all = state->all;
   for (turns::Contender& one : all)
     one.prepare = [state, prepare = one.prepare] {
@@ -206,16 +200,15 @@ std::vector<turns::Contender> appenders(const support::TempDir& folder, const Sh
 
 }  // namespace
 
-void addCopyRows(const support::TempDir& folder, std::size_t part) {
+void addCopyRows(std::size_t part) {
   const Shape large{10, 1'000'000'000 / 10 / kContentBlock / part, kContentBlock, false};
-  turns::add({"save 1 GB under another name", [=, &folder] { return savers(folder, large); },
-              turns::Place::OwnProcess, true});
+  turns::add(
+      {"save 1 GB under another name", [=] { return savers(large); }, turns::Place::OwnProcess});
   const Shape many{10000 / part, 1, 1024, true};
   for (const auto& [name, shape] : {std::pair{"append 1 KiB to 1 GB", large},
                                     std::pair{"append 1 KiB to 10,000 entries", many}}) {
     const auto add = [&, shape = shape](const std::string& row, Appending appending) {
-      turns::add({row, [=, &folder] { return appenders(folder, shape, appending); },
-                  turns::Place::OwnProcess, true});
+      turns::add({row, [=] { return appenders(shape, appending); }, turns::Place::OwnProcess});
     };
     add(name, Appending::OrRewriting);
     add(std::string(name) + ", many rounds", Appending::Only);

@@ -5,6 +5,7 @@
 #include <cstring>
 #include <filesystem>
 #include <functional>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -181,15 +182,16 @@ turns::Contender deflateAlone(const Shape& shape) {
 
 using Create = void (*)(const std::string&, const Shape&);
 
-std::vector<turns::Contender> creators(const support::TempDir& folder, const Shape& shape) {
+// The contenders of a row keep its folder.
+std::vector<turns::Contender> creators(const Shape& shape) {
+  const auto kept = std::make_shared<support::TempDir>();
+  const support::TempDir& folder = *kept;
   std::vector<turns::Contender> all;
   const auto enlist = [&](const std::string& who, const std::function<void()>& work) {
     const std::string path = (folder / (who + ".zip")).string();
-    const auto prepare = [path] { std::filesystem::remove(path); };
-    prepare();
     turns::apart(work);
     turns::apart([&] { requireSameEntries((folder / "package.zip").string(), path); });
-    all.push_back({who, work, prepare});
+    all.push_back({who, work, {}, false, [kept, path] { std::filesystem::remove(path); }});
   };
   const auto enlistLibrary = [&](const std::string& who, Create create) {
     const std::string path = (folder / (who + ".zip")).string();
@@ -205,13 +207,15 @@ std::vector<turns::Contender> creators(const support::TempDir& folder, const Sha
   turns::apart([&] { makeFiles(folder, files, shape); });
   for (const auto& words : programs(folder, shape))
     enlist(words[0], [=] { turns::become(words, files); });
+  for (const turns::Contender& one : all)
+    one.cleanUp();
   if (shape.deflate) all.push_back(deflateAlone(shape));
   return all;
 }
 
-std::vector<turns::Contender> oneDeflated(const support::TempDir& folder, const Shape& shape,
-                                          bool withPrototype) {
-  const auto archive = [&](const char* name) { return (folder / name).string(); };
+std::vector<turns::Contender> oneDeflated(const Shape& shape, bool withPrototype) {
+  const auto folder = std::make_shared<support::TempDir>();
+  const auto archive = [&](const char* name) { return (*folder / name).string(); };
   // Made in a moment, as it is stored; holds the same entry.
   const std::string expected = archive("expected.zip");
   turns::apart([&] { createPlainZip(expected, {1, shape.blocks, shape.blockSize, false}); });
@@ -220,7 +224,8 @@ std::vector<turns::Contender> oneDeflated(const support::TempDir& folder, const 
     const auto work = [=] { create(path, shape); };
     turns::apart(work);
     turns::apart([&] { requireSameEntries(expected, path); });
-    all.push_back({who, work, [=] { std::filesystem::remove(path); }});
+    all.push_back({who, work, {}, false, [folder, path] { std::filesystem::remove(path); }});
+    all.back().cleanUp();
   };
   enlist("package", archive("deflated.zip"), createPackage);
   if (withPrototype) {
@@ -234,19 +239,18 @@ std::vector<turns::Contender> oneDeflated(const support::TempDir& folder, const 
 
 }  // namespace
 
-void addCreateRows(const support::TempDir& folder, std::size_t part) {
+void addCreateRows(std::size_t part) {
   const Shape small{10000 / part, 1, 1024, true};
-  turns::add({"create 10,000 entries of 1 KiB, deflated",
-              [=, &folder] { return creators(folder, small); }, turns::Place::OwnProcess, true});
+  turns::add({"create 10,000 entries of 1 KiB, deflated", [=] { return creators(small); },
+              turns::Place::OwnProcess});
   const std::size_t blocks = 500'000'000 / kContentBlock / part;
   const Shape stored{1, blocks, kContentBlock, false};
-  turns::add({"create 500 MB stored", [=, &folder] { return creators(folder, stored); },
-              turns::Place::OwnProcess, true});
+  turns::add({"create 500 MB stored", [=] { return creators(stored); }, turns::Place::OwnProcess});
   // As large as the goal has it, and short enough to have the prototype beside it.
   const auto addDeflated = [&](const char* name, std::size_t size, bool withPrototype) {
     const Shape deflated{1, size, kContentBlock, true};
-    turns::add({name, [=, &folder] { return oneDeflated(folder, deflated, withPrototype); },
-                turns::Place::OwnProcess, true});
+    turns::add(
+        {name, [=] { return oneDeflated(deflated, withPrototype); }, turns::Place::OwnProcess});
   };
   addDeflated("create 25 MB deflated", blocks / 20, true);
   addDeflated("create 500 MB deflated", blocks, false);

@@ -91,6 +91,6 @@ void require(bool holds, const std::string& what) {
 }
 
 void requireSameEntries(const std::string& expected, const std::string& path) {
-  support::mustRun({{"unzip", "-tq", path}});
+  support::mustRun({{"7z", "t", path}});
   require(entriesOf(path) == entriesOf(expected), "the entries of " + path + " differ");
 }

@@ -12,8 +12,8 @@
 
 #include "support/TempDir.h"
 
-// What the rows of the package road have in common. Each file of rows works in `folder`, made by
-// main, and leaves nothing large in it.
+// What the rows of the package road have in common. The package of a row that reads stands in
+// `folder`, made by main; a row that writes has a folder of its own and leaves nothing in it.
 
 constexpr auto kNewPackage = std::ios::in | std::ios::out | std::ios::trunc;
 constexpr std::size_t kContentBlock = 1 << 16;
@@ -48,7 +48,7 @@ void readPackage(const std::string& path,
 // Raises std::runtime_error with `what` unless it holds.
 void require(bool holds, const std::string& what);
 
-// Raises std::runtime_error unless unzip finds the archive sound and libzip finds the same names,
+// Raises std::runtime_error unless 7z finds the archive sound and libzip finds the same names,
 // sizes and checksums in it as in `expected`.
 void requireSameEntries(const std::string& expected, const std::string& path);
 
@@ -58,5 +58,5 @@ constexpr std::size_t kQuickPart = 50;
 void addGrowthFacts(const support::TempDir& folder, std::size_t part);
 void addOpenRows(const support::TempDir& folder, std::size_t part);
 void addReadRows(const support::TempDir& folder, std::size_t part);
-void addCreateRows(const support::TempDir& folder, std::size_t part);
-void addCopyRows(const support::TempDir& folder, std::size_t part);
+void addCreateRows(std::size_t part);
+void addCopyRows(std::size_t part);

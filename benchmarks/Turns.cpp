@@ -30,9 +30,10 @@ namespace {
 // Work that is long gets fewer rounds.
 constexpr int kPasses = 24;
 constexpr int kMostRounds = 48;
-constexpr int kFewestRounds = 3;
+constexpr int kFewestRounds = 2;
 constexpr int kEnoughRounds = 5;
-constexpr double kSecondsForRow = 6;
+constexpr double kSecondsForRowHere = 4;
+constexpr double kSecondsForRow = 10;
 constexpr double kMostSecondsForRow = 40;  // where the rounds are not enough yet
 
 double seconds(clockid_t clock) {
@@ -150,9 +151,9 @@ public:
   // Plays the later passes of those rows that have been played, and fills the table with what came
   // of all of them.
   void finish(const std::vector<Row>& rows) {
-    for (fPass = 1; fPass < kPasses; ++fPass) {
+    for (fPass = 1; fPass < passes(); ++fPass) {
       for (const Row& row : rows) {
-        if (fPass < passesOf(row) && fPlayed.count(row.name) != 0) playOn(row);
+        if (fPlayed.count(row.name) != 0) playOn(row);
       }
     }
     for (const Row& row : rows) {
@@ -203,17 +204,19 @@ private:
     fPlayed.erase(name);
   }
 
-  int passesOf(const Row& row) const { return fQuick || row.inOneGo ? 1 : kPasses; }
+  int passes() const { return fQuick ? 1 : kPasses; }
 
   // Each pass has its share of the rounds and of the time.
   bool goesOn(const Row& row, const Played& played) const {
     const int rounds = played.turns.empty() ? 0 : static_cast<int>(played.turns[0].size());
-    const bool isLast = fPass + 1 == passesOf(row);
+    const bool isLast = fPass + 1 == passes();
     if (rounds == 0 || (isLast && rounds < kFewestRounds)) return true;
     if (fQuick) return false;
-    const double share = static_cast<double>(fPass + 1) / passesOf(row);
-    return rounds < kMostRounds * share &&
-           played.taken < (rounds < kEnoughRounds ? kMostSecondsForRow : kSecondsForRow) * share;
+    const double share = static_cast<double>(fPass + 1) / passes();
+    const double seconds = row.place == Place::Here ? kSecondsForRowHere
+                           : rounds < kEnoughRounds ? kMostSecondsForRow
+                                                    : kSecondsForRow;
+    return rounds < kMostRounds * share && played.taken < seconds * share;
   }
 
   // The rounds of one pass.
@@ -235,11 +238,12 @@ private:
         played.turns[who].push_back(row.place == Place::Here
                                         ? takeTurnHere(one.work, row.repeats)
                                         : takeTurnInProcess(one.work, row.repeats));
+        if (one.cleanUp) one.cleanUp();
       }
       played.taken += seconds(CLOCK_MONOTONIC) - start;
       std::rotate(order.begin(), order.begin() + 1, order.end());
     }
-    if (row.place == Place::Here || fPass + 1 == passesOf(row)) closeAll(played);
+    if (row.place == Place::Here || fPass + 1 == passes()) closeAll(played);
   }
 
   // What the contenders hold open goes; who they are is still to be told.

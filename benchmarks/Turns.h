@@ -20,6 +20,7 @@ struct Contender {
   // Does less than the whole work, or is a prototype of it: for peak memory only peers count, where
   // there are any.
   bool isFloor = false;
+  std::function<void()> cleanUp = {};  // after each turn, not timed
 };
 
 enum class Place {
@@ -34,8 +35,7 @@ struct Row {
   // each pass opens anew.
   std::function<std::vector<Contender>()> open;
   Place place = Place::Here;
-  bool inOneGo = false;  // all rounds in one pass: where files are too large to wait for the next
-  int repeats = 1;       // of the work in one turn, for work that is short
+  int repeats = 1;  // of the work in one turn, for work that is short
   // For a row in this process: the work from the opening of its files on, of those whose peak
   // memory is to be compared, ours first. Each does it once, in a process of its own.
   std::vector<Contender> whole = {};
