@@ -33,8 +33,8 @@ constexpr int kMostRounds = 48;
 constexpr int kFewestRounds = 2;
 constexpr int kEnoughRounds = 5;
 constexpr double kSecondsForRowHere = 4;
-constexpr double kSecondsForRow = 10;
-constexpr double kMostSecondsForRow = 40;  // where the rounds are not enough yet
+constexpr double kSecondsForRow = 7;
+constexpr double kMostSecondsForRow = 30;  // where the rounds are not enough yet
 
 double seconds(clockid_t clock) {
   timespec now{};

@@ -80,12 +80,6 @@ for ((i = 1; i < $(nproc); ++i)); do
   nice --adjustment=-20 gzip </dev/urandom &>/dev/null &
 done
 
-# A virtual machine gets much of its memory only when that is touched first, and then slowly: not by whom chance picks.
-if [[ $scratch == /dev/shm/* && -z ${quick[*]} ]]; then
-  head -c 8G /dev/zero >"$scratch/touched"
-  rm "$scratch/touched"
-fi
-
 # run NAME: its own account goes to a file, and is shown where it fails.
 run() {
   nice --adjustment=-20 "$build/benchmarks/$1_benchmark" "${quick[@]}" "--table=$results/$1" >"$results/$1.log" 2>&1 ||
