@@ -13,10 +13,13 @@ namespace {
 
 // Beside the program's own folder in the build tree, in the library folder when installed.
 std::filesystem::path findBundle() {
-  const auto folder = tools::executablePath().parent_path();
   const char* const kName = "ImporterQSND.bundle";
-  for (const auto& place : {folder / QSND_BUNDLES_FROM_BIN / kName, folder / ".." / kName}) {
-    if (std::filesystem::is_directory(place)) return place;
+  std::error_code unknown;
+  const auto folder = tools::executablePath(unknown).parent_path();
+  if (!unknown) {
+    for (const auto& place : {folder / QSND_BUNDLES_FROM_BIN / kName, folder / ".." / kName}) {
+      if (std::filesystem::is_directory(place, unknown)) return place;
+    }
   }
   throw BundleFailure(fmt::format("cannot find {}; name it with --bundle", kName));
 }

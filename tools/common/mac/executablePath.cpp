@@ -7,12 +7,12 @@
 
 namespace tools {
 
-std::filesystem::path executablePath() {
+std::filesystem::path executablePath(std::error_code& error) {
   std::uint32_t size = 0;
   _NSGetExecutablePath(nullptr, &size);
   std::string path(size, '\0');
   _NSGetExecutablePath(path.data(), &size);
-  return std::filesystem::canonical(path.c_str());
+  return std::filesystem::canonical(path.c_str(), error);
 }
 
 }  // namespace tools

@@ -2,8 +2,8 @@
 
 namespace tools {
 
-std::filesystem::path executablePath() {
-  return std::filesystem::read_symlink("/proc/self/exe");
+std::filesystem::path executablePath(std::error_code& error) {
+  return std::filesystem::read_symlink("/proc/self/exe", error);
 }
 
 }  // namespace tools
