@@ -74,7 +74,7 @@ void clearAll(const Session& session, int folder, const std::string& shownFolder
       const std::string path = shown((fs::path(shownFolder) / name).string());
       if (unlinkat(folder, name.c_str(), 0) == 0) {
         session.note(fmt::format("removed {}, which an interrupted run had left", path));
-      } else {
+      } else if (errno != ENOENT) {  // its run has finished since
         session.note(fmt::format("an interrupted run has left {}: {}", path, systemReason()));
       }
     }

@@ -50,6 +50,20 @@ TEST_F(Safety, WhatAKilledRunLeftIsClearedWithANote) {
             (std::vector<std::string>{".a.pkg.qcfpkg-notours", ".b.pkg.qcfpkg-Ab12Xy", "a.pkg"}));
 }
 
+TEST_F(Safety, WhatAKilledRunOfAnotherUserLeftStaysAndIsTold) {
+  makePackage("a.pkg");
+  const std::string program = withoutRoot("a.pkg");
+  if (geteuid() != 0 || program.empty()) GTEST_SKIP() << "takes two users";
+  folder.write(".a.pkg.qcfpkg-Ab12Xy", "half a package");
+  chmod(folder.path().c_str(), 01777);
+  const auto finished = shell(program + " comment a.pkg c");
+  EXPECT_EQ(finished.status, 0);
+  EXPECT_EQ(finished.err,
+            "qcfpkg: an interrupted run has left ./.a.pkg.qcfpkg-Ab12Xy: "
+            "Operation not permitted\n");
+  EXPECT_EQ(files(), (std::vector<std::string>{".a.pkg.qcfpkg-Ab12Xy", "a.pkg"}));
+}
+
 TEST_F(Safety, AnInterruptRemovesTheScratchFile) {
   makeLarge();
   mkfifo((folder / "pipe").c_str(), 0600);
