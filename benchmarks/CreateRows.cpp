@@ -245,12 +245,13 @@ void addCreateRows(std::size_t part) {
               turns::Place::OwnProcess});
   const std::size_t blocks = 500'000'000 / kContentBlock / part;
   const Shape stored{1, blocks, kContentBlock, false};
-  turns::add({"create 500 MB stored", [=] { return creators(stored); }, turns::Place::OwnProcess});
+  turns::add(
+      {"create 500 MB stored", [=] { return creators(stored); }, turns::Place::OwnProcess, true});
   // As large as the goal has it, and short enough to have the prototype beside it.
   const auto addDeflated = [&](const char* name, std::size_t size, bool withPrototype) {
     const Shape deflated{1, size, kContentBlock, true};
-    turns::add(
-        {name, [=] { return oneDeflated(deflated, withPrototype); }, turns::Place::OwnProcess});
+    turns::add({name, [=] { return oneDeflated(deflated, withPrototype); },
+                turns::Place::OwnProcess, !withPrototype});
   };
   addDeflated("create 25 MB deflated", blocks / 20, true);
   addDeflated("create 500 MB deflated", blocks, false);

@@ -186,9 +186,9 @@ void addOpenRows(const support::TempDir& folder, std::size_t part) {
                   return std::vector<turns::Contender>{{"package", [path] { openOurs(path); }},
                                                        {"libzip", [path] { openLibzip(path); }}};
                 },
-                turns::Place::OwnProcess, repeats});
+                turns::Place::OwnProcess, false, repeats});
     turns::add({"open and walk " + number, [path] { return walkers(path); },
-                turns::Place::OwnProcess, repeats});
+                turns::Place::OwnProcess, false, repeats});
     turns::add(turns::Fact{
         "heap of an open package of " + number + ", bytes an entry",
         [=] { return turns::valueOf([=] { return heapOfOpenPackage(path, entries); }); }, 600});

@@ -15,7 +15,7 @@ int main(int argc, char** argv) {
   return turns::run(
       argc, argv,
       "Packages opened, walked, read, created, saved and appended to, against libraries "
-      "and programs that do the same. Works in $TMPDIR, with up to 10 GB.",
+      "and programs that do the same. Works in $TMPDIR, with up to 6 GB.",
       [&](bool quick) {
         const std::size_t part = quick ? kQuickPart : 1;
         addGrowthFacts(folder, part);

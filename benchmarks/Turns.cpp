@@ -151,9 +151,9 @@ public:
   // Plays the later passes of those rows that have been played, and fills the table with what came
   // of all of them.
   void finish(const std::vector<Row>& rows) {
-    for (fPass = 1; fPass < passes(); ++fPass) {
+    for (fPass = 1; fPass < kPasses; ++fPass) {
       for (const Row& row : rows) {
-        if (fPlayed.count(row.name) != 0) playOn(row);
+        if (fPass < passesOf(row) && fPlayed.count(row.name) != 0) playOn(row);
       }
     }
     for (const Row& row : rows) {
@@ -204,15 +204,15 @@ private:
     fPlayed.erase(name);
   }
 
-  int passes() const { return fQuick ? 1 : kPasses; }
+  int passesOf(const Row& row) const { return fQuick || row.inOneGo ? 1 : kPasses; }
 
   // Each pass has its share of the rounds and of the time.
   bool goesOn(const Row& row, const Played& played) const {
     const int rounds = played.turns.empty() ? 0 : static_cast<int>(played.turns[0].size());
-    const bool isLast = fPass + 1 == passes();
+    const bool isLast = fPass + 1 == passesOf(row);
     if (rounds == 0 || (isLast && rounds < kFewestRounds)) return true;
     if (fQuick) return false;
-    const double share = static_cast<double>(fPass + 1) / passes();
+    const double share = static_cast<double>(fPass + 1) / passesOf(row);
     const double seconds = row.place == Place::Here ? kSecondsForRowHere
                            : rounds < kEnoughRounds ? kMostSecondsForRow
                                                     : kSecondsForRow;
@@ -243,7 +243,7 @@ private:
       played.taken += seconds(CLOCK_MONOTONIC) - start;
       std::rotate(order.begin(), order.begin() + 1, order.end());
     }
-    if (row.place == Place::Here || fPass + 1 == passes()) closeAll(played);
+    if (row.place == Place::Here || fPass + 1 == passesOf(row)) closeAll(played);
   }
 
   // What the contenders hold open goes; who they are is still to be told.

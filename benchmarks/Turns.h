@@ -35,6 +35,9 @@ struct Row {
   // each pass opens anew.
   std::function<std::vector<Contender>()> open;
   Place place = Place::Here;
+  // All rounds in one pass, for work that fills much memory: a virtual machine gives back to its
+  // host what is free for a moment, and gets it again at a fifth of the speed.
+  bool inOneGo = false;
   int repeats = 1;  // of the work in one turn, for work that is short
   // For a row in this process: the work from the opening of its files on, of those whose peak
   // memory is to be compared, ours first. Each does it once, in a process of its own.
