@@ -3,7 +3,7 @@
 # tables, sizes and layouts of the types that they use. Any difference ends it with 1, and a report. The dump is that of g++ 12
 # for 64 bits; on other systems nothing is compared: a line says so, and it ends with 77.
 #
-#   abi.sh                   build the library, with the types that a debugger shows, and compare
+#   abi.sh                   try the comparison itself; build the library, with the types that a debugger shows, and compare
 #   abi.sh --write           build it, and put its dump in place of the one in tests/abi
 #   abi.sh --compare DUMP    compare the one in tests/abi with another dump
 set -euo pipefail
@@ -49,7 +49,12 @@ case ${1:-} in
       exit 77
     fi
     dump
-    if [[ ${1:-} == --write ]]; then cp "$new" "$last"; else compare "$new"; fi
+    if [[ ${1:-} == --write ]]; then
+      cp "$new" "$last"
+    else
+      python3 -B tests/abi/compare_test.py
+      compare "$new"
+    fi
     ;;
   *)
     printf 'abi.sh: no such argument: %s (try --help)\n' "$1" >&2

@@ -6,7 +6,8 @@
 #   verify.sh STEP...          some: tests walk mutations audio crashes sanitizers threads m32 darwin fuzz lint
 #                              abi coverage valgrind
 #   verify.sh --docs [STEP...] also puts what they counted into the table of docs/reliability.md
-#   FUZZ_MINUTES=5 verify.sh fuzz    a shorter one
+#   FUZZ_MINUTES=5 verify.sh fuzz                  a shorter one
+#   VALGRIND_SUITES='unit_*' verify.sh valgrind    some suites
 set -euo pipefail
 . "$(dirname "$0")/help.sh"
 . "$(dirname "$0")/scratch.sh"
@@ -54,7 +55,7 @@ run_audio() {
   build debug audio_comparison_tests
   QSND_RANDOM_STRETCHES=10000 $bin/plugin/audio_comparison_tests
 }
-# The kills are 500 of each change.
+# The kills are 500 each of qcfpkg add, remove and compact.
 run_crashes() {
   export QCF_LONG_TESTS=1
   build debug crash_library crash_programs qcfpkg_tests failures failures_allocation plugin_session_faults
@@ -81,8 +82,9 @@ run_coverage() { bash scripts/coverage.sh; }
 # suites' own operator new, which stays in its place.
 run_valgrind() {
   local suites suite
+  bash scripts/setup.sh --tests --checks
   build debug tests/unit/all tests/failures/all
-  mapfile -d '' -t suites < <(find $bin/unit $bin/failures -maxdepth 3 -type f -executable -print0)
+  mapfile -d '' -t suites < <(find $bin/unit $bin/failures -maxdepth 3 -type f -executable -name "${VALGRIND_SUITES:-*}" -print0)
   for suite in "${suites[@]}"; do
     printf '=== %s\n' "$suite"
     valgrind --quiet --error-exitcode=9 --leak-check=full --errors-for-leak-kinds=definite \
@@ -104,6 +106,7 @@ for step in "${steps[@]}"; do
   declare -F "run_$step" >/dev/null || { printf 'verify.sh: no such step: %s\n' "$step" >&2; exit 2; }
 done
 rm -f "$logs"/*.result
+revision=$(git describe --always --dirty=+)
 for step in "${steps[@]}"; do
   printf '=== %s (%d s so far)\n' "$step" "$SECONDS"
   begin=$SECONDS
@@ -111,7 +114,7 @@ for step in "${steps[@]}"; do
   # A shell of its own: here, -e would not hold within the function.
   export -f build in_parts "run_$step"
   bin=$bin jobs=$jobs bash -euo pipefail -c "run_$step" >"$logs/$step.log" 2>&1 </dev/null || status=$?
-  printf '%d %d %s\n' "$status" $((SECONDS - begin)) "$(date -u +%F)" >"$logs/$step.result"
+  printf '%d %d %s %s\n' "$status" $((SECONDS - begin)) "$(date -u +%F)" "$revision" >"$logs/$step.result"
   [[ $status -eq 0 ]] || tail -n 30 "$logs/$step.log"
 done
 python3 scripts/reliability.py "$logs" "${page[@]}"
