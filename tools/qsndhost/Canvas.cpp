@@ -15,6 +15,10 @@ void Canvas::setFont(Font font) {
   cairo_set_font_size(fContext, font.size);
 }
 
+void Canvas::fillPath() {
+  withMemory([this] { cairo_fill(fContext); });
+}
+
 void Canvas::fill(const Box& box, Colour colour, double radius) {
   setColour(colour);
   if (radius <= 0) {
@@ -30,7 +34,7 @@ void Canvas::fill(const Box& box, Colour colour, double radius) {
     cairo_arc(fContext, left, top, radius, 2 * quarter, 3 * quarter);
     cairo_close_path(fContext);
   }
-  cairo_fill(fContext);
+  fillPath();
 }
 
 void Canvas::addBar(double x, double top, double width, double bottom) {
@@ -39,7 +43,7 @@ void Canvas::addBar(double x, double top, double width, double bottom) {
 
 void Canvas::fillPath(Colour colour) {
   setColour(colour);
-  cairo_fill(fContext);
+  fillPath();
 }
 
 void Canvas::addPoint(double x, double y) {
@@ -51,14 +55,14 @@ void Canvas::strokeLine(Colour colour, double width) {
   cairo_set_line_width(fContext, width);
   cairo_set_line_join(fContext, CAIRO_LINE_JOIN_ROUND);
   cairo_set_line_cap(fContext, CAIRO_LINE_CAP_ROUND);
-  cairo_stroke(fContext);
+  withMemory([this] { cairo_stroke(fContext); });
 }
 
 void Canvas::dot(double x, double y, double radius, Colour colour) {
   setColour(colour);
   cairo_new_sub_path(fContext);
   cairo_arc(fContext, x, y, radius, 0, 4 * std::acos(0.0));
-  cairo_fill(fContext);
+  fillPath();
 }
 
 double Canvas::widthOf(const std::string& text, Font font) {
@@ -91,7 +95,7 @@ std::string Canvas::fitting(const std::string& text, Font font, double width) {
 void Canvas::clip(const Box& box) {
   cairo_save(fContext);
   cairo_rectangle(fContext, box.x, box.y, box.width, box.height);
-  cairo_clip(fContext);
+  withMemory([this] { cairo_clip(fContext); });
 }
 
 void Canvas::release() {

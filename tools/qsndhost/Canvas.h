@@ -1,7 +1,9 @@
 #pragma once
 
+#include <cerrno>
 #include <cstdint>
 #include <memory>
+#include <new>
 #include <string>
 
 #include <cairo.h>
@@ -17,6 +19,15 @@ struct Font {
   double size;  // in pixels
   bool bold = false;
 };
+
+// Where it has no memory for what clips a shape, cairo leaves the shape out and has no error: only
+// errno tells, which malloc() sets.
+template <class Draw>
+void withMemory(Draw draw) {
+  errno = 0;
+  draw();
+  if (errno == ENOMEM) throw std::bad_alloc();
+}
 
 // Flat shapes and lines of text on a cairo context, which stays the caller's.
 class Canvas {
@@ -45,6 +56,7 @@ public:
 private:
   void setColour(Colour colour);
   void setFont(Font font);
+  void fillPath();
 
   cairo_t* fContext;
 };

@@ -256,7 +256,7 @@ void writeWaveform(int descriptor, PictureKind kind, Theme theme, const Waveform
     cairo_surface_flush(surface.get());
     expect(cairo_surface_write_to_png_stream(surface.get(), writeTo, &descriptor));
   } else {
-    cairo_surface_finish(surface.get());
+    withMemory([&] { cairo_surface_finish(surface.get()); });
   }
   expect(cairo_surface_status(surface.get()));
 }
