@@ -10,6 +10,7 @@ namespace {
 
 thread_local bool counting = false;
 thread_local bool forGood = false;
+thread_local bool quietly = false;
 thread_local long failAt = 0;
 thread_local long count = 0;
 
@@ -25,11 +26,15 @@ void fail(long n, Shortage shortage) noexcept {
   failAt = n;
   forGood = shortage == Shortage::FromThereOn;
   count = 0;
+  quietly = false;
   counting = true;
 }
 long endShortage() noexcept {
   counting = false;
   return count;
+}
+bool failedQuietly() noexcept {
+  return quietly;
 }
 long liveBlocks() noexcept {
   return live;
@@ -65,6 +70,7 @@ void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
   try {
     return ::operator new(size);
   } catch (const std::bad_alloc&) {
+    quietly = true;
     return nullptr;
   }
 }

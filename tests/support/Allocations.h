@@ -13,6 +13,8 @@ enum class Shortage { Once, FromThereOn };
 void fail(long n, Shortage shortage = Shortage::Once) noexcept;
 // Ends that; returns how many allocations there were.
 long endShortage() noexcept;
+// Whether one that failed since then was asked for without an exception, as std::nothrow does.
+bool failedQuietly() noexcept;
 
 // Blocks that were allocated and not freed since the program began.
 long liveBlocks() noexcept;
