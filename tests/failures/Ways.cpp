@@ -148,7 +148,7 @@ void writeInside(Client& client) {
   client.streams.push_back(file->open(kOut, false));
   const Stream outer = client.streams.back();
   outer->exceptions(std::ios_base::badbit);
-  *outer << kOldText;
+  client.put(outer, kOldText);
   client.write("queued.txt", kNewDeflated, CompressionDeflated);
   client.package->getDirectory("queued-dir", false)->create();
   outer->close();
@@ -178,7 +178,7 @@ void saveNothing(Client& client) {
   writeInside(client);
   client.streams.push_back(client.package->getFile("open.txt", false)->open(kOut, false));
   client.streams.back()->exceptions(std::ios_base::badbit);
-  *client.streams.back() << kNewText;
+  client.put(client.streams.back(), kNewText);
   client.package->cancelUpdate();
   for (const char* name : {"direct.txt", "outer.txt", "queued.txt", "open.txt"}) {
     if (client.package->entryExists(name) != pkg::PkgEntryNone) throw std::logic_error(name);
@@ -342,11 +342,15 @@ void Client::write(const std::string& name, const Bytes& content, pkg::Compressi
   file->setCompressionMethod(method);
   const Stream stream = file->open(kOut, false);
   stream->exceptions(std::ios_base::badbit);
-  for (std::size_t at = 0; at < content.size(); at += kPiece) {
-    const std::size_t length = std::min(kPiece, content.size() - at);
-    stream->write(content.data() + at, static_cast<std::streamsize>(length));
-  }
+  for (std::size_t at = 0; at < content.size(); at += kPiece)
+    put(stream, std::string_view(content).substr(at, kPiece));
   stream->close();
+}
+
+void Client::put(const Stream& stream, std::string_view text) {
+  isPutting = true;
+  stream->write(text.data(), static_cast<std::streamsize>(text.size()));
+  isPutting = false;
 }
 
 Bytes Client::read(const std::string& name) {

@@ -3,6 +3,7 @@
 #include <map>
 #include <ostream>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "golden/Golden.h"
@@ -72,6 +73,8 @@ public:
   void meet(const std::vector<std::string>& names);
   // Writes an entry, piece by piece.
   void write(const std::string& name, const Bytes& content, pkg::CompressionMethod method);
+  // Writes a text, in one call.
+  void put(const Stream& stream, std::string_view text);
   // Reads an entry from its begin to its end.
   Bytes read(const std::string& name);
   // Lets go of everything, the package last.
@@ -86,6 +89,7 @@ public:
   std::vector<pkg::SPRefType<pkg::IPkgDirectory<>>> directories;
   std::vector<Stream> streams;
   Package package;
+  bool isPutting = false;   // what is being written, or could not be, is the client's own
   std::vector<Bytes> seen;  // what the steps have read
 };
 

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <vector>
+
 #include "support/NthCall.h"
 
 // The zlib of a test program that links test_zlib_faults: its functions fail on demand, for the
@@ -18,10 +20,19 @@ enum class Function {
 
 using support::Span;
 
+// What was called, whether it failed or not.
+struct Call {
+  Function function;      // Deflate for each deflate
+  const void* stream;     // from its Init to its End; then the next may stand there
+  bool finishes = false;  // a deflate that has all the input
+};
+
 // From now on the calls of this function in this thread are counted, from 1, and the n-th fails,
 // once or with all that follow. With 0 none does.
 void fail(Function function, int n, Span span = Span::Once) noexcept;
 // Ends that; returns how many calls there were.
 int endFailing() noexcept;
+// From now on the calls of every function in this thread are added there; to null, nowhere.
+void note(std::vector<Call>* into) noexcept;
 
 }  // namespace zlibfaults
