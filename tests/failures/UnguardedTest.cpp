@@ -61,6 +61,17 @@ TEST_F(Unguarded, AnUpdateInPlaceOfAClosedPackageRaises24AndLeavesTheFile) {
   EXPECT_EQ(fMemory.bytes("old"), packageOfTwo());
 }
 
+// The records behind it have moved down.
+TEST_F(Unguarded, AnIteratorSkipsAnEntryBehindTheRemovalOfOneThatItHasSeen) {
+  const Package package = open(packageOfTwo());
+  boost::shared_ptr<pkg::IPkgEntryIteratorImpl<>> iterator;
+  package->initIterator(iterator, {}, "");
+  package->getFile("a", true)->remove();
+  iterator->increment();
+  EXPECT_FALSE(iterator->isValid());
+  EXPECT_EQ(package->entryExists("b"), pkg::PkgEntryFile);
+}
+
 #ifdef __SANITIZE_ADDRESS__  // else nobody tells
 using UnguardedDeathTest = Unguarded;
 
@@ -70,6 +81,15 @@ TEST_F(UnguardedDeathTest, AnIteratorLeadsIntoFreedMemoryBehindTheEndOfAnUpdate)
   package->initIterator(iterator, {}, "");
   package->saveAs("new", kIn | kOut | kTrunc);
   EXPECT_DEATH(iterator->increment(), "heap-use-after-free");
+}
+
+TEST_F(UnguardedDeathTest, AnIteratorOnTheLastEntryLeadsBehindTheRecordsWhenOneIsRemoved) {
+  const Package package = open(packageOfTwo());
+  boost::shared_ptr<pkg::IPkgEntryIteratorImpl<>> iterator;
+  package->initIterator(iterator, {}, "");
+  iterator->increment();
+  package->getFile("a", true)->remove();
+  EXPECT_DEATH(iterator->increment(), "0xbebebebe|AddressSanitizer");  // nobody has written there
 }
 #endif
 
