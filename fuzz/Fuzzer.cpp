@@ -1,25 +1,20 @@
-// libFuzzer's door to a target, with the rule about memory: while an input is worked on, the heap
-// grows by at most 64 MiB and four times the input's size. The allocation that goes beyond ends the
-// fuzzer, so that the finding's stack shows who asked for it.
+// libFuzzer's door to a target, with the rules about time and memory. What goes beyond them, the
+// allocation for one, ends the fuzzer there, so that the finding's stack shows who it was.
 
 #include <algorithm>
 #include <atomic>
-#include <chrono>
 #include <cstdio>
-#include <cstdlib>
+#include <ctime>
 #include <limits>
 
 #include <sanitizer/allocator_interface.h>
 
 #include "Input.h"
+#include "Limits.h"
 
 namespace {
 
-using Clock = std::chrono::steady_clock;
-
 constexpr std::size_t kNoLimit = std::numeric_limits<std::size_t>::max();
-constexpr std::size_t kMebibyte = 1U << 20;
-constexpr std::size_t kMemory = 64 * kMebibyte;
 
 std::atomic<std::size_t> limit{kNoLimit};
 std::atomic<std::size_t> peak{0};  // of what is held, while an input is worked on
@@ -30,8 +25,7 @@ void afterAllocation(const volatile void*, std::size_t) {
   peak = std::max(peak.load(), held);
   if (held <= limit) return;
   limit = kNoLimit;
-  std::fputs("fuzz: the heap grew by more than 64 MiB and four times the input\n", stderr);
-  std::abort();
+  fuzz::failOverMemory();
 }
 
 void afterRelease(const volatile void*) {}
@@ -55,9 +49,10 @@ private:
 Record slowest("slowest_ms");
 Record largest("heap_growth_mb");
 
-std::size_t millisecondsSince(Clock::time_point begin) {
-  const auto passed = std::chrono::ceil<std::chrono::milliseconds>(Clock::now() - begin);
-  return static_cast<std::size_t>(passed.count());
+// Of the processor, rounded up.
+std::size_t millisecondsSince(std::clock_t begin) {
+  constexpr std::clock_t kMillisecond = CLOCKS_PER_SEC / 1000;
+  return static_cast<std::size_t>((std::clock() - begin + kMillisecond - 1) / kMillisecond);
 }
 
 }  // namespace
@@ -67,13 +62,14 @@ extern "C" int LLVMFuzzerInitialize(int*, char***) {
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  const fuzz::TimeLimit time;
   const std::size_t before = __sanitizer_get_current_allocated_bytes();
-  const Clock::time_point begin = Clock::now();
+  const std::clock_t begin = std::clock();
   peak = before;
-  limit = before + kMemory + 4 * size;
+  limit = before + fuzz::mayHold(size);
   fuzz::run(data, size);
   limit = kNoLimit;
   slowest.take(millisecondsSince(begin));
-  largest.take((peak - before + kMebibyte - 1) / kMebibyte);
+  largest.take((peak - before + fuzz::kMebibyte - 1) / fuzz::kMebibyte);
   return 0;
 }

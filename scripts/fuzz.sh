@@ -9,8 +9,10 @@
 #
 # Inputs are collected in build/fuzz/corpus/. A finding stays in build/fuzz/findings/: it becomes a
 # file in fuzz/regressions/TARGET/, which the tests replay. Findings are, beside what the sanitizers see, an
-# input that takes over five seconds, thirty where it is large, and one that makes the heap grow by more than
-# 64 MiB and four times its own size (fuzz/Fuzzer.cpp).
+# input of whatever size that takes over five seconds of the processor, and one that makes the heap grow by more than
+# 64 MiB and four times its own size (fuzz/Limits.h). Time counts as it passes here, with sanitizers, which slow
+# everything down, but without what other processes take. An input that waits, and takes no time of the processor,
+# is found after a minute by the clock.
 #
 # When a target is done one line tells of it:
 #
@@ -18,8 +20,8 @@
 #
 # EXECUTIONS is libFuzzer's count, the seeds among them. COVERED is the last "cov" that it tells, ALL the size of its tables:
 # edges of every instrumented object in the program and in what it loads at its start, the target itself among them. N and M
-# come from fuzz/Fuzzer.cpp: the time of the slowest input, and the most that the heap grew while one input was worked on, both
-# rounded up, in MB of 2^20 bytes. A number that was not told is 0.
+# come from fuzz/Fuzzer.cpp: the slowest input's time of the processor, and the most that the heap grew while one input was
+# worked on, both rounded up, in MB of 2^20 bytes. A number that was not told is 0.
 set -euo pipefail
 . "$(dirname "$0")/help.sh"
 . "$(dirname "$0")/scratch.sh"
@@ -76,14 +78,14 @@ fuzz() {
     properties) set -- -dict=fuzz/dictionaries/properties.dict "$@" ;;
   esac
   ASAN_OPTIONS=allocator_may_return_null=0 LSAN_OPTIONS=suppressions=$PWD/tests/lsan.supp:print_suppressions=0 \
-    build/fuzz/fuzz/fuzz_"$target" -max_total_time="$seconds" -rss_limit_mb=2048 \
+    build/fuzz/fuzz/fuzz_"$target" -max_total_time="$seconds" -timeout=60 -rss_limit_mb=2048 \
     -artifact_prefix="build/fuzz/findings/$target-" -print_final_stats=1 "$@" >"$log" 2>&1 || failing+=("$log")
 }
 
 # fuzz_large TARGET SECONDS LOG: with inputs of up to 4 MiB. What is made of them is not kept: it would fill the disk.
 fuzz_large() {
   mkdir "$scratch/$1-large"
-  fuzz "$@" -timeout=30 -max_len=4194304 -len_control=0 "$scratch/$1-large" "build/fuzz/corpus/$1-large"
+  fuzz "$@" -max_len=4194304 -len_control=0 "$scratch/$1-large" "build/fuzz/corpus/$1-large"
   rm -r "${scratch:?}/$1-large"
 }
 
@@ -113,7 +115,7 @@ for target in "${targets[@]}"; do
     logs+=(build/fuzz/"$target"-large.log)
     fuzz_large "$target" "$large_seconds" "${logs[1]}"
   fi
-  fuzz "$target" "$seconds" "${logs[0]}" -timeout=5 -max_len=65536 build/fuzz/corpus/"$target" \
+  fuzz "$target" "$seconds" "${logs[0]}" -max_len=65536 build/fuzz/corpus/"$target" \
     fuzz/regressions/"$target"
   tell "$target" "${logs[@]}"
 done
