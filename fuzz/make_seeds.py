@@ -4,7 +4,8 @@
 Packages come from independent writers: Python's zipfile and, where they are there, zip, bsdtar and
 7z; audio is written here and, where it is there, by sox. Real packages and WAV files of a folder
 ../shared/fixtures beside the tree join in where there is one. What is larger than the inputs that a
-fuzzer makes of seeds goes to a folder TARGET-large for the targets that are tried with it.
+fuzzer makes of seeds goes to a folder TARGET-large for the targets that are tried with it. Some seeds
+strain time and memory: as many entries as an end record counts, and bytes that stand for a thousand.
 """
 import io
 import pathlib
@@ -15,19 +16,23 @@ import subprocess
 import sys
 import tempfile
 import zipfile
+import zlib
 
 
-def wave(channels, bits, frames, tag=1):
-    data = bytes((i * 37 + i // 7) & 0xFF for i in range(frames * channels * bits // 8))
+def riff(channels, bits, data, tag=1):
     align = channels * bits // 8
     header = struct.pack("<4sI4s4sIHHIIHH4sI", b"RIFF", 36 + len(data), b"WAVE", b"fmt ", 16, tag,
                          channels, 44100, 44100 * align, align, bits, b"data", len(data))
     return header + data
 
 
+def wave(channels, bits, frames, tag=1):
+    return riff(channels, bits, bytes((i * 37 + i // 7) & 0xFF for i in range(frames * channels * bits // 8)), tag)
+
+
 # What scripts/fuzz.sh has for the longest input, and for the longest of the targets that are tried with large ones.
 LONGEST = 65536
-LARGE = 4 << 20
+LARGE = 8 << 20
 TRIED_LARGE = ("packages", "documents")
 
 
@@ -114,6 +119,43 @@ def large_packages():
     yield by_zipfile([("text", text), ("more", text[:LARGE // 2])], zipfile.ZIP_DEFLATED)
 
 
+def crowded_packages():
+    """As many entries of short names as an end record of 16 bits counts, and directories wide and deep."""
+    most = 65534
+    yield by_zipfile([(f"{i:x}", b"") for i in range(most)], zipfile.ZIP_STORED)
+    yield by_zipfile([(f"{i >> 1:x}/{i & 1}", b"x") for i in range(most)], zipfile.ZIP_DEFLATED)
+    yield by_zipfile([("/".join(f"{i:05x}") + "/" * (i % 2), b"") for i in range(most)], zipfile.ZIP_STORED)
+    yield by_zipfile([("a/" * depth, b"") for depth in range(1, 1300)], zipfile.ZIP_STORED)
+
+
+def by_hand(name, data, size):
+    """A package of one entry that is deflated already. Its checksum is none."""
+    header = struct.pack("<HHHIIIIHH", 20, 0, 8, 0, 0, len(data), size, len(name), 0)
+    local = b"PK\3\4" + header + name
+    central = b"PK\1\2" + struct.pack("<H", 20) + header + bytes(14) + name
+    return (local + data + central
+            + b"PK\5\6" + struct.pack("<HHHHIIH", 0, 0, 1, 1, len(central), len(local) + len(data), 0))
+
+
+# What a few bytes stand for. The heap may grow by less than the second, which is a large input for that.
+INFLATED = (16 << 20, 70 << 20)
+
+
+def inflating_packages():
+    """A few bytes that stand for a thousand times as many: so few that they are sought, those above, and gigabytes."""
+    for size in (4 << 20, *INFLATED):
+        yield by_zipfile([("zeros", bytes(size)), ("b", b"words")], zipfile.ZIP_DEFLATED)
+    codec = zlib.compressobj(9, zlib.DEFLATED, -15)
+    stretch = codec.compress(bytes(1 << 20)) + codec.flush(zlib.Z_FULL_FLUSH)
+    yield by_hand(b"zeros", stretch * 4095 + b"\3\0", 4095 << 20)
+
+
+def inflating_documents():
+    """The same in audio, all of it sought."""
+    for size in INFLATED:
+        yield document(riff(2, 16, bytes(size)), zipfile.ZIP_DEFLATED)
+
+
 def large_documents():
     noise = random.Random(2).randbytes(300_000)
     sound = wave(2, 16, LARGE // 5)
@@ -153,6 +195,8 @@ READING = [bytes(script[:32]).ljust(32, b"\1") for script in (
     FORMAT + at(20, 64) + AGAIN + further(64) + FORMAT + at(150, 99) + AGAIN + at(0, 255) + further(10),
     further(33) * 4 + at(180, 20) + further(20) * 5,
 )]
+# Those whose first read is a seek.
+SEEKING = READING[1:3]
 
 
 # Scripts of fuzz/updates.cpp. A way to save is a number: a save as another file, an update into one,
@@ -193,21 +237,24 @@ def main():
     real = [path.read_bytes() for path in sorted(fixtures.rglob("*")) if path.is_file()]
     waves = [data for data in real if data[:4] in (b"RIFF", b"RF64")]
     any_package = list(packages()) + list(documents()) + [data for data in real if data[:2] == b"PK"]
+    inflating = list(inflating_packages())
     seeds = {
         "hex": [b"\x10" + bytes(range(32)), b"\x3F0123456789ABCDEFabcdef", b"\x01zz"],
         "paths": [bytes([len(name)]) + name + reference
                   for name in (b"", b"top.xml", b"a/b.xml", b"a/./b//../c#d")
                   for reference in (b"", b"/a/./b/../c", b"a//b/", b"../..", b"x/y#../z", b"/", b".", b"#x/..",
                                     b"a/b/c/../../d", b"urn:x", b"d/e:f", b"//host/./x", b"..#y", b"http://x/y")],
-        "packages": [bytes([i % 4]) + data for i, data in enumerate(any_package + list(large_packages()))],
-        "updates": list(updates(any_package)),
+        "packages": [bytes([i % 4]) + data for i, data in enumerate(any_package)]
+        + [b"\0" + data for data in [*large_packages(), *crowded_packages(), *inflating]],
+        "updates": list(updates(any_package + inflating)),
         "properties": [b"\x00" + DOCUMENT, b"\x01" + DOCUMENT,
                        b"\x01" + DOCUMENT.decode().replace("UTF-8", "UTF-16").encode("utf-16")],
         "documents": [script + data for script in READING for data in documents()]
         + [bytes(32) + data for data in any_package]
         + [READING[i % len(READING)] + data
-           for i, data in enumerate([*real_documents(waves), *large_documents()])],
-        "tool": [bytes([command]) + data for command in range(4) for data in any_package],
+           for i, data in enumerate([*real_documents(waves), *large_documents()])]
+        + [script + data for script in SEEKING for data in inflating_documents()],
+        "tool": [bytes([command]) + data for command in range(4) for data in any_package + inflating],
     }
     for target, inputs in seeds.items():
         for i, data in enumerate(inputs):

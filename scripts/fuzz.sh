@@ -5,7 +5,7 @@
 #   fuzz.sh [MINUTES] [TARGET...]    one minute a target without a number
 #
 # hex and paths, which are tiny and quick, get a twentieth of the time each, at least 5 seconds; the others share the rest.
-# Inputs have up to 64 KiB. packages and documents spend a tenth of their time, at least 5 seconds, on inputs of up to 4 MiB.
+# Inputs have up to 64 KiB. packages and documents spend a tenth of their time, at least 5 seconds, on inputs of up to 8 MiB.
 #
 # Inputs are collected in build/fuzz/corpus/. A finding stays in build/fuzz/findings/: it becomes a
 # file in fuzz/regressions/TARGET/, which the tests replay. Findings are, beside what the sanitizers see, an
@@ -82,10 +82,10 @@ fuzz() {
     -artifact_prefix="build/fuzz/findings/$target-" -print_final_stats=1 "$@" >"$log" 2>&1 || failing+=("$log")
 }
 
-# fuzz_large TARGET SECONDS LOG: with inputs of up to 4 MiB. What is made of them is not kept: it would fill the disk.
+# fuzz_large TARGET SECONDS LOG: with inputs of up to 8 MiB. What is made of them is not kept: it would fill the disk.
 fuzz_large() {
   mkdir "$scratch/$1-large"
-  fuzz "$@" -max_len=4194304 -len_control=0 "$scratch/$1-large" "build/fuzz/corpus/$1-large"
+  fuzz "$@" -max_len=8388608 -len_control=0 "$scratch/$1-large" "build/fuzz/corpus/$1-large"
   rm -r "${scratch:?}/$1-large"
 }
 
