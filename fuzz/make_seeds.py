@@ -7,6 +7,7 @@ Packages come from independent writers: Python's zipfile and, where they are the
 fuzzer makes of seeds goes to a folder TARGET-large for the targets that are tried with it. Some seeds
 strain time and memory: as many entries as an end record counts, and bytes that stand for a thousand.
 """
+import functools
 import io
 import pathlib
 import random
@@ -36,6 +37,15 @@ LARGE = 8 << 20
 TRIED_LARGE = ("packages", "documents")
 
 
+@functools.cache
+def is_there(program):
+    """Whether there is such a writer. One that is missing is told, once."""
+    if shutil.which(program):
+        return True
+    print(f"make_seeds.py: no {program}, no seeds by it")
+    return False
+
+
 def by_zipfile(entries, method, comment=b""):
     out = io.BytesIO()
     with zipfile.ZipFile(out, "w", method) as package:
@@ -57,7 +67,7 @@ def by_programs(entries):
             ("bsdtar", ["bsdtar", "-caf", "../out.zip", "."]),
             ("7z", ["7z", "a", "-tzip", "../out.zip", "."]),
         ):
-            if shutil.which(program) is None:
+            if not is_there(program):
                 continue
             subprocess.run(arguments, cwd=root, check=True, stdout=subprocess.DEVNULL)
             out = root.parent / "out.zip"
@@ -75,7 +85,7 @@ def packages():
 
 def by_sox(seconds, formats):
     """A WAV file for each of the lists of options."""
-    if shutil.which("sox") is None:
+    if not is_there("sox"):
         return
     with tempfile.TemporaryDirectory() as folder:
         path = pathlib.Path(folder, "a.wav")
