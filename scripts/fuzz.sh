@@ -21,7 +21,8 @@
 # EXECUTIONS is libFuzzer's count, the seeds among them. COVERED is the last "cov" that it tells, ALL the size of its tables:
 # edges of every instrumented object in the program and in what it loads at its start, the target itself among them. N and M
 # come from fuzz/Fuzzer.cpp: the slowest input's time of the processor, and the most that the heap grew while one input was
-# worked on, both rounded up, in MB of 2^20 bytes. A number that was not told is 0.
+# worked on, both rounded up, in MB of 2^20 bytes. A number that was not told is 0. The last line has the sum of all targets, and
+# that of those that are not tiny.
 set -euo pipefail
 . "$(dirname "$0")/help.sh"
 . "$(dirname "$0")/scratch.sh"
@@ -96,6 +97,7 @@ tell() {
   executions=$(sum number_of_executed_units "$@") reached=$(covered "$@") edges=$(all_edges "$@")
   slowest=$(most slowest_ms "$@") peak=$(most heap_growth_mb "$@")
   total=$((total + executions))
+  is_tiny "$target" || substantial=$((substantial + executions))
   printf 'fuzz target %s: %d executions, %d of %d edges, slowest %d ms, peak %d MB\n' "$target" "$executions" \
     "${reached:-0}" "${edges:-0}" "${slowest:-0}" "${peak:-0}"
 }
@@ -104,7 +106,7 @@ findings() { find build/fuzz/findings -type f | wc -l; }
 
 divide_time "${targets[@]}"
 failing=()
-total=0
+total=0 substantial=0
 before=$(findings)
 for target in "${targets[@]}"; do
   is_tiny "$target" && seconds=$tiny_seconds || seconds=$other_seconds
@@ -119,8 +121,8 @@ for target in "${targets[@]}"; do
     fuzz/regressions/"$target"
   tell "$target" "${logs[@]}"
 done
-printf '%d executions of %d targets in %d minutes, %d findings\n' "$total" "${#targets[@]}" "$minutes" \
-  $(($(findings) - before))
+printf '%d executions of %d targets (%d without hex and paths) in %d minutes, %d findings\n' "$total" "${#targets[@]}" \
+  "$substantial" "$minutes" $(($(findings) - before))
 
 # What there is to see of a failure, its input with it: the machine may be gone when somebody looks.
 for log in "${failing[@]}"; do
