@@ -11,6 +11,7 @@ const std::vector<FindingKind>& findingKinds() {
   static const char* const kPackAgain = "take the files out and pack them again";
   static const char* const kCopy = "get another copy of the file";
   static const char* const kRename = "pack it again under a plain relative name with / only";
+  static const char* const kDeceives = "trust no entry: files made to deceive are built like that";
   static const char* const kReplace =
       "replace all of the name with: qcfpkg add PACKAGE NAME=FILE, or remove them";
   static const std::vector<FindingKind> kKinds{
@@ -35,7 +36,8 @@ const std::vector<FindingKind>& findingKinds() {
       {"zip64-end-differs", kError, kPackAgain},
       {"zip64-number-missing", kError, kPackAgain},
       {"zip64-needless", kNote, "nothing: other programs write it beside small numbers, too"},
-      {"overlap", kError, "trust no entry: files made to deceive are built like that"},
+      {"overlap", kError, kDeceives},
+      {"data-unread", kError, kDeceives},
       {"dead-bytes", kNote, "free them with: qcfpkg compact PACKAGE"},
       {"hidden-entry", kNote, "look at it before you pass the file on; compact removes it"},
       {"local-missing", kError, kCopy},

@@ -178,6 +178,11 @@ std::map<std::string, Bytes> dataSpecimens() {
   Entry shorter = zipbytes::deflatedEntry("e", "x", packed);
   shorter.size = 2;
   specimens["data-size"] = with(shorter, packed);
+  File shared = healthy();
+  Entry sharing = storedEntry("e", Bytes(200, 'x'));
+  sharing.offset = shared.offset();
+  shared.add(sharing, Bytes(200, 'x')).list(sharing).list(sharing);
+  specimens["data-unread"] = shared.bytes();
   specimens["data-crc"] = changed([](Entry& e) { e.crc ^= 1; });
   return specimens;
 }
@@ -250,7 +255,8 @@ TEST_F(Specimens, OfHeaders) {
 }
 
 TEST_F(Specimens, OfData) {
-  expectOnly(dataSpecimens(), {{"data-cut", {"overlap"}}});
+  expectOnly(dataSpecimens(),
+             {{"data-cut", {"overlap"}}, {"data-unread", {"overlap", "name-duplicate"}}});
 }
 
 TEST_F(Specimens, OfNamesAndProperties) {
