@@ -147,6 +147,25 @@ TEST(Seek, BeforeTheStartIsAcceptedToo) {
   EXPECT_EQ(kData.substr(10, 5), take(*stream, 5));
 }
 
+TEST(Seek, BeforeTheStartAReadGivesTheBytesInFrontOfTheStoredData) {
+  const MemoryPackage package(storedPackage(kData));
+  const Stream stream = package.stream("a");
+  stream->rdbuf()->pubseekoff(-5, ios_base::beg, kIn);
+  // The lengths of name and extra field, the name, then the data.
+  EXPECT_EQ(std::string("\1\0\0\0a", 5) + kData.substr(0, 3), take(*stream, 8));
+  stream->rdbuf()->pubseekoff(-40, ios_base::beg, kIn);  // and of the file
+  EXPECT_EQ("", take(*stream, 5));
+  EXPECT_TRUE(stream->bad());
+}
+
+TEST(Seek, BeforeTheStartOfADeflatedEntryThereIsNothing) {
+  const MemoryPackage package(deflatedPackage(kData));
+  const Stream stream = package.stream("a");
+  stream->rdbuf()->pubseekoff(-5, ios_base::beg, kIn);
+  EXPECT_EQ("", take(*stream, 5));
+  EXPECT_TRUE(stream->bad());
+}
+
 TEST(Seek, ByEnormousOffsetsStaysDefined) {
   constexpr long long kMost = std::numeric_limits<long long>::max();
   const MemoryPackage package(storedPackage(kData));
