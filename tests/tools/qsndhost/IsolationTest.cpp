@@ -66,6 +66,23 @@ TEST_F(Isolation, APictureThatIsNeverDoneIsGivenUp) {
   EXPECT_EQ(files(), (std::vector<std::string>{"a.doc", "fonts"}));
 }
 
+// Drawing waits for somebody who writes to where fonts are told of, and is hit there.
+TEST_F(Isolation, APictureWhoseDrawingCrashesIsOneLine) {
+  document("a.doc", "");
+  ASSERT_EQ(mkfifo((folder / "fonts").c_str(), 0600), 0);
+  environment = {{"FONTCONFIG_FILE", (folder / "fonts").string()},
+                 {"FAULTY_BUNDLE", FAULTY_BUNDLE},
+                 {"ASAN_OPTIONS", "handle_segv=0"},  // it would tell another story
+                 {"TSAN_OPTIONS", "handle_segv=0"}};
+  const auto finished = shell(
+      "\"$0\" --bundle \"$FAULTY_BUNDLE\" waveform a.doc a.png & program=$!\n"
+      "exec 3>fonts\n"
+      "kill -SEGV $(cat /proc/$program/task/$program/children)\n"
+      "wait $program");
+  expectFailure(finished, 3, "cannot write a.png: drawing crashed: Segmentation fault");
+  EXPECT_EQ(files(), (std::vector<std::string>{"a.doc", "fonts"}));
+}
+
 TEST_F(Isolation, AnImporterThatEndsItsProcessIsTold) {
   document("a.doc", "exit 25");
   expectFailure(runFaulty({"export", "a.doc", "a.wav"}), 3,
