@@ -1,12 +1,16 @@
 #include <algorithm>
+#include <csignal>
 #include <cstdint>
+#include <cstdlib>
 #include <filesystem>
 #include <string>
+#include <vector>
 
 #include <dlfcn.h>
 
 #include <gtest/gtest.h>
 
+#include "Documents.h"
 #include "Plugin.h"
 #include "qvacore/Localizer.h"
 #include "support/Allocations.h"
@@ -91,6 +95,66 @@ TEST(PluginLoadingDeathTest, WithoutMemoryForWhatTheModuleBuildsEndsTheProcess) 
         "")
         << n;
   }
+}
+
+// A document of 60 kB that holds 60 MB: twelve minutes of silence.
+class InflatedAudio : public testing::Test {
+protected:
+  InflatedAudio() {
+    Wave wave;
+    wave.data = std::string(2 * kFrames, '\0');
+    plainSize = wave.bytes().size();
+    makeDeflatedDocument(document, wave.bytes());
+  }
+  ~InflatedAudio() override { fs::remove_all(items()); }
+
+  // The first block stands where the layout ends; the second is the first that has to be sought.
+  void import(HostFile& file, std::int64_t position) {
+    ASSERT_EQ(file.open(document.string()), 0);
+    ASSERT_EQ(file.getInfo(), 0);
+    ChannelBuffers out(1, 1);
+    ASSERT_EQ(file.read(position, 1, out), 0);
+  }
+
+  static fs::path items() { return fs::path(std::getenv("XDG_CACHE_HOME")) / "TemporaryItems"; }
+  static std::vector<std::uintmax_t> copies() {
+    std::vector<std::uintmax_t> sizes;
+    if (!fs::exists(items())) return sizes;
+    for (const auto& item : fs::directory_iterator(items()))
+      sizes.push_back(item.file_size());
+    return sizes;
+  }
+
+  static constexpr std::int64_t kFrames = 30 << 20;
+
+  support::TempDir folder;
+  const fs::path document = folder / "silence.qsnd";
+  std::uintmax_t plainSize = 0;
+  Plugin plugin;
+};
+
+TEST_F(InflatedAudio, IsCopiedWholeToATemporaryFileWhateverItsSize) {
+  EXPECT_LT(1000 * fs::file_size(document), plainSize);
+  HostFile file(plugin);
+  import(file, 0);
+  EXPECT_EQ(copies(), std::vector<std::uintmax_t>());
+  import(file, kFrames / 2);
+  EXPECT_EQ(copies(), std::vector<std::uintmax_t>{plainSize});
+  file.close();
+  EXPECT_EQ(copies(), std::vector<std::uintmax_t>());
+}
+
+using InflatedAudioDeathTest = InflatedAudio;
+
+TEST_F(InflatedAudioDeathTest, OfAProcessThatIsKilledStays) {
+  EXPECT_EXIT(
+      {
+        HostFile file(plugin);
+        import(file, kFrames / 2);
+        std::raise(SIGKILL);
+      },
+      testing::KilledBySignal(SIGKILL), "");
+  EXPECT_EQ(copies(), std::vector<std::uintmax_t>{plainSize});
 }
 
 }  // namespace

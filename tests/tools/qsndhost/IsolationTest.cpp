@@ -7,6 +7,7 @@
 #include <nlohmann/json.hpp>
 
 #include "Program.h"
+#include "tools/NamesIn.h"
 
 namespace {
 
@@ -159,6 +160,62 @@ TEST_F(Isolation, ADocumentThatDividesByZeroIsOneFailureOfMany) {
   const auto json = nlohmann::json::parse(finished.out);
   EXPECT_EQ(json[0]["error"].get<std::string>().find("cannot open bad.qsnd: the importer"), 0u);
   EXPECT_EQ(json[1]["frames"], 10);
+}
+
+// 60 kB of silence that is inflated to 60 MB before its second block can be served.
+class Inflation : public Qsndhost {
+protected:
+  Inflation() {
+    Wave wave;
+    wave.data = std::string(60 << 20, '\0');
+    makeDeflatedDocument(folder / "a.qsnd", wave.bytes());
+    environment = {{"XDG_CACHE_HOME", (folder / "cache").string()}};
+    std::filesystem::create_directory(folder / "cache");
+  }
+
+  // Runs `then` once the importer's process is stopped while it inflates. $program and $importer
+  // are the two processes. A run that was over before anybody looked is begun anew.
+  support::Finished stoppedHalfWay(const std::string& arguments, const std::string& then) {
+    support::Finished finished{99, {}, {}};
+    for (int runs = 0; runs < 20 && finished.status == 99; ++runs) {
+      finished = shell("rm -f a.wav; \"$0\" " + arguments +
+                       " & program=$!\n"
+                       "until test -s cache/TemporaryItems/*; do kill -0 $program || break; done\n"
+                       "importer=$(cat /proc/$program/task/$program/children)\n"
+                       "kill -STOP $importer && test -s cache/TemporaryItems/* ||\n"
+                       "  { kill $program; kill -KILL $importer; wait; exit 99; }\n" +
+                       then);
+    }
+    EXPECT_NE(finished.status, 99) << finished.err;
+    return finished;
+  }
+  std::vector<std::string> copies() const { return namesIn(folder / "cache/TemporaryItems"); }
+};
+
+TEST_F(Inflation, ThatTakesLongerThanTheTimeForAnAnswerIsGivenUpAndLeavesItsCopy) {
+  const auto finished = stoppedHalfWay("--timeout 1 export a.qsnd a.wav", "wait $program");
+  expectFailure(finished, 3, "cannot export a.qsnd: the importer gave no answer within 1 second");
+  EXPECT_EQ(copies().size(), 1u);
+  EXPECT_EQ(files(), (std::vector<std::string>{"a.qsnd", "cache"}));
+}
+
+TEST_F(Inflation, BeyondALimitOnTheSizeOfFilesIsToldAndLeavesItsCopy) {
+  const auto finished = shell("ulimit -f 1000; exec \"$0\" export a.qsnd a.wav");
+  expectFailure(finished, 3,
+                "cannot export a.qsnd: the importer crashed: File size limit exceeded");
+  EXPECT_EQ(copies().size(), 1u);
+}
+
+TEST_F(Inflation, OfARunThatIsInterruptedLeavesItsCopy) {
+  stoppedHalfWay("export a.qsnd a.wav", "kill -INT $program $importer; kill -CONT $importer; wait");
+  EXPECT_EQ(copies().size(), 1u);
+}
+
+TEST_F(Inflation, OfAProgramThatIsKilledAloneIsClearedUpByItsImporter) {
+  stoppedHalfWay("export a.qsnd a.wav",
+                 "kill -KILL $program; kill -CONT $importer\n"
+                 "while test -e cache/TemporaryItems/*; do sleep 0.1; done");
+  EXPECT_EQ(copies(), std::vector<std::string>());
 }
 
 }  // namespace
