@@ -92,4 +92,20 @@ TEST_F(UnguardedDeathTest, SelectorsThatNeedAnInstanceDoNotTestForIt) {
   EXPECT_PROCESSOR_FAULT(SIGSEGV, plugin(25, nullptr, &audio));
 }
 
+TEST_F(UnguardedDeathTest, SelectorsThatNeedARecordDoNotTestForIt) {
+  for (const int selector : {0, 14, 25, 37, 39})
+    EXPECT_PROCESSOR_FAULT(SIGSEGV, plugin(selector, nullptr, nullptr)) << selector;
+}
+
+#ifdef __SANITIZE_ADDRESS__  // else nobody tells
+TEST_F(UnguardedDeathTest, AnInstanceThatWasClosedIsReadAllTheSame) {
+  Wave wave;
+  wave.data = counting(0, 10);
+  ASSERT_EQ(open(wave), 0);
+  void* const dead = file.instance;
+  file.close();
+  EXPECT_DEATH(plugin(8, nullptr, dead), "heap-use-after-free");
+}
+#endif
+
 }  // namespace
