@@ -162,6 +162,19 @@ TEST_F(Qsndhost, MoreThanSixChannelsAreCutWithANote) {
   EXPECT_EQ(finished.err, "");
 }
 
+TEST_F(Qsndhost, WhatLiesBehindTwoGigabytesIsRefused) {
+  Wave wave;
+  wave.data = noise(1000, 1);
+  wave.dataSize = 3000000000;
+  folder.write("a.qsnd", storedDocument(wave.bytes()));
+  const std::string reason = "only the first 1073741824 frames can be read through the importer";
+  expectFailure(run({"export", "a.qsnd", "a.wav"}), 3, "cannot export a.qsnd: " + reason);
+  expectFailure(run({"waveform", "a.qsnd", "a.png", "--start", "1073741824", "--frames", "1"}), 3,
+                "cannot draw a.qsnd: " + reason);
+  must({"export", "a.qsnd", "a.wav", "--frames", "500"});
+  EXPECT_EQ(readSound(folder / "a.wav").info.frames, 500);
+}
+
 TEST_F(Qsndhost, AFailedExportLeavesNoFileAndTheOldOneAsItWas) {
   Wave wave;
   wave.data = "abcd";

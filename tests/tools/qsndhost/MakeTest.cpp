@@ -140,6 +140,9 @@ TEST_F(Make, WhatTheImporterCouldNotReadIsRefused) {
   refused("a.wav", "20000 channels are too many to be imported");
   write([](Wave& wave) { wave.dataSize = 10000; });
   refused("a.wav", "its audio ends too early");
+  write([](Wave& wave) { wave.dataSize = 0x80000000; });
+  std::filesystem::resize_file(folder / "a.wav", 44 + 0x80000000ll);  // a hole, most of it
+  refused("a.wav", "only audio of up to 2 GB can be imported");
   folder.write("b.wav", "RIFF" + little(4, 4) + "WAVE");
   refused("b.wav", "it does not tell the format of its samples");
   Wave wave;
