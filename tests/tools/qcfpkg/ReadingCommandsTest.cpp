@@ -114,6 +114,7 @@ TEST_F(ReadingCommands, EncryptedDataIsNeverTakenForContent) {
   file.add(entry, "hello");
   folder.write("a.pkg", file.bytes());
   expectFailure({"cat", "a.pkg", "a.txt"}, 3, "it is encrypted");
+  EXPECT_EQ(nlohmann::json::parse(must({"list", "--json", "a.pkg"}))[0]["encrypted"], true);
 }
 
 TEST_F(ReadingCommands, FilesThatAreNoPackagesAreRefused) {

@@ -1,3 +1,5 @@
+#include <regex>
+
 #include "Program.h"
 
 namespace {
@@ -12,6 +14,16 @@ TEST_F(Usage, HelpHasExamplesForEveryCommand) {
   EXPECT_NE(must({"--help"}).find("Examples:"), std::string::npos);
   for (const std::string& command : kCommands) {
     EXPECT_NE(must({command, "--help"}).find("Example"), std::string::npos) << command;
+  }
+}
+
+TEST_F(Usage, HelpTellsWhatAChangeInPlaceRisks) {
+  const std::regex white("\\s+");
+  for (const char* const command : {"add", "remove", "comment"}) {
+    const std::string help = std::regex_replace(must({command, "--help"}), white, " ");
+    const auto option = help.find("--in-place");
+    ASSERT_NE(option, std::string::npos) << command;
+    EXPECT_NE(help.find("no package", option), std::string::npos) << help;
   }
 }
 
