@@ -20,13 +20,16 @@ namespace fs = std::filesystem;
 
 namespace {
 
-// Bytes of its audio entry when inflated; 0 for one that is stored or cannot be read.
+// Bytes of its audio entry when inflated; 0 for one that is stored or cannot be read. No more than
+// deflate makes of a file of that size, whatever the entry claims: at most 1032 bytes of one.
 std::int64_t inflatedSize(const std::string& document) {
   try {
+    const auto most = static_cast<std::int64_t>(1032 * fs::file_size(document));
     pkg::QCFPackageFactory factory;
     const auto package = factory.openPackage(document, std::ios::in, nullptr, nullptr, nullptr);
     const auto audio = package->getFile("Mixdown.wav", true);
-    return audio->getCompressionMethod() == pkg::CompressionStored ? 0 : audio->getSize64();
+    const bool isStored = audio->getCompressionMethod() == pkg::CompressionStored;
+    return isStored ? 0 : std::clamp<std::int64_t>(audio->getSize64(), 0, most);
   } catch (const std::exception&) {
     return 0;
   }

@@ -6,6 +6,7 @@
 
 #include "Program.h"
 #include "support/FullDisk.h"
+#include "support/ZipBytes.h"
 
 // Where outputs and temporary files go, and what is told of it.
 
@@ -114,6 +115,18 @@ TEST_F(Output, StoredAudioHasNothingToDoWithTheCacheFolder) {
   folder.write("short.qsnd", storedDocument(wave.bytes()));
   expectFailure(run({"export", "short.qsnd", "o.wav"}), 3,
                 "cannot export short.qsnd: the audio data ends too early");
+}
+
+TEST_F(Output, ADamagedDocumentThatClaimsGigabytesGetsNoRoomForThem) {
+  Wave wave;
+  wave.data = "abcd";
+  wave.dataSize = 1000;
+  const std::string packed = zipbytes::storedDeflate(wave.bytes());
+  zipbytes::Entry audio = zipbytes::deflatedEntry("Mixdown.wav", wave.bytes(), packed);
+  audio.size = 0xF0000000;
+  folder.write("claim.qsnd", zipbytes::File().add(audio, packed).bytes());
+  expectFailure(shell("ulimit -f 1000; exec \"$0\" export claim.qsnd o.wav"), 3,
+                "cannot export claim.qsnd: the audio data ends too early");
 }
 
 TEST_F(Output, IsNamedAsItWasGiven) {
