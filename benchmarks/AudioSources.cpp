@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstring>
 #include <stdexcept>
+#include <type_traits>
 
 #include <sndfile.h>
 
@@ -30,16 +31,29 @@ private:
   hostkit::Document fDocument;
 };
 
-template <class Sample, class Convert>
-void takeApart(const Sample* interleaved, std::size_t channels, std::size_t frames,
-               float* const* buffers, std::size_t offset, Convert convert) {
-  const std::size_t outputs = std::min(channels, kMostOutputs);
+template <class Stride, class Sample, class Convert>
+void takeApartBy(Stride channels, const Sample* interleaved, std::size_t frames,
+                 float* const* buffers, std::size_t offset, Convert convert) {
+  const std::size_t outputs = std::min<std::size_t>(channels, kMostOutputs);
   for (std::size_t channel = 0; channel < outputs; ++channel) {
     float* const out = buffers[channel] + offset;
     const Sample* const in = interleaved + channel;
     for (std::size_t frame = 0; frame < frames; ++frame)
       out[frame] = convert(in[frame * channels]);
   }
+}
+
+// As well as the compiler can: it knows the counts of channels that are measured.
+template <class Sample, class Convert>
+void takeApart(const Sample* interleaved, std::size_t channels, std::size_t frames,
+               float* const* buffers, std::size_t offset, Convert convert) {
+  const auto by = [&](auto stride) {
+    takeApartBy(stride, interleaved, frames, buffers, offset, convert);
+  };
+  if (channels == 1) return by(std::integral_constant<std::size_t, 1>());
+  if (channels == 2) return by(std::integral_constant<std::size_t, 2>());
+  if (channels == 8) return by(std::integral_constant<std::size_t, 8>());
+  by(channels);
 }
 
 class SndfileSource : public AudioSource {

@@ -18,6 +18,7 @@
 #include "package/QCFPackage.h"
 
 #include "ImportRows.h"
+#include "StdioBlocks.h"
 #include "support/TempDir.h"
 
 namespace {
@@ -88,12 +89,11 @@ private:
   std::vector<char> fBlock = std::vector<char>(kBlock);
 };
 
-// Inflates an entry as it must be read: a seek and 4,096 bytes at a time through stdio. Hands each
-// block of `size` bytes to `take`.
+// Inflates an entry as it must be read, 4,096 bytes at a time through stdio. Hands each block of
+// `size` bytes to `take`.
 template <class Take>
 void inflateThroughStdio(const std::string& path, std::int64_t start, std::size_t size, Take take) {
-  const std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(std::fopen(path.c_str(), "rb"),
-                                                             std::fclose);
+  StdioFile file(path);
   z_stream z{};
   inflateInit2(&z, -MAX_WBITS);
   std::vector<char> block(size);
@@ -103,9 +103,8 @@ void inflateThroughStdio(const std::string& path, std::int64_t start, std::size_
     z.avail_out = static_cast<uInt>(block.size());
     while (z.avail_out != 0 && result == Z_OK) {
       if (z.avail_in == 0) {
-        fseeko(file.get(), start, SEEK_SET);
         z.next_in = reinterpret_cast<Bytef*>(input);
-        z.avail_in = static_cast<uInt>(std::fread(input, 1, sizeof(input), file.get()));
+        z.avail_in = static_cast<uInt>(file.read(start, input, sizeof(input)));
         start += z.avail_in;
       }
       result = inflate(&z, Z_NO_FLUSH);
