@@ -2,6 +2,7 @@
 
 #include <cerrno>
 
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include "package/detail/PkgFileSys.h"
@@ -65,6 +66,13 @@ void BasePkgFSFile<Context>::seek(long long offset, int whence) {
   if (whence == SEEK_SET && here >= 0 && offset >= 0) {
     offset -= here;
     whence = SEEK_CUR;
+  }
+  if (whence == SEEK_END && here >= 0 && fLast == Transfer::Write) {
+    emptyBuffer();  // which the size does not count
+    if (struct stat status{}; fstat(fileno(fStream), &status) == 0 && S_ISREG(status.st_mode)) {
+      offset += status.st_size - here;
+      whence = SEEK_CUR;
+    }
   }
   if (whence == SEEK_CUR && !mayHold(offset)) emptyBuffer();
   if (fseeko(fStream, static_cast<off_t>(offset), whence) != 0) throwSystemError(errno);
