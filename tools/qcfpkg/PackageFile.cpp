@@ -20,17 +20,6 @@ PackageFile::PackageFile(const std::string& path, bool isNew, std::error_code er
   if (error) fail(error.message());
 }
 
-PackageFile::PackageFile(PackageFile&& other) noexcept
-    : fName(std::move(other.fName)),
-      fPath(std::move(other.fPath)),
-      fProgram(std::move(other.fProgram)),
-      fScratch(std::exchange(other.fScratch, {})),
-      fFormerScratch(std::exchange(other.fFormerScratch, {})),
-      fLock(std::exchange(other.fLock, -1)),
-      fScratchLock(std::exchange(other.fScratchLock, -1)),
-      fIsNew(other.fIsNew),
-      fOverwrite(other.fOverwrite) {}
-
 PackageFile::~PackageFile() {
   dropFormerScratch();
   if (!fScratch.empty()) unlink(fScratch.c_str());
@@ -45,26 +34,31 @@ void PackageFile::fail(const std::string& reason) const {
 }
 
 PackageFile PackageFile::existing(const Tool& tool, const std::string& path) {
-  PackageFile file(path, false);
-  file.lock();
-  file.fProgram = tool.program;
-  tools::clearLeftovers(tool, file.fPath);
-  return file;
+  return {tool, path};
 }
 
 PackageFile PackageFile::created(const Tool& tool, const std::string& path, bool overwrite) {
-  PackageFile file(path, true);
-  file.fOverwrite = overwrite;
-  if (path == "-") file.fail("a package is a file, not standard output; ./- is one of that name");
-  if (const auto status = file.status()) {
-    if (S_ISDIR(status->st_mode)) file.fail("it is a folder");
-    if (!S_ISREG(status->st_mode)) file.fail("it exists and is not a regular file");
-    if (!overwrite) file.fail("it exists; --overwrite replaces it");
-    file.lock();
+  return {tool, path, overwrite};
+}
+
+PackageFile::PackageFile(const Tool& tool, const std::string& path) : PackageFile(path, false) {
+  lock();
+  fProgram = tool.program;
+  tools::clearLeftovers(tool, fPath);
+}
+
+PackageFile::PackageFile(const Tool& tool, const std::string& path, bool overwrite)
+    : PackageFile(path, true) {
+  fOverwrite = overwrite;
+  if (path == "-") fail("a package is a file, not standard output; ./- is one of that name");
+  if (const auto old = status()) {
+    if (S_ISDIR(old->st_mode)) fail("it is a folder");
+    if (!S_ISREG(old->st_mode)) fail("it exists and is not a regular file");
+    if (!overwrite) fail("it exists; --overwrite replaces it");
+    lock();
   }
-  file.fProgram = tool.program;
-  tools::clearLeftovers(tool, file.fPath);
-  return file;
+  fProgram = tool.program;
+  tools::clearLeftovers(tool, fPath);
 }
 
 // A run that waited for another one's rename would hold the lock of a file that has no name any

@@ -20,8 +20,8 @@ public:
   // existing().
   static PackageFile created(const Tool& tool, const std::string& path, bool overwrite);
 
-  PackageFile(PackageFile&& other) noexcept;
-  PackageFile& operator=(PackageFile&&) = delete;
+  PackageFile(const PackageFile&) = delete;
+  PackageFile& operator=(const PackageFile&) = delete;
   ~PackageFile();
 
   // As given, for messages.
@@ -41,6 +41,8 @@ public:
 
 private:
   PackageFile(const std::string& path, bool isNew, std::error_code error = {});
+  PackageFile(const Tool& tool, const std::string& path);                  // existing()
+  PackageFile(const Tool& tool, const std::string& path, bool overwrite);  // created()
   std::optional<struct stat> status() const;
   void lock();
   void adoptStatus(int descriptor) const;
