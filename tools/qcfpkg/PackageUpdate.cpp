@@ -36,13 +36,6 @@ std::string reasonOf(pkg::PackageException<>& error) {
       return error.what();
     case pkg::PkgLib_Err_WritingFile:
       return "not everything could be written: is the disk full?";
-    case pkg::PkgLib_Err_CreatingTempFile:
-      return "no temporary file can be made";
-    case pkg::PkgLib_Err_NotAValidPackage:
-      return "it is not a package";
-    case pkg::PkgLib_Err_ReadECD:
-    case pkg::PkgLib_Err_FindECD:
-      return "it is not a package, or a damaged one";
     default:
       return fmt::format("it is damaged, or of a kind that cannot be changed (error {})",
                          static_cast<int>(error.getErrorCode()));
@@ -59,8 +52,6 @@ void telling(const std::string& verb, const std::string& path, const Work& work)
     work();
   } catch (pkg::PackageException<>& error) {
     tell(reasonOf(error));
-  } catch (const std::ios::failure&) {
-    tell("not everything could be written: is the disk full?");
   } catch (const std::bad_alloc&) {
     tell("out of memory");
   }
