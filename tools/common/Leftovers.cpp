@@ -108,7 +108,7 @@ std::string resolvedPath(const std::string& path, std::error_code& error) {
   const auto found = statusOf(path, error);
   if (error || (found && !S_ISREG(found->st_mode))) return path;
   fs::path named = path;
-  for (int link = 0; link < kMostLinks; ++link) {
+  for (int link = 0; link <= kMostLinks; ++link) {
     const fs::file_status status = fs::symlink_status(named, error);
     if (status.type() == fs::file_type::not_found) error.clear();
     if (error) return path;

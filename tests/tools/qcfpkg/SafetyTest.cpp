@@ -27,14 +27,19 @@ protected:
   }
 
   // The program as the shell takes it. Root may write everywhere, so it steps back to somebody who
-  // owns `owned` and what is in it; empty where it cannot.
+  // owns `owned` and what is in it; empty where it cannot. That one's counters of what is reached
+  // (QCF_COVERAGE) go elsewhere: in their place it cannot write them, and would complain.
   std::string withoutRoot(const std::string& owned) const {
     if (geteuid() != 0) return "\"$0\"";
-    std::string program = "setpriv --reuid=65534 --regid=65534 --clear-groups \"$0\"";
+    chmod(counters.path().c_str(), 0777);
+    std::string program = "env GCOV_PREFIX=" + counters.path().string() +
+                          " setpriv --reuid=65534 --regid=65534 --clear-groups \"$0\"";
     if (!shell(program + " --version && chown -R 65534:65534 " + owned).succeeded())
       program.clear();
     return program;
   }
+
+  support::TempDir counters;
 };
 
 TEST_F(Safety, WhatAKilledRunLeftIsClearedWithANote) {
@@ -48,6 +53,40 @@ TEST_F(Safety, WhatAKilledRunLeftIsClearedWithANote) {
             std::string::npos);
   EXPECT_EQ(files(),
             (std::vector<std::string>{".a.pkg.qcfpkg-notours", ".b.pkg.qcfpkg-Ab12Xy", "a.pkg"}));
+}
+
+// A folder takes names of 255 bytes, so the scratch file of a long one has a part of it, in whole
+// characters.
+TEST_F(Safety, WhatAKilledRunLeftBesideALongNameIsCleared) {
+  const auto times = [](int count) {
+    std::string text = "a";
+    for (int i = 0; i < count; ++i)
+      text += "\xc3\xa4";
+    return text;
+  };
+  makePackage(times(120));
+  const std::string scratch = "." + times(99) + ".qcfpkg-Ab12Xy";
+  folder.write(scratch, "half a package");
+  const auto finished = run({"comment", times(120), "c"});
+  EXPECT_EQ(finished.status, 0);
+  EXPECT_EQ(finished.err, "qcfpkg: removed ./" + scratch + ", which an interrupted run had left\n");
+  EXPECT_EQ(files(), std::vector<std::string>{times(120)});
+}
+
+// The fortieth is the last that the system follows.
+TEST_F(Safety, AChainOfLinksIsFollowedAsFarAsTheSystemDoes) {
+  std::string last = "a.pkg";
+  for (int i = 1; i <= 40; ++i) {
+    const std::string link = "link" + std::to_string(i);
+    std::filesystem::create_symlink(last, folder / link);
+    last = link;
+  }
+  makePackage("link40");
+  must({"comment", "link40", "c"});
+  EXPECT_EQ(must({"comment", "a.pkg"}), "c\n");
+  std::filesystem::create_symlink("link40", folder / "link41");
+  expectFailure({"comment", "link41", "c"}, 3,
+                "cannot change link41: Too many levels of symbolic links");
 }
 
 TEST_F(Safety, WhatAKilledRunOfAnotherUserLeftStaysAndIsTold) {
