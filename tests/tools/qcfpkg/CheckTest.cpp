@@ -164,9 +164,12 @@ TEST_F(Check, FixturesHaveTheFindingsThatTheirRemarksSpeakOfAndNoOthers) {
 
 class FaultsToldOnce : public Check {
 protected:
-  std::set<std::string> findingsIn(const zipbytes::File& file) const {
-    folder.write("a.pkg", file.bytes());
+  std::set<std::string> findingsIn(const zipbytes::Bytes& bytes) const {
+    folder.write("a.pkg", bytes);
     return findings("a.pkg");
+  }
+  std::set<std::string> findingsIn(const zipbytes::File& file) const {
+    return findingsIn(file.bytes());
   }
   static zipbytes::File healthy() {
     zipbytes::File file;
@@ -213,6 +216,81 @@ TEST_F(FaultsToldOnce, ADescriptorThatDisagreesIsNotDead) {
   file = healthy();
   file.add(entry, "x", wrong + std::string(20, 'd'));
   EXPECT_EQ(findingsIn(file), (std::set<std::string>{"descriptor-missing", "dead-bytes"}));
+}
+
+TEST_F(FaultsToldOnce, ADirectoryThatIsNowhereIsToldByWhatTheEndRecordSaysOfIt) {
+  const zipbytes::File file = healthy();
+  const auto ended = [&](const auto& change) {
+    zipbytes::End end = file.end();
+    end.directoryOffset -= 1 << 4;
+    end.directorySize -= 1 << 4;
+    change(end);
+    return findingsIn(file.bytes(end));
+  };
+  EXPECT_EQ(ended([](auto&) {}), std::set<std::string>{"directory-missing"});
+  EXPECT_EQ(ended([](auto& end) { end.disk = end.directoryDisk = 1; }),
+            std::set<std::string>{"split"});
+  EXPECT_EQ(ended([](auto& end) { end.directoryOffset = 0xFFFFFFFF; }),
+            std::set<std::string>{"zip64-end-missing"});
+}
+
+TEST_F(FaultsToldOnce, AnEndRecordThatSendsToZip64InVainRecordsNoSize) {
+  const zipbytes::File file = healthy();
+  zipbytes::End end = file.end();
+  end.directorySize = 0xFFFFFFFF;
+  EXPECT_EQ(findingsIn(file.bytes(end)), std::set<std::string>{"zip64-end-missing"});
+}
+
+TEST_F(FaultsToldOnce, BytesInFrontMoveTheRecordsOfZip64) {
+  const zipbytes::File file = healthy();
+  const std::uint64_t place = file.offset() + file.directory().size();
+  zipbytes::Zip64End zip64;
+  zip64.entries = 1;
+  zip64.directorySize = file.directory().size();
+  zip64.directoryOffset = file.offset();
+  const zipbytes::Bytes plain = file.bytes();
+  const zipbytes::Bytes whole = plain.substr(0, place) + zipbytes::zip64EndRecord(zip64) +
+                                zipbytes::zip64Locator(place) + plain.substr(place);
+  EXPECT_EQ(findingsIn(whole), std::set<std::string>());
+  EXPECT_EQ(findingsIn("head" + whole), std::set<std::string>{"leading-bytes"});
+}
+
+// Data that cannot be read is told by its entry, and what would be judged by it is not judged.
+TEST_F(FaultsToldOnce, ATypeAndPropertiesThatCannotBeRead) {
+  auto type = zipbytes::storedEntry("mimetype", "a/b");
+  type.crc ^= 1;
+  EXPECT_EQ(findingsIn(zipbytes::File().add(type, "a/b")),
+            (std::set<std::string>{"data-crc", "mimetype-text"}));
+  EXPECT_NE(run({"check", "a.pkg"}).out.find("the type cannot be read: the data's CRC is "),
+            std::string::npos);
+  const std::string document = "<no properties>";
+  auto properties = zipbytes::storedEntry("META-INF/pkgproperties.xml", document);
+  properties.crc ^= 1;
+  EXPECT_EQ(findingsIn(healthy().add(properties, document)), std::set<std::string>{"data-crc"});
+}
+
+TEST_F(FaultsToldOnce, ATypeBeyondAllMeasureIsNotRead) {
+  const std::string text = "a/" + std::string(2000, 'b');
+  EXPECT_EQ(findingsIn(zipbytes::File().add(zipbytes::storedEntry("mimetype", text), text)),
+            std::set<std::string>{"mimetype-text"});
+  EXPECT_NE(run({"check", "a.pkg"}).out.find("it has 2002 bytes, and 1024 are the most"),
+            std::string::npos);
+}
+
+TEST_F(FaultsToldOnce, AnExtraFieldOfTheLocalHeaderThatDoesNotEndWithABlock) {
+  auto entry = zipbytes::storedEntry("e", "x");
+  entry.localExtra = "odd";
+  EXPECT_EQ(findingsIn(healthy().add(entry, "x")), std::set<std::string>{"extra-field"});
+  EXPECT_NE(run({"check", "a.pkg"}).out.find("in the local header does not end with a block"),
+            std::string::npos);
+}
+
+TEST_F(FaultsToldOnce, BytesBehindTheEndOfDeflatedData) {
+  const std::string packed = zipbytes::storedDeflate("x") + "tail";
+  EXPECT_EQ(findingsIn(healthy().add(zipbytes::deflatedEntry("e", "x", packed), packed)),
+            std::set<std::string>{"data-damaged"});
+  EXPECT_NE(run({"check", "a.pkg"}).out.find("4 bytes follow the end of the deflated data"),
+            std::string::npos);
 }
 
 class CheckedNames : public Check {
