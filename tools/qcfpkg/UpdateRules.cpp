@@ -134,11 +134,11 @@ void requireChangeable(const Layout& layout, const Change& change) {
     }
   }
   for (const Entry& entry : layout.entries()) {
-    if (copyWouldDamage(entry)) {
-      refuse(layout, fmt::format("the record of {} cannot be kept in place; without --in-place "
-                                 "it can",
-                                 tools::shown(entry.central.name)));
-    }
+    if (!copyWouldDamage(entry)) continue;
+    requireRewritable(layout, entry);
+    refuse(layout,
+           fmt::format("the record of {} cannot be kept in place; without --in-place it can",
+                       tools::shown(entry.central.name)));
   }
 }
 

@@ -220,6 +220,78 @@ TEST_F(ForeignPackages, WhatCannotBeKeptIsRefusedAndLeftAsItIs) {
   EXPECT_EQ(files(), (std::vector<std::string>{"a.zip", "new"}));
 }
 
+TEST_F(ForeignPackages, OneOfMoreEntriesThanCanBeWrittenIsRefused) {
+  const auto entry = zipbytes::storedEntry("e", "x");
+  zipbytes::File file;
+  file.add(entry, "x");
+  for (int i = 1; i < 0xFFFF; ++i)
+    file.list(entry);
+  folder.write("a.zip", file.bytes());
+  expectFailure({"comment", "a.zip", "c"}, 3, "65,534 entries and 4 GiB are the most");
+  EXPECT_EQ(folder.read("a.zip"), file.bytes());
+}
+
+// The entry claims gigabytes: such a record is copied, not written anew.
+TEST_F(ForeignPackages, BytesInFrontOfWhatNeedsZip64AreNotDropped) {
+  auto entry = zipbytes::deflatedEntry("e", "x", zipbytes::storedDeflate("x"));
+  entry.size = 0xFFFFFFFF;
+  entry.centralExtra = entry.localExtra = zipbytes::zip64Block({5000000000});
+  zipbytes::File file;
+  file.add(entry, zipbytes::storedDeflate("x"));
+  folder.write("a.zip", "#!" + file.bytes());
+  expectFailure({"--quiet", "compact", "a.zip"}, 3,
+                "bytes stand in front of it, and e needs Zip64");
+  EXPECT_EQ(folder.read("a.zip"), "#!" + file.bytes());
+  EXPECT_EQ(files(), std::vector<std::string>{"a.zip"});
+}
+
+TEST_F(ForeignPackages, EntriesBehindTheDirectoryAreNotChangedInPlace) {
+  const auto entry = zipbytes::storedEntry("e", "x");
+  auto behind = zipbytes::storedEntry("behind", "y");
+  zipbytes::File file;
+  file.add(entry, "x");
+  behind.offset = static_cast<std::uint32_t>(file.offset() + file.directory().size() +
+                                             zipbytes::centralHeader(behind).size());
+  file.list(behind);
+  const zipbytes::Bytes plain = file.bytes();
+  const zipbytes::Bytes bytes = plain.substr(0, behind.offset) + zipbytes::localHeader(behind) +
+                                "y" + plain.substr(behind.offset);
+  folder.write("a.zip", bytes);
+  expectFailure({"comment", "--in-place", "a.zip", "c"}, 3, "entries lie behind its directory");
+  EXPECT_EQ(folder.read("a.zip"), bytes);
+  must({"comment", "a.zip", "c"});
+  EXPECT_EQ(contents("a.zip"), (Contents{{"e", "x"}, {"behind", "y"}}));
+}
+
+TEST_F(ForeignPackages, ARecordThatCannotBeKeptInPlaceIsToldWithWhatCanBeDone) {
+  const auto refused = [this](const std::string& extra, const std::string& words) {
+    auto entry = zipbytes::storedEntry("e", "x");
+    entry.centralExtra = extra;
+    const zipbytes::Bytes bytes = zipbytes::File().add(entry, "x").bytes();
+    folder.write("a.zip", bytes);
+    expectFailure({"comment", "--in-place", "a.zip", "c"}, 3, words);
+    EXPECT_EQ(folder.read("a.zip"), bytes);
+  };
+  refused("odd", "e would lose its extra field");
+  refused(zipbytes::zip64Block({1, 1}),
+          "the record of e cannot be kept in place; without --in-place it can");
+  must({"comment", "a.zip", "c"});
+}
+
+// Four bytes whose CRC is that of none.
+TEST_F(ForeignPackages, AnEntryThatIsReplacedLeavesNothingOfItsRecord) {
+  const std::string data = "\x9d\x0a\xd9\x6d";
+  ASSERT_EQ(zipbytes::crc32(data), zipbytes::crc32(""));
+  auto entry = zipbytes::storedEntry("e", data);
+  entry.versionMadeBy = 0x031e;
+  entry.externalAttributes = 0100640u << 16;
+  folder.write("a.zip", zipbytes::File().add(entry, data).bytes());
+  folder.write("e", "");
+  must({"add", "a.zip", "e"});
+  EXPECT_EQ(read("a.zip")[0].at("data"), "");
+  EXPECT_EQ(read("a.zip")[0].at("attributes"), "0");
+}
+
 TEST_F(ForeignPackages, FixturesAreChangedWithoutLossOrLeftAsTheyAre) {
   QCF_REQUIRE_FIXTURE("zip");
   int changed = 0;
