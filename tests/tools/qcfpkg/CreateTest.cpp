@@ -197,6 +197,14 @@ TEST_F(Create, AFailureLeavesNothing) {
   EXPECT_EQ(files(), std::vector<std::string>{"x"});
 }
 
+TEST_F(Create, ANameOfAFolderMayEndWithASlash) {
+  std::filesystem::create_directory(folder / "d");
+  folder.write("d/x", "x");
+  must({"create", "--type", "application/x-test", "a.pkg", "other//=d"});
+  EXPECT_EQ(contents("a.pkg"),
+            (Contents{{"mimetype", "application/x-test"}, {"other/", ""}, {"other/x", "x"}}));
+}
+
 TEST_F(Create, ATypeIsOneWordWithASlash) {
   for (const char* const type : {"", "text", "/x", "x/", "a/b/c", "a b/c", "a/b;c", "a/b\n"}) {
     expectFailure({"create", "--type", type, "a.pkg"}, 2, "a type is like application/x-notes");

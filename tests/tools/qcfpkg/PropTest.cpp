@@ -184,6 +184,42 @@ TEST_F(Prop, ADamagedDocumentIsToldAndOtherChangesKeepItsBytes) {
   EXPECT_EQ(contents("a.pkg").at("META-INF/pkgproperties.xml"), "<broken");
 }
 
+TEST_F(Prop, ADocumentThatCannotBeReadIsToldAndOtherChangesKeepItsBytes) {
+  const std::string document = "<pkgProperties/>";
+  auto damaged = zipbytes::storedEntry("META-INF/pkgproperties.xml", document);
+  damaged.crc ^= 1;
+  zipbytes::File file;
+  file.add(zipbytes::storedEntry("mimetype", "a/b"), "a/b")
+      .add(zipbytes::storedEntry("e", "x"), "x");
+  file.add(zipbytes::storedEntry("f", "x"), "x").add(damaged, document);
+  folder.write("a.pkg", file.bytes());
+  const std::string reason = "the properties document cannot be read: the data's CRC is ";
+  expectFailure({"prop", "list", "a.pkg"}, 3, "cannot tell properties of a.pkg: " + reason);
+  expectFailure({"prop", "set", "a.pkg", "e", "mac-type", "x"}, 3,
+                "cannot set properties of a.pkg: " + reason);
+  EXPECT_EQ(folder.read("a.pkg"), file.bytes());
+  must({"remove", "a.pkg", "f"});
+  EXPECT_NE(folder.read("a.pkg").find("META-INF/pkgproperties.xml" + document), std::string::npos);
+}
+
+TEST_F(Prop, ValuesOfOthersKeepTheirCarriageReturns) {
+  makePackageWith(
+      "<pkgProperties><package/><entries><entry path='one.txt'><prop key='mac_type'>a&#13;b</prop>"
+      "</entry></entries></pkgProperties>");
+  must({"prop", "set", "a.pkg", "one.txt", "mac-creator", "c"});
+  EXPECT_EQ(must({"prop", "get", "a.pkg", "one.txt", "mac-type"}), "a\rb\n");
+}
+
+TEST_F(Prop, ANameOfOthersThatCannotStandInTheDocumentIsNotLostByAChange) {
+  makePackageWith(
+      "<pkgProperties><package/><entries><entry path='salt &amp; pepper'><prop key='mac_type'>a"
+      "</prop></entry></entries></pkgProperties>");
+  const std::string before = folder.read("a.pkg");
+  expectFailure({"prop", "set", "a.pkg", "one.txt", "mac-type", "x"}, 3,
+                "cannot write a.pkg: its properties cannot be kept as they are");
+  EXPECT_EQ(folder.read("a.pkg"), before);
+}
+
 TEST_F(Prop, ARemovedEntryTakesItsPropertiesAlong) {
   makePackage("a.pkg");
   must({"prop", "set", "a.pkg", "one.txt", "mac-type", "TEXT"});

@@ -107,6 +107,45 @@ TEST_F(ReadingCommands, CatTellsOfDamagedData) {
   EXPECT_NE(finished.err.find("the data's CRC is 3610a686"), std::string::npos);
 }
 
+// Zlib has read the last byte where it can give no more than a part of what that stands for.
+TEST_F(ReadingCommands, CatGivesAllThatTheLastByteOfDeflatedDataStandsFor) {
+  python(
+      "import zipfile, zlib\n"
+      "block = 65536\n"
+      "def is_left(size):\n"
+      "    packer = zlib.compressobj(9, zlib.DEFLATED, -15)\n"
+      "    packed = packer.compress(bytes(size)) + packer.flush()\n"
+      "    reader = zlib.decompressobj(-15)\n"
+      "    reader.decompress(packed, block)\n"
+      "    return not reader.unconsumed_tail and not reader.eof\n"
+      "size = next(size for size in range(block + 1, 2 * block) if is_left(size))\n"
+      "z = zipfile.ZipFile('a.zip', 'w', zipfile.ZIP_DEFLATED, compresslevel=9)\n"
+      "z.writestr('zeros', bytes(size)); z.close(); open('size', 'w').write(str(size))\n");
+  EXPECT_EQ(must({"cat", "a.zip", "zeros"}), std::string(std::stoul(folder.read("size")), '\0'));
+}
+
+TEST_F(ReadingCommands, AMethodIsNamedOrNumberedAndItsDataNotTakenForContent) {
+  zipbytes::File file;
+  for (const std::uint16_t method : {std::uint16_t{12}, std::uint16_t{55}}) {
+    auto entry = zipbytes::storedEntry("m" + std::to_string(method), "x");
+    entry.method = method;
+    file.add(entry, "x");
+  }
+  folder.write("a.zip", file.bytes());
+  const auto json = nlohmann::json::parse(must({"list", "--json", "a.zip"}));
+  EXPECT_EQ(json[0]["method"], "bzip2");
+  EXPECT_EQ(json[1]["method"], "method 55");
+  expectFailure({"cat", "a.zip", "m12"}, 3, "cannot read m12 of a.zip: it is stored by method 12");
+}
+
+TEST_F(ReadingCommands, ATypeThatCannotBeReadIsNone) {
+  auto type = zipbytes::storedEntry("mimetype", "a/b");
+  type.crc ^= 1;
+  folder.write("a.pkg", zipbytes::File().add(type, "a/b").bytes());
+  EXPECT_NE(must({"info", "a.pkg"}).find("  type        none\n"), std::string::npos);
+  expectFailure({"type", "a.pkg"}, 3, "a.pkg tells no type");
+}
+
 TEST_F(ReadingCommands, EncryptedDataIsNeverTakenForContent) {
   auto entry = zipbytes::storedEntry("a.txt", "hello");
   entry.flags = 1;

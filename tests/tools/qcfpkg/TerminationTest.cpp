@@ -1,7 +1,10 @@
+#include <cerrno>
 #include <csignal>
 #include <filesystem>
 #include <new>
 #include <stdexcept>
+#include <string>
+#include <system_error>
 
 #include <gtest/gtest.h>
 
@@ -53,6 +56,25 @@ TEST(TerminationDeathTest, MemoryThatADestructorLacksIsToldInOneLineAndNoScratch
 
 TEST(TerminationDeathTest, AnyOtherExceptionThereEndsTheProgramAsEver) {
   EXPECT_EXIT(runNeedy<Overflow>(), testing::KilledBySignal(SIGABRT), "overflow");
+}
+
+template <class Exception>
+std::string toldOf(const Exception& raised) {
+  tools::Session session;
+  session.program = "program";
+  char name[] = "program";
+  char* arguments[] = {name, nullptr};
+  testing::internal::CaptureStderr();
+  const int status = tools::runProgram(
+      session, [&](tools::Command&) { throw raised; }, 1, arguments);
+  EXPECT_EQ(status, 3);
+  return testing::internal::GetCapturedStderr();
+}
+
+TEST(Termination, AnExceptionOfALibraryIsToldByItsFirstLine) {
+  EXPECT_EQ(toldOf(std::runtime_error("one line\nand another")), "program: one line\n");
+  EXPECT_EQ(toldOf(std::system_error(ENOTDIR, std::generic_category(), "looking\nfor it")),
+            "program: looking\n");
 }
 
 }  // namespace
