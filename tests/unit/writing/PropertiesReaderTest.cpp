@@ -246,6 +246,20 @@ TEST_F(PropertiesReader, WhatWasReadBeforeSuchAPropertyStaysAndTheNextAccessPars
   EXPECT_EQ(fFake.parses, 3);
 }
 
+TEST_F(PropertiesReader, WhatParsingRaisesIsToldWhereFinishingRaisesToo) {
+  struct Parsing {};
+  struct Finishing {};
+  struct Troubled final : support::FakeParser {
+    void parse(std::istream&) override { throw Parsing(); }
+    void finish() override { throw Finishing(); }
+  } troubled;
+  fParser = &troubled;
+  zipbytes::File old;
+  old.add(storedEntry("a", "alpha"), "alpha").add(storedEntry(kDocument, "<told/>"), "<told/>");
+  const Package package = open(old.bytes());
+  EXPECT_THROW(value(package), Parsing);
+}
+
 TEST_F(PropertiesReader, AnUnknownPropertyOfThePackageItselfIsSkipped) {
   const Package package = tell({"<pkgProperties", "<package", "<prop key=color", "red", ">prop",
                                 ">package", ">pkgProperties"});
