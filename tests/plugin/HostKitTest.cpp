@@ -100,6 +100,8 @@ TEST_F(HostKit, SaysWhyADocumentDoesNotOpen) {
   EXPECT_EQ(open(folder.path().string()), (Problem{"it is a folder", 31}));
   EXPECT_EQ(open(folder.write("text.qsnd", "no package")),
             (Problem{"not a sound document, or a damaged one", 31}));
+  ASSERT_EQ(mkfifo((folder / "pipe").c_str(), 0600), 0);
+  EXPECT_EQ(open((folder / "pipe").string()), (Problem{"it is not a regular file", 0}));
   EXPECT_EQ(open((folder / "\xFF.qsnd").string()),
             (Problem{"the file's name is not valid UTF-8", 0}));
 }
@@ -136,6 +138,16 @@ TEST_F(HostKit, OnlyFramesBelowTwoGigabytesAreReachable) {
   hostkit::Document sound(bundle, folder.write("long.qsnd", storedDocument(wave.bytes())));
   EXPECT_EQ(sound.info().frames, 0x3FFFFFFC);
   EXPECT_EQ(sound.reachableFrames(), 0x20000000);
+}
+
+TEST_F(HostKit, NoFrameIsOutOfReachWhereTheFormatOfTheSamplesIsUnknown) {
+  Wave wave;
+  wave.tag = 3;
+  wave.bits = 64;
+  wave.data = std::string(800, 'x');
+  hostkit::Document sound(bundle, folder.write("doubles.qsnd", storedDocument(wave.bytes())));
+  EXPECT_EQ(sound.info().frames, 100);
+  EXPECT_EQ(sound.reachableFrames(), 100);
 }
 
 }  // namespace

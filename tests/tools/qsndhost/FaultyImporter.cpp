@@ -1,6 +1,6 @@
 // An importer of text files such as "2 8000 1000 crash 25": channels, rate, frames, and what goes
-// wrong at which selector. Its audio counts up from 0 in steps of 1/1000. Before there is a
-// document, the environment tells what goes wrong.
+// wrong at which selector: a word of goWrong() or the result that it returns. Its audio counts up
+// from 0 in steps of 1/1000. Before there is a document, the environment tells what goes wrong.
 
 #include <csignal>
 #include <cstdlib>
@@ -10,6 +10,7 @@
 #include <stdexcept>
 #include <string>
 
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include "HostRecords.h"
@@ -32,24 +33,37 @@ Document gDocument;
   std::abort();
 }
 
-void goWrong(const std::string& fault) {
+// Writes to whatever connects its process with others.
+void spoil() {
+  const std::string bytes(64, '\xFF');
+  for (int descriptor = STDERR_FILENO + 1; descriptor < 64; ++descriptor) {
+    struct stat status {};
+    if (fstat(descriptor, &status) != 0 || !S_ISSOCK(status.st_mode)) continue;
+    (void)!write(descriptor, bytes.data(), bytes.size());
+  }
+}
+
+// The result that the selector has to return; 0 for its own.
+std::int32_t goWrong(const std::string& fault) {
   if (fault == "crash") die(SIGSEGV);
   if (fault == "divide") die(SIGFPE);
   if (fault == "exit") _exit(7);
   if (fault == "print") (void)!write(STDOUT_FILENO, "chatter\n", 8);
   if (fault == "slow") usleep(30000);
+  if (fault == "spoil") spoil();
   while (fault == "hang")
     pause();
+  return std::atoi(fault.c_str());
 }
 
-void consider(int selector) {
-  if (gDocument.selector == selector) goWrong(gDocument.fault);
+std::int32_t consider(int selector) {
+  if (gDocument.selector == selector) return goWrong(gDocument.fault);
   const char* const told = std::getenv("FAULTY_IMPORTER");
-  if (told == nullptr) return;
+  if (told == nullptr) return 0;
   std::istringstream words(told);
   std::string fault;
   int where = -1;
-  if (words >> fault >> where && where == selector) goWrong(fault);
+  return words >> fault >> where && where == selector ? goWrong(fault) : 0;
 }
 
 bool open(const imFileOpenRec8* record) {
@@ -88,7 +102,7 @@ extern "C" [[gnu::visibility("default")]] std::int32_t xImportEntry(int selector
     if (!open(static_cast<imFileOpenRec8*>(param2))) return 31;
     static_cast<imFileOpenRec8*>(param2)->privateData = &gDocument;
   }
-  consider(selector);
+  if (const std::int32_t result = consider(selector)) return result;
   switch (selector) {
     case 0:
       return 400;

@@ -143,6 +143,59 @@ TEST_F(Isolation, AudioComesOverAsItWasDelivered) {
   EXPECT_EQ(readSound(folder / "apart.wav").info.frames, 200000);
 }
 
+TEST_F(Isolation, AnImporterThatWritesToTheProgramItselfIsGivenUp) {
+  for (const char* const selector : {"39", "25"}) {
+    document("a.doc", std::string("spoil ") + selector);
+    expectFailure(runFaulty({"export", "a.doc", "a.wav"}), 3,
+                  "cannot export a.doc: the importer has damaged its process");
+  }
+  EXPECT_EQ(files(), std::vector<std::string>{"a.doc"});
+}
+
+// With it or without: what the importer returns is told in the same words.
+TEST_F(Isolation, AFailureThatAnImporterReturnsIsOneLine) {
+  const auto refuse = [&](const std::string& fault, const std::string& reason) {
+    document("a.doc", fault);
+    for (const char* const here : {"--quiet", "--no-isolate"}) {
+      expectFailure(runFaulty({here, "export", "a.doc", "a.wav"}), 3,
+                    "cannot export a.doc: " + reason);
+    }
+  };
+  refuse("31 39", "not a sound document, or a damaged one");
+  refuse("12 37", "the importer does not tell the layout");
+  refuse("1 25", "there is no audio at that position");
+  refuse("38 25", "the audio data ends too early");
+  refuse("-1 25", "the audio data cannot be read");
+  refuse("12 25", "the importer failed with result 12");
+  EXPECT_EQ(files(), std::vector<std::string>{"a.doc"});
+}
+
+TEST_F(Isolation, ALibraryThatDoesNotTakeTheFirstCallIsNoImporter) {
+  environment = {{"FAULTY_IMPORTER", "12 0"}};
+  for (const char* const here : {"--quiet", "--no-isolate"}) {
+    expectFailure(runFaulty({here, "formats"}), 3,
+                  std::string("cannot load ") + FAULTY_BUNDLE + ": the bundle is no importer");
+  }
+}
+
+TEST_F(Isolation, WithoutItAPipeIsNotWaitedForEither) {
+  ASSERT_EQ(mkfifo((folder / "pipe").c_str(), 0600), 0);
+  expectFailure(runFaulty({"--no-isolate", "info", "pipe"}), 3,
+                "cannot open pipe: it is not a regular file");
+}
+
+TEST_F(Isolation, ARateThatNoWAVFileCanHaveIsRefusedByExportAlone) {
+  for (const char* const rate : {"0", "0.5", "-8000", "4294967296"}) {
+    folder.write("a.doc", std::string("1 ") + rate + " 1000");
+    expectFailure(
+        runFaulty({"export", "a.doc", "a.wav"}), 3,
+        std::string("cannot export a.doc: a WAV file cannot have a rate of ") + rate + " Hz");
+    EXPECT_EQ(runFaulty({"info", "a.doc"}).status, 0);
+    EXPECT_EQ(runFaulty({"waveform", "a.doc", "a.png"}).status, 0);
+  }
+  EXPECT_EQ(files(), (std::vector<std::string>{"a.doc", "a.png"}));
+}
+
 TEST_F(Isolation, WithoutItTheImporterTakesTheProgramDown) {
   document("a.doc", "crash 25");
   EXPECT_EQ(runFaulty({"--no-isolate", "export", "a.doc", "a.wav"}).status, 128 + SIGSEGV);

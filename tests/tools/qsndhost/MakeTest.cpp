@@ -143,6 +143,8 @@ TEST_F(Make, WhatTheImporterCouldNotReadIsRefused) {
   write([](Wave& wave) { wave.dataSize = 0x80000000; });
   std::filesystem::resize_file(folder / "a.wav", 44 + 0x80000000ll);  // a hole, most of it
   refused("a.wav", "only audio of up to 2 GB can be imported");
+  folder.write("b.wav", chunk("RIFF", "WAVE" + chunk("fmt ", "abcd") + chunk("data", "abcd")));
+  refused("b.wav", "its format chunk is damaged");
   folder.write("b.wav", "RIFF" + little(4, 4) + "WAVE");
   refused("b.wav", "it does not tell the format of its samples");
   Wave wave;
