@@ -4,6 +4,10 @@
 #include <string>
 #include <vector>
 
+#include <pwd.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include "Program.h"
 #include "support/FullDisk.h"
 #include "support/ZipBytes.h"
@@ -106,6 +110,30 @@ TEST_F(Output, WithoutACacheFolderOfItsOwnThatOfTheHomeFolderIsNamed) {
   EXPECT_TRUE(std::filesystem::is_empty(folder / "home/.cache/TemporaryItems"));
 }
 
+// Root may write everywhere, so it steps back to somebody whose home folder is no place for a
+// cache.
+TEST_F(Output, WithoutAHomeFolderInTheEnvironmentThatOfTheUserIsNamed) {
+  constexpr uid_t kNobody = 65534;
+  const passwd* const nobody = getpwuid(kNobody);
+  if (geteuid() != 0 || nobody == nullptr) GTEST_SKIP() << "takes another user";
+  const auto home = std::filesystem::path(nobody->pw_dir);
+  if (std::filesystem::exists(home)) GTEST_SKIP() << home << " is there";
+  must({"make", "--deflate", "a.wav", "deflated.qsnd"});
+  // What nobody can write: the temporary file, and the counters of a build that counts what is
+  // reached (QCF_COVERAGE).
+  const support::TempDir elsewhere;
+  chmod(elsewhere.path().c_str(), 0777);
+  chmod(folder.path().c_str(), 0755);
+  environment = {{"TMPDIR", elsewhere.path().string()}, {"GCOV_PREFIX", elsewhere.path().string()}};
+  const auto finished = shell(
+      "exec env -u XDG_CACHE_HOME -u HOME setpriv --reuid=65534 --regid=65534 --clear-groups "
+      "\"$0\" export deflated.qsnd - | cat");
+  EXPECT_EQ(finished.err,
+            "qsndhost: cannot export deflated.qsnd: its audio cannot be inflated into "
+            "the cache folder " +
+                (home / ".cache").string() + ": No such file or directory\n");
+}
+
 TEST_F(Output, StoredAudioHasNothingToDoWithTheCacheFolder) {
   environment = {{"XDG_CACHE_HOME", (folder / "absent/cache").string()}};
   must({"export", "a.qsnd", "o.wav"});
@@ -188,6 +216,7 @@ const std::vector<Job> kJobs{
     {"exportInOneProcess", {"--no-isolate", "export", "../a.qsnd", "o.wav"}, "o.wav"},
     {"exportToAFolder", {"export", "--folder", ".", "../a.qsnd"}, "./a.wav"},
     {"waveform", {"waveform", "../a.qsnd", "o.png"}, "o.png"},
+    {"waveformInOneProcess", {"--no-isolate", "waveform", "../a.qsnd", "o.png"}, "o.png"},
     {"waveformSVG", {"waveform", "../a.qsnd", "o.svg"}, "o.svg"},
     {"make", {"make", "../a.wav", "o.qsnd"}, "o.qsnd"},
     {"makeDeflated", {"make", "--deflate", "../a.wav", "o.qsnd"}, "o.qsnd"}};
