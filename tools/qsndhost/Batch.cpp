@@ -28,11 +28,7 @@ void checkOutput(const Task& task, const std::string& verb) {
 }
 
 void makeFolder(const std::string& folder) {
-  std::error_code error = tools::makeFolder(folder);
-  std::error_code unknown;
-  if (!error && !fs::is_directory(folder, unknown))
-    error = unknown ? unknown : std::make_error_code(std::errc::not_a_directory);
-  if (error) {
+  if (const std::error_code error = tools::makeFolder(folder)) {
     throw tools::Failure(
         fmt::format("cannot make the folder {}: {}", tools::shown(folder), error.message()));
   }

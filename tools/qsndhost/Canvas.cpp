@@ -84,12 +84,11 @@ void Canvas::text(double x, double y, const std::string& text, Font font, Colour
 }
 
 std::string Canvas::fitting(const std::string& text, Font font, double width) {
-  if (widthOf(text, font) <= width) return text;
-  for (std::size_t size = text.size(); size > 3; --size) {
-    std::string cut = shortened(text, size - 1);
-    if (widthOf(cut, font) <= width) return cut;
-  }
-  return {};
+  constexpr std::size_t kEllipsis = 3;  // bytes
+  std::string cut = text;
+  for (std::size_t size = text.size(); size > kEllipsis && widthOf(cut, font) > width; --size)
+    cut = shortened(text, size - 1);
+  return cut;
 }
 
 void Canvas::clip(const Box& box) {

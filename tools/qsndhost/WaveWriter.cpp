@@ -50,9 +50,6 @@ public:
     return of(self).kept(lseek(of(self).fDescriptor, offset, whence));
   }
   static sf_count_t tell(void* self) { return seek(0, SEEK_CUR, self); }
-  static sf_count_t read(void* bytes, sf_count_t count, void* self) {
-    return of(self).kept(::read(of(self).fDescriptor, bytes, static_cast<std::size_t>(count)));
-  }
   static sf_count_t write(const void* bytes, sf_count_t count, void* self) {
     const auto* const begin = static_cast<const char*>(bytes);
     sf_count_t done = 0;
@@ -94,7 +91,7 @@ WaveWriter::WaveWriter(const tools::OutputFile& output, WaveFormat format, int c
   info.channels = channels;
   info.samplerate = sampleRate;
   info.format = (isLong ? SF_FORMAT_RF64 : SF_FORMAT_WAV) | subtypeOf(format);
-  SF_VIRTUAL_IO calls{Bytes::length, Bytes::seek, Bytes::read, Bytes::write, Bytes::tell};
+  SF_VIRTUAL_IO calls{Bytes::length, Bytes::seek, nullptr, Bytes::write, Bytes::tell};
   fFile.reset(sf_open_virtual(&calls, SFM_WRITE, &info, fBytes.get()));
   fBytes->check();
   if (fFile == nullptr) throw fOutput.failure(sf_strerror(nullptr));
