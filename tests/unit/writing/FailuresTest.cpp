@@ -203,4 +203,37 @@ TEST_F(Transaction, AFailureInTheQueueLeavesTheUpdateRunning) {
   EXPECT_EQ(fMemory.temporaryFiles(), 0);
 }
 
+// Files of it cannot be closed.
+class Unclosable : public support::FileSystemWrapper {
+public:
+  using FileSystemWrapper::FileSystemWrapper;
+  int closed = 0;
+  int deleted = 0;
+
+  void deleteTempFileByName(const FileName& name) override {
+    ++deleted;
+    FileSystemWrapper::deleteTempFileByName(name);
+  }
+
+protected:
+  void close(InnerFile& file) override {
+    ++closed;
+    file.close();
+    throw pkg::PackageIOException<>(pkg::PkgLib_Err_WritingFile);
+  }
+};
+
+using WithoutClosing = Writing;
+
+TEST_F(WithoutClosing, APackageThatGoesTakesItsTemporaryFilesAlong) {
+  Unclosable files{fMemory};
+  fFiles = &files;
+  Package package = open(zipbytes::File().add(storedEntry("a", "alpha"), "alpha").bytes());
+  const Stream stream = openForWriting(package, "a");
+  *stream << "new";
+  package.reset();
+  EXPECT_EQ(files.closed, 1);
+  EXPECT_EQ(files.deleted, 1);
+}
+
 }  // namespace
