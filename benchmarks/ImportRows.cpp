@@ -3,33 +3,15 @@
 #include <algorithm>
 #include <cstring>
 #include <filesystem>
-#include <fstream>
 #include <random>
 #include <stdexcept>
 
 #include <benchmark/benchmark.h>
 
-#include "support/TempDir.h"
-
-namespace {
-
-// As a program writes that uses stdio's buffer, and as the plain copy of a deflated entry is
-// written: the sizes of the writes decide in how large pieces a file lies in the page cache.
-void copyInPages(const std::string& from, const std::string& to) {
-  constexpr std::size_t kPage = 4096;
-  const std::string bytes = support::readFile(from);
-  std::ofstream out(to, std::ios::binary);
-  for (std::size_t at = 0; at < bytes.size(); at += kPage)
-    out.write(bytes.data() + at, static_cast<std::streamsize>(std::min(kPage, bytes.size() - at)));
-  if (!out.flush()) throw std::runtime_error("cannot write " + to);
-}
-
-}  // namespace
-
 void moveInMemory(const Files& files) {
   for (const std::string& path : {files.wave, files.stored, files.deflated}) {
     if (!std::filesystem::exists(path)) continue;
-    copyInPages(path, path + ".moved");
+    std::filesystem::copy_file(path, path + ".moved");
     std::filesystem::rename(path + ".moved", path);
   }
 }
