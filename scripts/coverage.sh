@@ -42,7 +42,7 @@ case ${1:-} in
 esac
 
 # What the packaging tests build are clients, and gone from where their counters say that they were.
-find build/coverage/tests/packaging -name '*.gcda' -delete
+find build/coverage -path '*/tests/packaging/*' -name '*.gcda' -delete
 
 status=0
 gcovr --root . --object-directory build/coverage -j "$(nproc)" "${folders[@]/#/--filter=}" \

@@ -32,7 +32,7 @@ protected:
   // The disk is seen by this process only.
   void SetUp() override {
     if (::unshare(CLONE_NEWNS) != 0 ||
-        ::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
+        ::mount("none", "/", "none", MS_REC | MS_PRIVATE, nullptr) != 0 ||
         ::mount("none", fDisk.path().c_str(), "tmpfs", 0, "size=128k") != 0) {
       GTEST_SKIP() << "may not mount a disk: " << std::strerror(errno);
     }
