@@ -68,8 +68,8 @@ struct Counts {
                                                        {Left::NoPackage, "no package"},
                                                        {Left::Mixture, "mixture"}};
     int all = 0;
-    for (const auto& [left, count] : counts.left) {
-      out << kWords.at(left) << " " << count << ", ";
+    for (const auto& [kind, count] : counts.left) {
+      out << kWords.at(kind) << " " << count << ", ";
       all += count;
     }
     return out << "read without an error " << counts.unnoticed << "; together " << all;
