@@ -138,22 +138,18 @@ void ZipPackage<Context>::doUNSAFEUpdateInPlace() {
 }
 
 // The bytes of unchanged entries stay where they are, and so do their offsets. What nobody has
-// asked for cannot have changed: it gets no entry object, and its record is the old one, which
-// writing leaves as it would be read again.
+// asked for cannot have changed, and gets no entry object.
 template <class Context>
 void ZipPackage<Context>::keepOldRecords() {
   const ZpCentralDir<Context>& old = centralDir();
   for (const std::size_t at : old.firstOfEachName()) {
     const Record& record = old.fEntries[at];
     const auto known = fEntries.find(record->getPath());
-    if (known == fEntries.end()) {
-      fOutCentralDir->append(record);
-      continue;
-    }
-    ZipPkgEntry<Context>* const entry = zipEntry(known->second);
-    if (entry->fDeleted || entry->fModified) continue;
-    entry->fWriteCentral = boost::make_shared<ZpCentralDirEntry<Context>>(*record);
-    fOutCentralDir->append(entry->fWriteCentral);
+    ZipPkgEntry<Context>* const entry = known == fEntries.end() ? nullptr : zipEntry(known->second);
+    if (entry != nullptr && (entry->fDeleted || entry->fModified)) continue;
+    const auto copy = boost::make_shared<ZpCentralDirEntry<Context>>(*record);
+    fOutCentralDir->append(copy);
+    if (entry != nullptr) entry->fWriteCentral = copy;
   }
 }
 
