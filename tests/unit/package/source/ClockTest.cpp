@@ -86,6 +86,33 @@ TEST_F(DosClock, SummerTimeCounts) {
   EXPECT_EQ(at(961027200), dostime(2000, 6, 15, 1, 0, 0));
 }
 
+// What localtime() says of a moment in the zone of the system.
+pkg::zip::DOSTime inSystemZone(std::time_t when) {
+  ::unsetenv("TZ");
+  const std::tm local = *std::localtime(&when);
+  return dostime(local.tm_year + 1900, local.tm_mon + 1, local.tm_mday, local.tm_hour, local.tm_min,
+                 local.tm_sec);
+}
+
+TEST_F(DosClock, WithoutAZoneNamedEachMomentIsThatOfTheSystemsZone) {
+  for (const std::time_t when :
+       {k2000, k2000, k2000 + 2, k2000, k1980, std::time_t{0}, k2000 + 4}) {
+    EXPECT_EQ(at(when), inSystemZone(when)) << when;
+  }
+  EXPECT_EQ(at(k2000 + 3), inSystemZone(k2000 + 4));
+}
+
+TEST_F(DosClock, AZoneThatIsNamedOrTakenBackWithinAMomentCountsAtOnce) {
+  const pkg::zip::DOSTime systems = inSystemZone(k2000);
+  EXPECT_EQ(at(k2000), systems);
+  setZone("IST-5:30");
+  EXPECT_EQ(at(k2000), dostime(2000, 1, 1, 5, 30, 0));
+  setZone("PST8");
+  EXPECT_EQ(at(k2000), dostime(1999, 12, 31, 16, 0, 0));
+  ::unsetenv("TZ");
+  EXPECT_EQ(at(k2000), systems);
+}
+
 TEST_F(DosClock, AMomentThatNoCalendarHoldsIsTheEarliest) {
   if (sizeof(std::time_t) < 8) GTEST_SKIP() << "every moment of this system has a year";
   EXPECT_EQ(at(static_cast<std::time_t>(std::int64_t{1} << 60)), 0x00150000u);

@@ -1,6 +1,9 @@
 #include "package/source/ZipImpl.h"
 
+#include <atomic>
 #include <cstddef>
+#include <cstdint>
+#include <cstdlib>
 #include <cstring>
 #include <ctime>
 
@@ -230,14 +233,35 @@ DOSTime dostime(int year, int month, int day, int hour, int minute, int second) 
   return date << 16 | static_cast<std::uint16_t>(time);
 }
 
-DOSTime getDOSTime() {
-  const std::time_t rounded = (std::time(nullptr) + 1) & ~static_cast<std::time_t>(1);
+namespace {
+
+// The last moment in the system's own zone: half the seconds since 1970, which 32 bits hold for 272
+// years, and in the lower half what they came to, which is never 0.
+std::atomic<std::uint64_t> gLastConverted{0};
+
+DOSTime inLocalTime(std::time_t when) {
   // What localtime() does, but for its result, which all threads share.
   std::tm local{};
   tzset();
-  if (localtime_r(&rounded, &local) == nullptr) return _dosTimeMin;
+  if (localtime_r(&when, &local) == nullptr) return _dosTimeMin;
   return dostime(local.tm_year + 1900, local.tm_mon + 1, local.tm_mday, local.tm_hour, local.tm_min,
                  local.tm_sec);
+}
+
+}  // namespace
+
+// Each conversion looks at the file of the system's zone: one is enough for two seconds. A zone
+// that TZ names holds at once.
+DOSTime getDOSTime() {
+  const std::time_t rounded = (std::time(nullptr) + 1) & ~static_cast<std::time_t>(1);
+  if (std::getenv("TZ") != nullptr) return inLocalTime(rounded);
+
+  const auto moment = static_cast<std::uint32_t>(rounded / 2);
+  const std::uint64_t last = gLastConverted.load(std::memory_order_relaxed);
+  if (last >> 32 == moment && static_cast<DOSTime>(last) != 0) return static_cast<DOSTime>(last);
+  const DOSTime time = inLocalTime(rounded);
+  gLastConverted.store(static_cast<std::uint64_t>(moment) << 32 | time, std::memory_order_relaxed);
+  return time;
 }
 
 }  // namespace pkg::zip
