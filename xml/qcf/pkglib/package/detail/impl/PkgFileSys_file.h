@@ -31,15 +31,16 @@ void BasePkgFSFile<Context>::close() {
   fIsOpen = false;
 }
 
-// glibc serves a large read from what it holds, and the rest with two calls of the system: one is
-// enough when it holds nothing.
+// glibc serves a large read from what it holds, and the rest with two calls of the system: for whole
+// blocks one is enough when it holds nothing.
 template <class Context>
 int BasePkgFSFile<Context>::read(void* buffer, int size) {
   constexpr int kBlock = 4096;  // of that buffer
   constexpr int kLarge = 4 * kBlock;
   turnTo(Transfer::Read);
-  if (fReadAhead && size >= kLarge) emptyBuffer();
-  fReadAhead = fReadAhead || size % kBlock != 0;
+  const bool whole = size % kBlock == 0;
+  if (fReadAhead && whole && size >= kLarge) emptyBuffer();
+  fReadAhead = fReadAhead || !whole;
   const std::size_t count = std::fread(buffer, 1, static_cast<std::size_t>(size), stream());
   if (count == 0 && std::ferror(fStream)) throwSystemError(errno);
   return static_cast<int>(count);
