@@ -1,6 +1,8 @@
 #include <algorithm>
 #include <cmath>
+#include <cstdint>
 #include <cstring>
+#include <random>
 #include <set>
 #include <string>
 #include <vector>
@@ -135,6 +137,28 @@ TEST(SampleFormats, BigEndianFloatsAreSwappedAlsoWhereTheyWereStored) {
   findSampleFormat(11).converter(raw.data(), samples.data(), 2);
   EXPECT_EQ(samples, (std::vector<float>{0.5f, -0.25f}));
   EXPECT_EQ(raw, std::string("\x00\x00\x00\x3F\x00\x00\x80\xBE", 8));
+}
+
+TEST(SampleFormats, BigEndianFloatsOfEveryLengthAndAlignmentAreSwapped) {
+  std::mt19937 random(11);
+  for (std::size_t count = 0; count <= 70; ++count) {
+    for (std::size_t shift = 0; shift < 64; ++shift) {
+      std::vector<std::uint32_t> words(count);
+      alignas(64) char raw[64 + 4 * 70 + 1];
+      std::memset(raw, '\x77', sizeof raw);
+      for (std::size_t i = 0; i < count; ++i) {
+        words[i] = static_cast<std::uint32_t>(random());
+        for (std::size_t byte = 0; byte < 4; ++byte)
+          raw[shift + 4 * i + byte] = static_cast<char>(words[i] >> (24 - 8 * byte));
+      }
+      std::vector<float> samples(count);
+      findSampleFormat(11).converter(raw + shift, samples.data(), count);
+      for (std::size_t i = 0; i < count; ++i)
+        ASSERT_EQ(bitsOf(samples[i]), words[i]) << count << " at " << shift;
+      ASSERT_EQ(raw[shift + 4 * count], '\x77') << count << " at " << shift;
+      ASSERT_TRUE(shift == 0 || raw[shift - 1] == '\x77') << count << " at " << shift;
+    }
+  }
 }
 
 TEST(SampleFormats, OtherNumbersHaveNoConversion) {
