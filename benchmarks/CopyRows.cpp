@@ -86,15 +86,6 @@ std::vector<turns::Contender> savers(const Shape& shape) {
   return all;
 }
 
-void appendOurs(const std::string& path, const std::string& name) {
-  const auto package = openPackage(path, std::ios::in | std::ios::out);
-  const auto stream = package->getFile(name, false)->open(std::ios::out, false);
-  stream->write(content(1), 1024);
-  stream->close();
-  package->doUNSAFEUpdateInPlace();
-  package->close();
-}
-
 void appendLibzip(const std::string& path, const std::string& name) {
   zip_t* const archive = zip_open(path.c_str(), 0, nullptr);
   require(archive != nullptr, "libzip cannot open");
@@ -113,21 +104,6 @@ void appendMinizip(const std::string& path, const std::string& name) {
   require(zipClose(file, nullptr) == ZIP_OK, "minizip cannot close");
 }
 
-// What every contender that deflates in process has to do, with the library's memory level.
-void deflateAlone() {
-  z_stream z{};
-  require(deflateInit2(&z, Z_DEFAULT_COMPRESSION, Z_DEFLATED, -MAX_WBITS, MAX_MEM_LEVEL,
-                       Z_DEFAULT_STRATEGY) == Z_OK,
-          "deflate cannot begin");
-  Bytef out[4096];
-  z.next_in = reinterpret_cast<Bytef*>(const_cast<char*>(content(1)));
-  z.avail_in = 1024;
-  z.next_out = out;
-  z.avail_out = sizeof out;
-  require(deflate(&z, Z_FINISH) == Z_STREAM_END, "deflate cannot end");
-  deflateEnd(&z);
-}
-
 // Who leaves the old data where it is, and who writes the file anew. The former are so much faster
 // that they have a row of their own, with many rounds.
 enum class Appending { Only, OrRewriting };
@@ -138,16 +114,18 @@ class Appenders {
 public:
   Appenders(const Shape& shape, Appending appending) {
     turns::apart([&] { createPackage(path("old"), shape); });
-    enlist("package", appendOurs);
+    enlist("package", appendToPackage);
     if (appending == Appending::Only) {
       enlistAppending();
     } else {
       enlistRewriting();
     }
-    for (std::size_t who = 1; who < all.size(); ++who)
-      turns::apart([&] { requireSameEntries(path("package"), path(all[who].who)); });
+    for (const turns::Contender& one : all)
+      turns::apart([&] { requireSameEntries(path("package"), path(one.who)); });
     std::filesystem::remove(path("old"));
-    if (appending == Appending::Only) all.push_back({"deflate alone", deflateAlone, {}, true});
+    if (appending == Appending::Only) {
+      all.push_back({kDeflateAlone, [] { deflateAlone({1, 1, 1024, true}, 1); }, {}, true});
+    }
   }
 
   std::vector<turns::Contender> all;

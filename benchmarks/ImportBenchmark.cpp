@@ -95,7 +95,9 @@ void addWholeRow(const char* name, const Format& format, const std::string& docu
   turns::add({std::string("open, import, close, ") + name + ", " + format.name,
               [=] {
                 moveInMemory(files);
-                return wholes(waysTo(document, files), frontToBack(4096), format.channels);
+                const Ways ways = waysTo(document, files);
+                requireSameAnswers(ways, frontToBack(4096), format.channels);
+                return wholes(ways, frontToBack(4096), format.channels);
               },
               turns::Place::OwnProcess});
 }

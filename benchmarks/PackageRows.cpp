@@ -6,6 +6,9 @@
 #include <tuple>
 
 #include <zip.h>
+#include <zlib.h>
+
+#include <benchmark/benchmark.h>
 
 #include "package/QCFPackage.h"
 
@@ -70,6 +73,15 @@ void savePackage(const std::string& from, const std::string& to) {
   package->close();
 }
 
+void appendToPackage(const std::string& path, const std::string& name) {
+  const auto package = openPackage(path, std::ios::in | std::ios::out);
+  const auto stream = package->getFile(name, false)->open(std::ios::out, false);
+  stream->write(content(1), 1024);
+  stream->close();
+  package->doUNSAFEUpdateInPlace();
+  package->close();
+}
+
 void readPackage(const std::string& path,
                  const std::function<void(const char* bytes, std::size_t size)>& take) {
   const auto package = openPackage(path, std::ios::in);
@@ -84,6 +96,29 @@ void readPackage(const std::string& path,
     }
   }
   package->close();
+}
+
+void deflateAlone(const Shape& shape, std::size_t entry) {
+  z_stream z{};
+  require(deflateInit2(&z, Z_DEFAULT_COMPRESSION, Z_DEFLATED, -MAX_WBITS, MAX_MEM_LEVEL,
+                       Z_DEFAULT_STRATEGY) == Z_OK,
+          "deflate cannot begin");
+  Bytef out[4096];
+  uLong crc = crc32(0, nullptr, 0);
+  for (std::size_t block = 0; block <= shape.blocks; ++block) {
+    const bool last = block == shape.blocks;
+    const auto* const in = reinterpret_cast<const Bytef*>(content(entry + block));
+    z.next_in = const_cast<Bytef*>(in);
+    z.avail_in = last ? 0 : static_cast<uInt>(shape.blockSize);
+    if (!last) crc = crc32(crc, in, z.avail_in);
+    do {
+      z.next_out = out;
+      z.avail_out = sizeof out;
+      deflate(&z, last ? Z_FINISH : Z_NO_FLUSH);
+    } while (z.avail_out == 0);
+  }
+  benchmark::DoNotOptimize(crc);
+  deflateEnd(&z);
 }
 
 void require(bool holds, const std::string& what) {

@@ -40,6 +40,14 @@ void createPackage(const std::string& path, const Shape& shape);
 // Makes another package of what an unchanged one holds.
 void savePackage(const std::string& from, const std::string& to);
 
+// Appends content(1), 1,024 bytes of it, deflated, with the library under test.
+void appendToPackage(const std::string& path, const std::string& name);
+
+// What deflating an entry from memory takes at least: with the level, the memory level and the
+// 4,096 bytes of output of the library, and the checksum; nothing is written.
+inline constexpr const char* kDeflateAlone = "deflate and crc32 alone";
+void deflateAlone(const Shape& shape, std::size_t entry);
+
 // Reads every entry from its start to its end with the library under test, 32,768 bytes at a time,
 // and hands what comes to `take`.
 void readPackage(const std::string& path,

@@ -9,6 +9,8 @@
 #include <filesystem>
 #include <map>
 #include <memory>
+#include <ostream>
+#include <streambuf>
 #include <string>
 #include <string_view>
 #include <tuple>
@@ -99,6 +101,7 @@ using Records = std::vector<std::shared_ptr<Record>>;
 void setToNow(Fields& fields) {
   const std::time_t now = std::time(nullptr);
   std::tm local{};
+  tzset();
   require(localtime_r(&now, &local) != nullptr, "no local time");
   fields.time =
       static_cast<std::uint16_t>(local.tm_hour << 11 | local.tm_min << 5 | local.tm_sec / 2);
@@ -106,8 +109,8 @@ void setToNow(Fields& fields) {
                                            local.tm_mday);
 }
 
-// An entry that is being written where the file stands.
-class Entry {
+// An entry that is being written where the file stands: behind the stream that a client is given.
+class Entry : public std::streambuf {
 public:
   Entry(std::FILE* file, const std::string& name, bool deflate) : fFile(file), fDeflate(deflate) {
     fRecord.name = name;
@@ -123,20 +126,6 @@ public:
             "deflate cannot begin");
   }
 
-  void add(const char* bytes, std::size_t count) {
-    const auto* const in = reinterpret_cast<const Bytef*>(bytes);
-    fFields.crc = static_cast<std::uint32_t>(crc32(fFields.crc, in, static_cast<uInt>(count)));
-    fFields.size += static_cast<std::uint32_t>(count);
-    if (!fDeflate) {
-      write(fFile, bytes, count);
-      fFields.storedSize += static_cast<std::uint32_t>(count);
-      return;
-    }
-    fDeflater.next_in = const_cast<Bytef*>(in);
-    fDeflater.avail_in = static_cast<uInt>(count);
-    deflateAs(Z_NO_FLUSH);
-  }
-
   // Puts sizes and checksum into the header, and returns the record for the directory.
   std::shared_ptr<Record> finish() {
     if (fDeflate) {
@@ -149,6 +138,23 @@ public:
     fseeko(fFile, end, SEEK_SET);
     fRecord.header.fields = fFields;
     return std::make_shared<Record>(std::move(fRecord));
+  }
+
+protected:
+  std::streamsize xsputn(const char* bytes, std::streamsize size) override {
+    const auto* const in = reinterpret_cast<const Bytef*>(bytes);
+    const auto count = static_cast<uInt>(size);
+    fFields.crc = static_cast<std::uint32_t>(crc32(fFields.crc, in, count));
+    fFields.size += count;
+    if (!fDeflate) {
+      write(fFile, bytes, count);
+      fFields.storedSize += count;
+      return size;
+    }
+    fDeflater.next_in = const_cast<Bytef*>(in);
+    fDeflater.avail_in = count;
+    deflateAs(Z_NO_FLUSH);
+    return size;
   }
 
 private:
@@ -225,49 +231,62 @@ Records readDirectory(std::FILE* file) {
   return records;
 }
 
-// A record of the directory in a single block, the name behind it, as small as can be.
-class SmallRecord {
-public:
-  explicit SmallRecord(std::FILE* file) {
-    CentralHeader header;
+// What a package keeps of a record for good, in as few and as small blocks as can be.
+struct KeptRecord {
+  explicit KeptRecord(std::FILE* file) {
     read(file, &header, sizeof header);
-    const std::size_t rest =
-        std::size_t{header.fields.nameSize} + header.fields.extraSize + header.commentSize;
-    fBytes.reset(new char[sizeof header + rest]);
-    std::memcpy(fBytes.get(), &header, sizeof header);
-    read(file, fBytes.get() + sizeof header, rest);
+    const Fields& fields = header.fields;
+    name = text(file, fields.nameSize);
+    if (fields.extraSize != 0) extra = text(file, fields.extraSize);
+    if (header.commentSize != 0) comment = text(file, header.commentSize);
+    size = fields.size;
+    storedSize = fields.storedSize;
+    offset = header.offset;
   }
-  CentralHeader header() const {
-    CentralHeader header;
-    std::memcpy(&header, fBytes.get(), sizeof header);
-    return header;
-  }
-  std::string_view name() const {
-    return {fBytes.get() + sizeof(CentralHeader), header().fields.nameSize};
+  static std::unique_ptr<char[]> text(std::FILE* file, std::size_t count) {
+    std::unique_ptr<char[]> bytes(new char[count + 1]);
+    read(file, bytes.get(), count);
+    bytes[count] = '\0';
+    return bytes;
   }
 
-private:
-  std::unique_ptr<char[]> fBytes;
+  CentralHeader header;
+  std::unique_ptr<char[]> name;  // each ends with a NUL
+  std::unique_ptr<char[]> extra;
+  std::unique_ptr<char[]> comment;
+  std::uint64_t size;
+  std::uint64_t storedSize;
+  std::uint64_t offset;
 };
 
-// What a client is given of an entry: has an owner, and something virtual.
-class SmallEntry {
+// What a client is given of an entry, and keeps beyond the package if it likes.
+class KeptEntry {
 public:
-  SmallEntry(std::FILE* file, const SmallRecord* record) : fRecord(record) {
-    const auto start = static_cast<off_t>(record->header().offset);
+  KeptEntry(std::FILE* file, const std::shared_ptr<KeptRecord>& record)
+      : fName(record->name.get()), fOld(record) {
+    const auto start = static_cast<off_t>(record->offset);
     LocalHeader header;
     fseeko(file, start, SEEK_SET);
     read(file, &header, sizeof header);
     fDataStart = start + static_cast<off_t>(sizeof header) + header.fields.nameSize +
                  header.fields.extraSize;
+    fSize = record->size;
+    fCRC = record->header.fields.crc;
   }
-  virtual ~SmallEntry() = default;
-  virtual std::string_view name() const { return fRecord->name(); }
-  virtual std::uint32_t size() const { return fRecord->header().fields.size; }
+  virtual ~KeptEntry() = default;
+  virtual const std::string& name() const { return fName; }
+  virtual std::uint32_t size() const { return static_cast<std::uint32_t>(fSize); }
 
 private:
-  const SmallRecord* fRecord;
+  std::string fName;
+  std::shared_ptr<KeptRecord> fOld;
+  std::shared_ptr<KeptRecord> fNew;  // in an update
+  std::unique_ptr<LocalHeader> fNewHeader;
+  std::unique_ptr<std::string> fTemporaryFile;
+  std::unique_ptr<std::vector<void*>> fStreams;
   off_t fDataStart;
+  std::uint64_t fSize;
+  std::uint32_t fCRC;
 };
 
 // The records for the new directory, with the time that goes by an entry's name.
@@ -296,22 +315,25 @@ void createPlainZip(const std::string& path, const Shape& shape) {
   keepHeap();
   const File file = openFile(path, "w+b");
   Records records;
+  std::map<std::string_view, const Record*> byName;
   for (std::size_t number = 0; number < shape.entries; ++number) {
-    Entry entry(file.get(), shape.name(number), shape.deflate);
+    const auto entry = std::make_unique<Entry>(file.get(), shape.name(number), shape.deflate);
+    std::ostream stream(entry.get());
     for (std::size_t block = 0; block < shape.blocks; ++block)
-      entry.add(content(number + block), shape.blockSize);
-    records.push_back(entry.finish());
+      stream.write(content(number + block), static_cast<std::streamsize>(shape.blockSize));
+    records.push_back(entry->finish());
+    const Record* const record = records.back().get();
+    require(byName.emplace(record->name, record).second, "the name is taken");
   }
   writeDirectory(file.get(), records);
 }
 
 void appendPlainZip(const std::string& path, const std::string& name) {
+  keepHeap();
   const File file = openFile(path, "r+b");
   const Records old = readDirectory(file.get());
-  std::map<std::string_view, const Record*> byName;
-  for (const auto& record : old)
-    byName.emplace(record->name, record.get());
-  require(byName.count(name) == 0, "the name is taken");
+  require(std::none_of(old.begin(), old.end(), [&](const auto& one) { return one->name == name; }),
+          "the name is taken");
 
   const std::string spool = temporaryFolder() + name;
   write(openFile(spool, "w+bx").get(), content(1), 1024);
@@ -325,10 +347,10 @@ void appendPlainZip(const std::string& path, const std::string& name) {
     off_t left = ftello(data.get());
     fseeko(data.get(), 0, SEEK_SET);
     for (char piece[kPiece]; left > 0;) {
-      const auto count = static_cast<std::size_t>(std::min<off_t>(left, kPiece));
-      read(data.get(), piece, count);
-      entry.add(piece, count);
-      left -= static_cast<off_t>(count);
+      const off_t count = std::min<off_t>(left, kPiece);
+      read(data.get(), piece, static_cast<std::size_t>(count));
+      entry.sputn(piece, count);
+      left -= count;
     }
   }
   std::remove(spool.c_str());
@@ -339,14 +361,14 @@ void appendPlainZip(const std::string& path, const std::string& name) {
 void walkPlainZip(const std::string& path, const Found& found) {
   const File file = openFile(path, "rb");
   const EndRecord end = findDirectory(file.get());
-  std::vector<SmallRecord> records;
+  std::vector<std::shared_ptr<KeptRecord>> records;
   records.reserve(end.entries);
-  std::map<std::string_view, std::shared_ptr<SmallEntry>> entries;
   for (std::size_t number = 0; number < end.entries; ++number)
-    entries[records.emplace_back(file.get()).name()] = nullptr;
-  for (const SmallRecord& record : records) {
-    std::shared_ptr<SmallEntry>& entry = entries[record.name()];
-    entry = std::make_shared<SmallEntry>(file.get(), &record);
+    records.push_back(std::make_shared<KeptRecord>(file.get()));
+  std::map<std::string, std::shared_ptr<KeptEntry>> entries;
+  for (const auto& record : records) {
+    std::shared_ptr<KeptEntry>& entry = entries[record->name.get()];
+    entry = std::make_shared<KeptEntry>(file.get(), record);
     found(entry->name(), entry->size());
   }
 }

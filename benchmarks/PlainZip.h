@@ -11,8 +11,8 @@
 // library in them, under the same terms: local time, the memory level of its deflate, a state for
 // each entry, blocks of 4,096 bytes, and sizes and checksum that come into the header behind the
 // data. An append has a temporary file for the new data in a folder that it looks for, a directory
-// read record by record into objects, their names in a map, an old directory that is cut off first,
-// and a new one of copies, each with the time that goes by its name. No Zip64. Raise
+// read record by record into objects, the new name sought among theirs, an old directory that is
+// cut off first, and a new one of copies, each with the time that goes by its name. No Zip64. Raise
 // std::runtime_error when a file cannot be opened.
 
 inline constexpr const char* kPlainZip = "zlib and stdio";
@@ -28,6 +28,7 @@ void appendPlainZip(const std::string& path, const std::string& name);
 
 using Found = std::function<void(std::string_view name, std::uint32_t size)>;
 
-// Opens and walks with local headers read, and keeps until it returns what a package has to, as
-// small as can be: a record of each entry, an object of each entry, and a map of them by name.
+// Opens and walks with local headers read, and keeps until it returns what the library's packages
+// keep, in as few blocks as can be: the fields of each record with 64-bit sizes and its texts, an
+// object of each entry with its name and what it needs in an update, and a map of these by name.
 void walkPlainZip(const std::string& path, const Found& found);

@@ -94,28 +94,15 @@ Work create(const Arguments& of) {
 }
 
 Work save(const Arguments& of) {
-  const auto run = [=] {
-    const auto package = openPackage(of[0], std::ios::in);
-    package->saveAs(of[1], kNewPackage);
-    package->close();
-  };
-  return {run, removing(of[1])};
+  return {[=] { savePackage(of[0], of[1]); }, removing(of[1])};
 }
 
 // Appends to a copy of the package.
 Work append(const Arguments& of) {
-  const auto run = [=] {
-    const auto package = openPackage(of[1], std::ios::in | std::ios::out);
-    const auto stream = package->getFile("appended", false)->open(std::ios::out, false);
-    stream->write(content(0), 1024);
-    stream->close();
-    package->doUNSAFEUpdateInPlace();
-    package->close();
-  };
   const auto copy = [=] {
     std::filesystem::copy_file(of[0], of[1], std::filesystem::copy_options::overwrite_existing);
   };
-  return {run, copy};
+  return {[=] { appendToPackage(of[1], "appended"); }, copy};
 }
 
 Work readEntry(const Arguments& of) {

@@ -9,6 +9,7 @@ struct Target {
   double factor;
 };
 
+// A prototype has one where another goal of the same work cannot be met.
 constexpr Target kTargets[] = {
     {"import front to back, stored, 8 bit", "libsndfile", 2.5},
     {"import front to back, stored, 16 bit", "libsndfile", 2.2},
@@ -16,12 +17,13 @@ constexpr Target kTargets[] = {
     {"import front to back, stored, 24 bit", "libsndfile", 2.2},
     {"import front to back, stored, float", "libsndfile", 1.2},
     {"import front to back, stored", "libav", 1.0},
-    {"import front to back, stored", "stdio and conversion", 0.9},
+    {"import front to back, stored, float", "stdio and conversion", 0.9},
     {"random stretches, stored, 8 bit", "libsndfile", 2.0},
     {"random stretches, stored, 16 bit", "libsndfile", 1.8},
     {"random stretches, stored, 24 bit, 8 channels", "libsndfile", 1.9},
     {"random stretches, stored, 24 bit", "libsndfile", 1.6},
     {"random stretches, stored, float", "libsndfile", 1.4},
+    {"random stretches, stored, 24 bit, 8 channels", "stdio and conversion", 0},
     {"random stretches, stored", "stdio and conversion", 0.9},
     {"entry front to back, deflated", "inflate alone", 0.95},
     {"entry front to back, deflated", "inflate behind stdio", 0.9},
@@ -38,7 +40,7 @@ constexpr Target kTargets[] = {
     {"open and walk", "libzip", 1 / 1.6},
     {"open ", "libzip", 1.0},
     {"create 500 MB deflated", "deflate and crc32 alone", 0.97},
-    {"create", "zlib and stdio", 0.9},
+    {"create 25 MB deflated", "deflate and crc32 alone", 0.97},
     {"create", "libzip", 1.0},
     {"create", "minizip", 1.0},
     {"create", "libarchive", 1.0},

@@ -12,8 +12,10 @@ const char* verdict(bool met) {
   return met ? "met" : "**missed**";
 }
 
-const char* boolean(bool value) {
-  return value ? "true" : "false";
+// In JSON, null where nothing was asked.
+const char* answer(bool asked, bool met) {
+  if (!asked) return "null";
+  return met ? "true" : "false";
 }
 
 void speedAsMarkdown(std::ostream& out, const std::vector<Line>& lines) {
@@ -96,19 +98,23 @@ std::string Table::json() const {
         << "\", \"ours_ms\": " << line.ours << ", \"theirs_ms\": " << line.theirs
         << ", \"ratio\": " << line.ratio << ", \"low\": " << line.low << ", \"high\": " << line.high
         << ", \"wall_ratio\": " << line.wallRatio << ", \"target\": " << line.target
-        << ", \"met\": " << boolean(line.met());
+        << ", \"met\": " << answer(line.target != 0, line.met());
   });
   out << ",\n";
   array(out, "memory", memory, [&](const MemoryLine& line) {
     out << "\"work\": \"" << line.row << "\", \"ours_kib\": " << line.ours << ", \"leanest\": \""
         << line.leanest << "\", \"theirs_kib\": " << line.theirs
-        << ", \"met\": " << boolean(line.met());
+        << ", \"met\": " << answer(true, line.met());
   });
   out << ",\n";
   array(out, "facts", facts, [&](const FactLine& fact) {
     out << "\"name\": \"" << fact.name << "\", \"value\": " << fact.value
-        << ", \"at_most\": " << fact.atMost << ", \"met\": " << boolean(fact.met());
+        << ", \"at_most\": " << fact.atMost
+        << ", \"met\": " << answer(fact.atMost != 0, fact.met());
   });
+  out << ",\n";
+  array(out, "failures", failures,
+        [&](const Failure& failure) { out << "\"name\": \"" << failure.name << "\""; });
   out << "\n}\n";
   return out.str();
 }

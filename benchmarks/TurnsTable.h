@@ -17,7 +17,7 @@ struct Line {
   double high;
   double wallRatio;  // as the clock on the wall tells it, median
   double target;     // 0: none
-  bool met() const { return target == 0 || ratio >= target; }
+  bool met() const { return ratio >= target; }
 };
 
 struct MemoryLine {
@@ -32,7 +32,7 @@ struct FactLine {
   std::string name;
   double value;
   double atMost;  // 0: none
-  bool met() const { return atMost == 0 || value <= atMost; }
+  bool met() const { return value <= atMost; }
 };
 
 struct Failure {

@@ -77,9 +77,11 @@ fi
 # The other processors work throughout, and always at the same: a contender slows down by up to a half where its neighbour
 # computes, so that whatever else comes and goes on the machine would change the ratios. For that, they and the benchmarks
 # go ahead of everybody else where that is allowed.
-for ((i = 1; i < $(nproc); ++i)); do
-  nice --adjustment=-20 gzip </dev/urandom &>/dev/null &
-done
+if [[ -z ${quick[*]} ]]; then
+  for ((i = 1; i < $(nproc); ++i)); do
+    nice --adjustment=-20 gzip </dev/urandom &>/dev/null &
+  done
+fi
 
 # run NAME: its own account goes to a file, and is shown where it fails.
 run() {
