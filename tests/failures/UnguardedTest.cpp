@@ -1,3 +1,4 @@
+#include <memory>
 #include <string>
 
 #include <gtest/gtest.h>
@@ -90,6 +91,30 @@ TEST_F(UnguardedDeathTest, AnIteratorOnTheLastEntryLeadsBehindTheRecordsWhenOneI
   iterator->increment();
   package->getFile("a", true)->remove();
   EXPECT_DEATH(iterator->increment(), "0xbebebebe|AddressSanitizer");  // nobody has written there
+}
+
+TEST_F(UnguardedDeathTest, AnEntryFollowsItsPackageIntoFreedMemory) {
+  Package package = open(packageOfTwo());
+  const auto entry = package->getFile("a", true);
+  package.reset();
+  EXPECT_DEATH(entry->open(kIn, false), "heap-use-after-free");
+}
+
+TEST_F(UnguardedDeathTest, AnIteratorFollowsItsPackageIntoFreedMemory) {
+  Package package = open(packageOfTwo());
+  boost::shared_ptr<pkg::IPkgEntryIteratorImpl<>> iterator;
+  package->initIterator(iterator, {}, "");
+  package.reset();
+  EXPECT_DEATH(iterator->increment(), "heap-use-after-free");
+}
+
+TEST_F(UnguardedDeathTest, APackageFollowsThePoliciesThatItWasGivenIntoFreedMemory) {
+  auto policies = std::make_unique<golden::PolicyAnswers>();
+  fMemory.put("old", packageOfTwo());
+  const Package package =
+      pkg::QCFPackageFactory().openPackage("old", kIn, &fMemory, policies.get(), nullptr);
+  policies.reset();
+  EXPECT_DEATH(package->getPolicy(pkg::IPkgPolicies::PolicyCRC), "heap-use-after-free");
 }
 #endif
 

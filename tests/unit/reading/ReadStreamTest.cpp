@@ -97,6 +97,24 @@ TEST(ReadStream, ChecksNeitherCRCNorLength) {
   EXPECT_EQ("deflated", contents(package, "b"));
 }
 
+// What was inflated or read is all there is, whatever the record says.
+TEST(ReadStream, OfAnEntryWhoseRecordLiesAboutItsSizeGivesAllThereIsWithoutAnError) {
+  for (const std::uint32_t size : {0u, 3u, 100u}) {
+    zipbytes::Entry stored = storedEntry("a", "data");
+    stored.size = size;
+    zipbytes::Entry inflated = zipbytes::deflatedEntry("b", "data", deflated("data"));
+    inflated.size = size;
+    zipbytes::File file;
+    const MemoryPackage package(file.add(stored, "data").add(inflated, deflated("data")).bytes());
+    for (const char* const name : {"a", "b"}) {
+      EXPECT_EQ(size, package->getFile(name, true)->getSize64());
+      const Stream stream = package.stream(name);
+      stream->exceptions(std::ios_base::badbit);
+      EXPECT_EQ("data", take(*stream, 200));
+    }
+  }
+}
+
 TEST(ReadStream, OfAnEntryThatClaimsMoreThanTheFileHoldsEndsWithTheFile) {
   zipbytes::Entry entry = storedEntry("a", "data");
   entry.size = entry.compressedSize = 0xFFFFFFF0;

@@ -193,6 +193,20 @@ TEST_F(UpdateOddities, AnEmptyEntryWrittenAsDeflatedCannotBeReadBeforeThePackage
   EXPECT_EQ(contents(open(bytes()), "c.txt"), "");
 }
 
+// Its temporary file goes with the copy that is made of it.
+TEST_F(UpdateOddities, AWaitingStreamThatIsOpenAtTheEndIsCopiedAsFarAsItGotAndTakesNoMore) {
+  const Package package = open(twoEntries());
+  package->beginUpdate("new.pkg", kIn | kOut | kTrunc);
+  const Stream direct = openForWriting(package, "direct.txt");
+  const Stream waiting = openForWriting(package, "c.txt");
+  *waiting << "so far";
+  direct->close();
+  package->endUpdate();
+  EXPECT_EQ(contents(package, "c.txt"), "so far");
+  EXPECT_RAISED("IO 50", *waiting << "more");
+  EXPECT_EQ(fMemory.temporaryFiles(), 0);
+}
+
 // The properties are saved where a beginning has come to its end: what failed before has nothing to
 // bring back. Headers keep their dates; comment, types and creators are gone with the next save.
 TEST_F(UpdateOddities, CancelBehindABeginningThatFailedForgetsEveryProperty) {
