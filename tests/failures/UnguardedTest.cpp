@@ -5,6 +5,7 @@
 
 #include "failures/Ways.h"
 #include "support/FileSystems.h"
+#include "unit/package/detail/FakeParser.h"
 
 // What the library does not guard against: each of these is told in docs/limits.md.
 
@@ -108,13 +109,24 @@ TEST_F(UnguardedDeathTest, AnIteratorFollowsItsPackageIntoFreedMemory) {
   EXPECT_DEATH(iterator->increment(), "heap-use-after-free");
 }
 
-TEST_F(UnguardedDeathTest, APackageFollowsThePoliciesThatItWasGivenIntoFreedMemory) {
-  auto policies = std::make_unique<golden::PolicyAnswers>();
-  fMemory.put("old", packageOfTwo());
-  const Package package =
-      pkg::QCFPackageFactory().openPackage("old", kIn, &fMemory, policies.get(), nullptr);
-  policies.reset();
+TEST_F(UnguardedDeathTest, APackageFollowsWhatItsClientGaveItIntoFreedMemory) {
+  struct Given {
+    support::MemoryFileSystem files;
+    golden::PolicyAnswers policies;
+    support::FakeParser parser;
+  };
+  auto given = std::make_unique<Given>();
+  zipbytes::File file;
+  for (const char* name : {"a", "META-INF/pkgproperties.xml"})
+    file.add(golden::storedEntry(name, "text"), "text");
+  given->files.put("old", file.bytes());
+  const Package package = pkg::QCFPackageFactory().openPackage("old", kIn, &given->files,
+                                                               &given->policies, &given->parser);
+  const auto entry = package->getFile("a", true);
+  given.reset();
   EXPECT_DEATH(package->getPolicy(pkg::IPkgPolicies::PolicyCRC), "heap-use-after-free");
+  EXPECT_DEATH(package->saveAs("new", kIn | kOut | kTrunc), "heap-use-after-free");
+  EXPECT_DEATH(entry->getProperty(pkg::QCFPropertyMacType), "heap-use-after-free");
 }
 #endif
 

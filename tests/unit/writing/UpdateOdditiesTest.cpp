@@ -251,6 +251,28 @@ TEST_F(UpdateOddities, CancelBehindAQueueThatFailedForgetsEveryProperty) {
   EXPECT_TRUE(sameBytes(twoEntries(), bytes()));  // with the dates of the records
 }
 
+// Encrypted data is longer than what was encrypted, and a stored entry's length counts as its size.
+TEST_F(UpdateOddities, TheCopyOfAnEncryptedStoredEntryHasTheLengthOfItsDataAsSize) {
+  const Bytes data(17, 'x');
+  Entry entry = storedEntry("a.txt", "alpha");
+  entry.flags |= 1;
+  entry.compressedSize = 17;
+  const Package package = open(zipbytes::File().add(entry, data).bytes());
+  package->saveAs("new.pkg", kIn | kOut | kTrunc);
+  entry.size = 17;
+  EXPECT_TRUE(sameBytes(zipbytes::File().add(entry, data).bytes(), bytes()));
+}
+
+TEST_F(UpdateOddities, TheLocalHeaderOfACopyKeepsTheVersionThatItsRecordNoLongerNeeds) {
+  Entry old = storedEntry("a.txt", "alpha");
+  old.versionNeeded = 45;
+  const Package package = open(zipbytes::File().add(old, "alpha").bytes());
+  package->saveAs("new.pkg", kIn | kOut | kTrunc);
+  zipbytes::File expected;
+  expected.addAs(old, storedEntry("a.txt", "alpha"), "alpha");
+  EXPECT_TRUE(sameBytes(expected.bytes(), bytes()));
+}
+
 TEST_F(UpdateOddities, InPlaceOfTwoRecordsOfOneNameTheFirstStays) {
   zipbytes::File old;
   old.add(storedEntry("a.txt", "first"), "first");
