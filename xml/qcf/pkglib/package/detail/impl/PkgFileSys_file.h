@@ -31,8 +31,8 @@ void BasePkgFSFile<Context>::close() {
   fIsOpen = false;
 }
 
-// glibc serves a large read from what it holds, and the rest with two calls of the system: for whole
-// blocks one is enough when it holds nothing.
+// glibc serves a large read from what it holds, and the rest with two calls of the system: for
+// whole blocks one is enough when it holds nothing.
 template <class Context>
 int BasePkgFSFile<Context>::read(void* buffer, int size) {
   constexpr int kBlock = 4096;  // of that buffer
