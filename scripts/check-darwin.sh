@@ -19,4 +19,4 @@ bash scripts/darwin-sdk.sh || status=$?
 # A build that was configured before the compiler came asks for it again.
 cmake --preset debug -U QCF_HAS_GNUSTEP
 cmake --build --preset debug --parallel "$(nproc)" --target tests/darwin/all
-ctest --preset debug -R '^Darwin\.|^MacTemporaryItems'
+ctest --preset debug --verbose -R '^Darwin\.|^MacTemporaryItems'

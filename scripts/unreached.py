@@ -4,8 +4,8 @@
   unreached.py COVERAGE LIST [LOOKED_AT]
 
 COVERAGE is gcovr's JSON. LIST gets a line `file:number: source` for each line, and they are counted by folder. LOOKED_AT has
-paragraphs: a reason in lines that begin with `#`, and below it the lines that it holds for, as `file: source`. A line that
-stands nowhere in it ends this with 1; one that stands there and is reached by now, or is gone, is told.
+paragraphs: a reason in lines that begin with `#`, and below it the lines that it holds for, as `file: source`, each as often as
+the file has it unreached. A line that stands there less often ends this with 1; one that is reached by now, or is gone, is told.
 """
 import collections
 import json
@@ -26,16 +26,17 @@ def main():
     coverage, listing, *looked_at = map(pathlib.Path, sys.argv[1:])
     lines = list(unreached(coverage))
     listing.write_text("".join(f"{file}:{number}: {source}\n" for file, number, source in lines))
-    known = {line for path in looked_at for line in path.read_text().splitlines() if line and not line.startswith("#")}
-    seen = {f"{file}: {source}" for file, _, source in lines}
-    new = [f"{file}:{number}: {source}" for file, number, source in lines if f"{file}: {source}" not in known]
+    known = collections.Counter(line for path in looked_at for line in path.read_text().splitlines()
+                                if line and not line.startswith("#"))
+    seen = collections.Counter(f"{file}: {source}" for file, _, source in lines)
+    new = sorted((seen - known).elements())
     folders = collections.Counter(pathlib.Path(file).parts[0] for file, _, _ in lines)
     counts = ", ".join(f"{folders[folder]} in {folder}" for folder in sorted(folders))
     if not looked_at:
         print(f"unreached lines: {counts}")
         return False
     print(f"unreached lines: {counts}; {len(new)} of them not looked at")
-    for line in sorted(known - seen):
+    for line in sorted((known - seen).elements()):
         print(f"reached by now, or gone: {line}")
     for line in new:
         print(f"not looked at: {line}")

@@ -81,13 +81,17 @@ run_fuzz() { bash scripts/fuzz.sh "${FUZZ_MINUTES:-60}"; }
 run_lint() { bash scripts/lint.sh --all; }
 run_abi() { bash scripts/abi.sh; }
 run_coverage() { bash scripts/coverage.sh; }
-# The suites of the library's own code; the others start programs, or are about time. Allocations that fail are those of the
+# The suites of the code of library and importer; the others start programs, or are about time. Allocations that fail are those of the
 # suites' own operator new, which stays in its place.
 run_valgrind() {
   local suites suite
   bash scripts/setup.sh --tests --checks
-  build debug tests/unit/all tests/failures/all
-  mapfile -d '' -t suites < <(find $bin/unit $bin/failures -maxdepth 3 -type f -executable -name "${VALGRIND_SUITES:-*}" -print0)
+  build debug tests/unit/all tests/failures/all tests/plugin/all
+  mapfile -d '' -t suites < <(
+    find $bin/unit $bin/failures -maxdepth 3 -type f -executable -name "${VALGRIND_SUITES:-*}" -print0
+    for suite in audio_handler_tests sound_document_tests importer_tests; do
+      find $bin/plugin -maxdepth 1 -name "$suite" -name "${VALGRIND_SUITES:-*}" -print0
+    done)
   for suite in "${suites[@]}"; do
     printf '=== %s\n' "$suite"
     valgrind --quiet --error-exitcode=9 --leak-check=full --errors-for-leak-kinds=definite \
@@ -100,6 +104,7 @@ run_valgrind() {
 page=()
 if [[ ${1:-} == --docs ]]; then
   page=(docs/reliability.md)
+  [[ -z ${FUZZ_MINUTES-}${VALGRIND_SUITES-} ]] || { printf 'verify.sh: a part of a step is not for the documentation\n' >&2; exit 2; }
   shift
 fi
 [[ $# -gt 0 ]] && steps=("$@")
