@@ -152,6 +152,9 @@ Expectation expectedOfChanging(const Way& way, const Trace& trace, std::size_t i
 }
 
 Expectation expectedOfSaving(const Way& way, const Trace& trace, std::size_t index) {
+  if (trace.calls[index].kind == FileCall::DeleteTemp) {
+    return {way.output == Output::Abandoned ? Effect::Swallowed : Effect::Raised};
+  }
   if (isOutput(way, trace.calls[index])) {
     return {copiesABlock(way, trace, index) ? Effect::Code29 : Effect::Raised};
   }
@@ -168,6 +171,7 @@ Phase Trace::phaseOf(std::size_t call) const {
 
 Expectation expectation(const Way& way, const Trace& trace, std::size_t index,
                         support::Failure failure) {
+  index = seekOf(trace, index);
   switch (trace.phaseOf(index)) {
     case Phase::Opening:
       return way.old.empty() ? Expectation{Effect::Raised}
@@ -180,6 +184,13 @@ Expectation expectation(const Way& way, const Trace& trace, std::size_t index,
       break;
   }
   return {Effect::Raised};
+}
+
+std::size_t seekOf(const Trace& trace, std::size_t index) {
+  const std::size_t next = index + 1;
+  const bool isBeforeSeek = trace.calls[index].kind == FileCall::Capabilities &&
+                            next < trace.calls.size() && trace.calls[next].kind == FileCall::Seek;
+  return isBeforeSeek ? next : index;
 }
 
 std::size_t directoryBegin(const Way& way, const Trace& trace) {

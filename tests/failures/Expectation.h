@@ -39,9 +39,14 @@ struct Expectation {
 //    asks for;
 //  - the same when the type of a package is read: the token is then empty;
 //  - the close of a temporary file by a stream that is let go without close();
+//  - the deletion of a temporary file that goes with its entry;
 //  - a short read of data that is asked for again.
 Expectation expectation(const Way& way, const Trace& trace, std::size_t index,
                         support::Failure failure);
+
+// The seek that is made where a file is said to be able to, or the call itself: what the question
+// raises comes out as from the seek.
+std::size_t seekOf(const Trace& trace, std::size_t index);
 
 // Where the save begins to write its directory; the length of the trace where it writes none.
 std::size_t directoryBegin(const Way& way, const Trace& trace);

@@ -12,61 +12,6 @@ namespace failures {
 // What a client's own file system may raise: nothing that the library knows.
 struct DiskGone {};
 
-// Turns the failures of the file system below into others.
-class TranslatingFileSystem : public support::FileSystemWrapper {
-public:
-  using Throw = void (*)();
-
-  TranslatingFileSystem(pkg::IPkgFileSystem<>& inner, Throw thrower)
-      : FileSystemWrapper(inner), fThrow(thrower) {}
-
-  File openFile(const FileName& name, openmode mode) override {
-    return translated([&] { return FileSystemWrapper::openFile(name, mode); });
-  }
-  File createTempFile() override {
-    return translated([&] { return FileSystemWrapper::createTempFile(); });
-  }
-  File reopenTempFileByName(const FileName& name, openmode mode) override {
-    return translated([&] { return FileSystemWrapper::reopenTempFileByName(name, mode); });
-  }
-
-protected:
-  void close(InnerFile& file) override {
-    translated([&] { file.close(); });
-  }
-  int read(InnerFile& file, void* buffer, int size) override {
-    return translated([&] { return file.read(buffer, size); });
-  }
-  void write(InnerFile& file, const void* buffer, int size) override {
-    translated([&] { file.write(buffer, size); });
-  }
-  void seek(InnerFile& file, long long offset, int whence) override {
-    translated([&] { file.seek(offset, whence); });
-  }
-  long long tell(InnerFile& file) override {
-    return translated([&] { return file.tell(); });
-  }
-  void flush(InnerFile& file) override {
-    translated([&] { file.flush(); });
-  }
-  void truncate(InnerFile& file, long long size) override {
-    translated([&] { file.truncate(size); });
-  }
-
-private:
-  template <class Operation>
-  auto translated(Operation&& operation) -> decltype(operation()) {
-    try {
-      return operation();
-    } catch (pkg::PackageIOException<>&) {
-      if (fThrow != nullptr) fThrow();
-      throw;
-    }
-  }
-
-  Throw fThrow;
-};
-
 // What comes out of an action, in words.
 template <class Action>
 std::string raised(Action&& action) {
@@ -88,12 +33,8 @@ std::string raised(Action&& action) {
 class Trial {
 public:
   Trial(const Way& way, support::Failure failure, int n, support::FailingFileSystem::Span span,
-        TranslatingFileSystem::Throw thrower)
-      : fWay(way),
-        failing(memory, n, {failure}, span),
-        translating(failing, thrower),
-        recording(translating),
-        client(recording, "") {
+        support::FailingFileSystem::Throw thrower)
+      : fWay(way), failing(recording, n, {failure}, span, thrower), client(failing, "") {
     if (!way.old.empty()) memory.put("old", way.old);
   }
 
@@ -120,9 +61,8 @@ private:
 
 public:
   support::MemoryFileSystem memory;
+  support::RecordingFileSystem recording{memory, true};  // of what has not failed
   support::FailingFileSystem failing;
-  TranslatingFileSystem translating;
-  support::RecordingFileSystem recording;
   Client client;
   std::string what;  // that came out
   std::map<std::string, Bytes> atEnd;

@@ -35,7 +35,7 @@ public:
     fInner.deleteTempFileByName(innerName(name));
   }
   FileName getFSFileName(const std::string& name) override {
-    return boost::make_shared<pkg::BasePkgFSFileName<>>(this, name);
+    return wrap(fInner.getFSFileName(name));
   }
 
 protected:
@@ -47,15 +47,24 @@ protected:
   virtual void flush(InnerFile& file) { file.flush(); }
   virtual void truncate(InnerFile& file, long long size) { file.truncate(size); }
   virtual std::uint32_t capabilities(InnerFile& file) { return file.getCapabilities(); }
+  virtual FileName nameOf(InnerFile& file) { return wrap(file.getName()); }
   virtual void released(InnerFile&) {}  // the last handle of a file goes
 
 private:
+  class WrappedName : public pkg::BasePkgFSFileName<> {
+  public:
+    WrappedName(FileSystemWrapper* system, FileName inner)
+        : BasePkgFSFileName(system, inner->getName()), fInner(std::move(inner)) {}
+    const FileName& inner() const { return fInner; }
+
+  private:
+    FileName fInner;
+  };
+
   class WrappedFile : public pkg::IPkgFSFile<> {
   public:
     WrappedFile(FileSystemWrapper& system, File inner)
-        : fSystem(system),
-          fInner(std::move(inner)),
-          fName(system.getFSFileName(fInner->getName()->getName())) {}
+        : fSystem(system), fInner(std::move(inner)) {}
     ~WrappedFile() override { fSystem.released(*fInner); }
 
     openmode getMode() const override { return fInner->getMode(); }
@@ -68,15 +77,20 @@ private:
     void truncate(long long size) override { fSystem.truncate(*fInner, size); }
     std::uint32_t getCapabilities() override { return fSystem.capabilities(*fInner); }
     pkg::IPkgFileSystem<>* getFileSystem() const override { return &fSystem; }
-    FileName getName() const override { return fName; }
+    FileName getName() const override { return fSystem.nameOf(*fInner); }
 
   private:
     FileSystemWrapper& fSystem;
     File fInner;
-    FileName fName;
   };
 
-  FileName innerName(const FileName& name) { return fInner.getFSFileName(name->getName()); }
+  // A test may bring a name of another file system.
+  FileName innerName(const FileName& name) {
+    const auto own = boost::dynamic_pointer_cast<WrappedName>(name);
+    const bool isOwn = own && own->getFileSystem() == this;
+    return isOwn ? own->inner() : fInner.getFSFileName(name->getName());
+  }
+  FileName wrap(FileName inner) { return boost::make_shared<WrappedName>(this, std::move(inner)); }
   File wrap(File inner) { return boost::make_shared<WrappedFile>(*this, std::move(inner)); }
 
   pkg::IPkgFileSystem<>& fInner;

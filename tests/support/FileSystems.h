@@ -68,10 +68,15 @@ enum class Failure {
   Tell,
   Flush,
   Truncate,
-  Close
+  Close,
+  DeleteTemp,
+  FileName,     // getFSFileName
+  Name,         // a file's getName
+  Capabilities  // getCapabilities, and so isSeekable
 };
 using Failures = std::set<Failure>;
 
+// Without those that no disk raises, and DeleteTemp, which leaves a file behind.
 inline Failures everyError() {
   return {Failure::Open, Failure::CreateTemp, Failure::Read,     Failure::Write, Failure::Seek,
           Failure::Tell, Failure::Flush,      Failure::Truncate, Failure::Close};
@@ -82,63 +87,91 @@ inline Failures everyError() {
 class FailingFileSystem : public FileSystemWrapper {
 public:
   enum class Span { Once, FromThereOn };
+  using Throw = void (*)();
 
+  // With a `thrower`, what that throws is raised instead.
   FailingFileSystem(pkg::IPkgFileSystem<>& inner, int n, Failures failures = everyError(),
-                    Span span = Span::Once)
-      : FileSystemWrapper(inner), fFailAt(n), fFailures(std::move(failures)), fSpan(span) {}
+                    Span span = Span::Once, Throw thrower = nullptr)
+      : FileSystemWrapper(inner),
+        fFailAt(n),
+        fFailures(std::move(failures)),
+        fSpan(span),
+        fThrow(thrower) {}
 
   // Counted calls so far, and whether one of them failed. Where none did, a loop over n is done.
   int calls() const { return fCalls; }
   bool hasFailed() const { return fHasFailed; }
 
   File openFile(const FileName& name, openmode mode) override {
-    if (fails(Failure::Open)) pkg::throwSystemError(EACCES);
+    mayRaise(Failure::Open, EACCES);
     return FileSystemWrapper::openFile(name, mode);
   }
   File createTempFile() override {
-    if (fails(Failure::CreateTemp)) pkg::throwSystemError(ENOSPC);
+    mayRaise(Failure::CreateTemp, ENOSPC);
     return FileSystemWrapper::createTempFile();
   }
   File reopenTempFileByName(const FileName& name, openmode mode) override {
-    if (fails(Failure::Open)) pkg::throwSystemError(EACCES);
+    mayRaise(Failure::Open, EACCES);
     return FileSystemWrapper::reopenTempFileByName(name, mode);
+  }
+  void deleteTempFileByName(const FileName& name) override {
+    mayRaise(Failure::DeleteTemp, EACCES);
+    FileSystemWrapper::deleteTempFileByName(name);
+  }
+  FileName getFSFileName(const std::string& name) override {
+    mayRaise(Failure::FileName, EINVAL);
+    return FileSystemWrapper::getFSFileName(name);
   }
 
 protected:
   void close(InnerFile& file) override {
-    if (fails(Failure::Close)) pkg::throwSystemError(EIO);
+    mayRaise(Failure::Close, EIO);
     file.close();
   }
   int read(InnerFile& file, void* buffer, int size) override {
-    if (fails(Failure::Read)) pkg::throwSystemError(EIO);
+    mayRaise(Failure::Read, EIO);
     return file.read(buffer, fails(Failure::ShortRead) ? size / 2 : size);
   }
   void write(InnerFile& file, const void* buffer, int size) override {
-    if (fails(Failure::Write)) pkg::throwSystemError(ENOSPC);
+    mayRaise(Failure::Write, ENOSPC);
     if (fails(Failure::ShortWrite)) {
       file.write(buffer, size / 2);
+      if (fThrow != nullptr) fThrow();
       throw pkg::PackageIOException<>(pkg::PkgLib_Err_WritingFile);
     }
     file.write(buffer, size);
   }
   void seek(InnerFile& file, long long offset, int whence) override {
-    if (fails(Failure::Seek)) pkg::throwSystemError(EIO);
+    mayRaise(Failure::Seek, EIO);
     file.seek(offset, whence);
   }
   long long tell(InnerFile& file) override {
-    if (fails(Failure::Tell)) pkg::throwSystemError(EIO);
+    mayRaise(Failure::Tell, EIO);
     return file.tell();
   }
   void flush(InnerFile& file) override {
-    if (fails(Failure::Flush)) pkg::throwSystemError(ENOSPC);
+    mayRaise(Failure::Flush, ENOSPC);
     file.flush();
   }
   void truncate(InnerFile& file, long long size) override {
-    if (fails(Failure::Truncate)) pkg::throwSystemError(EIO);
+    mayRaise(Failure::Truncate, EIO);
     file.truncate(size);
+  }
+  std::uint32_t capabilities(InnerFile& file) override {
+    mayRaise(Failure::Capabilities, EIO);
+    return FileSystemWrapper::capabilities(file);
+  }
+  FileName nameOf(InnerFile& file) override {
+    mayRaise(Failure::Name, ENOMEM);
+    return FileSystemWrapper::nameOf(file);
   }
 
 private:
+  void mayRaise(Failure kind, int error) {
+    if (!fails(kind)) return;
+    if (fThrow != nullptr) fThrow();
+    pkg::throwSystemError(error);
+  }
   bool fails(Failure kind) {
     if (fFailures.count(kind) == 0) return false;
     ++fCalls;
@@ -150,6 +183,7 @@ private:
   int fFailAt;
   Failures fFailures;
   Span fSpan;
+  Throw fThrow;
   int fCalls = 0;
   bool fHasFailed = false;
 };
@@ -165,10 +199,14 @@ enum class FileCall {
   Seek,
   Tell,
   Flush,
-  Truncate
+  Truncate,
+  // Questions, which reach no disk.
+  FileName,
+  Name,
+  Capabilities
 };
 
-// Writes down every call, in order, before it is passed on.
+// Writes down every call, in order, before it is passed on; questions only where asked to.
 class RecordingFileSystem : public FileSystemWrapper {
 public:
   struct Call {
@@ -178,7 +216,8 @@ public:
     int whence = 0;        // of a seek
   };
 
-  using FileSystemWrapper::FileSystemWrapper;
+  explicit RecordingFileSystem(pkg::IPkgFileSystem<>& inner, bool questionsToo = false)
+      : FileSystemWrapper(inner), fQuestionsToo(questionsToo) {}
 
   const std::vector<Call>& calls() const { return fCalls; }
   void forget() { fCalls.clear(); }
@@ -214,6 +253,10 @@ public:
     note(FileCall::DeleteTemp, name->getName());
     FileSystemWrapper::deleteTempFileByName(name);
   }
+  FileName getFSFileName(const std::string& name) override {
+    if (fQuestionsToo) note(FileCall::FileName, name);
+    return FileSystemWrapper::getFSFileName(name);
+  }
 
 protected:
   void close(InnerFile& file) override {
@@ -244,6 +287,14 @@ protected:
     note(FileCall::Truncate, file, size);
     file.truncate(size);
   }
+  std::uint32_t capabilities(InnerFile& file) override {
+    if (fQuestionsToo) note(FileCall::Capabilities, file);
+    return FileSystemWrapper::capabilities(file);
+  }
+  FileName nameOf(InnerFile& file) override {
+    if (fQuestionsToo) note(FileCall::Name, file);
+    return FileSystemWrapper::nameOf(file);
+  }
   void released(InnerFile&) override { --fFilesAlive; }
 
 private:
@@ -258,6 +309,7 @@ private:
     return file;
   }
 
+  bool fQuestionsToo;
   std::vector<Call> fCalls;
   int fFilesAlive = 0;
 };
