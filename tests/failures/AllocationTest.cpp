@@ -164,6 +164,7 @@ protected:
       unnamed += stayed;
       if (HasFailure()) break;
     }
+    EXPECT_GT(n, 1);
     EXPECT_EQ(swallowed, isOnce ? expectedOf(GetParam()) : Swallowed());
     if (isOnce) {
       EXPECT_EQ(unnamed, swallowed.names);
