@@ -7,6 +7,8 @@
 #include <iterator>
 
 #include <fcntl.h>
+#include <pwd.h>
+#include <sys/stat.h>
 
 namespace {
 
@@ -105,6 +107,23 @@ int fclose(std::FILE* stream) {
   mend(stream);
   const int result = real(&fclose, "fclose")(stream);
   return isRefused ? refused(EIO, EOF) : result;
+}
+int remove(const char* path) noexcept {
+  if (fails(Call::Remove)) return refused(EACCES, -1);
+  return real(&remove, "remove")(path);
+}
+int stat64(const char* path, struct stat64* status) noexcept {
+  if (fails(Call::Status)) return refused(EACCES, -1);
+  return real(&stat64, "stat64")(path, status);
+}
+int mkdir(const char* path, mode_t mode) noexcept {
+  if (fails(Call::MakeFolder)) return refused(EACCES, -1);
+  return real(&mkdir, "mkdir")(path, mode);
+}
+int getpwuid_r(uid_t user, passwd* entry, char* buffer, std::size_t size, passwd** found) {
+  *found = nullptr;
+  if (fails(Call::User)) return ENOENT;
+  return real(&getpwuid_r, "getpwuid_r")(user, entry, buffer, size, found);
 }
 
 }  // extern "C"
