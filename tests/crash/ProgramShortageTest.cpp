@@ -45,6 +45,16 @@ protected:
     return false;
   }
 
+  // The call behind the last one fails, which is none.
+  void expectUndisturbed(const std::string& kind, long calls) {
+    SCOPED_TRACE("behind the last");
+    restore();
+    const auto finished = fShortages->runBeyond(kind, calls);
+    EXPECT_EQ(finished.status, 0) << finished.err;
+    EXPECT_TRUE(expectOldOrNew()) << "it is not the new file";
+    EXPECT_EQ(leftovers(), std::vector<std::string>());
+  }
+
   std::optional<Shortages> fShortages;
 };
 
@@ -54,6 +64,7 @@ TEST_P(ProgramShortage, AnAllocationThatFailsIsToldInOneLineAndLeavesTheOldFileO
   long survived = 0;
   for (long n = 1; n <= fShortages->allocations() && !HasFailure(); n += step, ++points)
     survived += tryPoint("memory", n) ? 1 : 0;
+  expectUndisturbed("memory", fShortages->allocations());
   std::cout << GetParam().name << ", without memory at " << points << " of "
             << fShortages->allocations() << " allocations: told " << points - survived
             << ", survived " << survived << "\n";
@@ -67,6 +78,7 @@ TEST_P(ProgramShortage, ACallOfZlibThatFailsIsToldInOneLineAndLeavesTheOldFileOr
   long survived = 0;
   for (long n = 1; n <= calls && !HasFailure(); n += step, ++points)
     survived += tryPoint("zlib", n) ? 1 : 0;
+  expectUndisturbed("zlib", calls);
   std::cout << GetParam().name << ", zlib failed at " << points << " calls: told "
             << points - survived << ", survived " << survived << "\n";
 }

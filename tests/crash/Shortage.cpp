@@ -4,6 +4,7 @@
 //   QCF_SHORTAGE="memory 17"    the 17th allocation, of the program and its children together,
 //   gives nothing
 //   QCF_SHORTAGE="zlib 3"       the same of the calls that set zlib up, pack, unpack and end
+//   QCF_SHORTAGE_MARK=FILE      is made when that has happened
 //   QCF_SHORTAGE_COUNTS=FILE    how many there were of both is written there when main() has
 //   returned
 
@@ -15,7 +16,9 @@
 #include <new>
 
 #include <dlfcn.h>
+#include <fcntl.h>
 #include <sys/mman.h>
+#include <unistd.h>
 #include <zlib.h>
 
 namespace {
@@ -28,13 +31,20 @@ struct Counts {
 Counts* counts = nullptr;  // there while main() runs, shared with children
 long memoryFault = 0;
 long zlibFault = 0;
+const char* mark = nullptr;
+
+bool isAt(long fault, std::atomic<long> Counts::*count) {
+  if (counts == nullptr || ++(counts->*count) != fault) return false;
+  if (mark != nullptr) close(open(mark, O_WRONLY | O_CREAT, 0600));  // allocates nothing
+  return true;
+}
 
 bool allocationFails() {
-  return counts != nullptr && ++counts->memory == memoryFault;
+  return isAt(memoryFault, &Counts::memory);
 }
 
 bool zlibFails() {
-  return counts != nullptr && ++counts->zlib == zlibFault;
+  return isAt(zlibFault, &Counts::zlib);
 }
 
 template <class Function>
@@ -47,6 +57,7 @@ void begin() {
     std::sscanf(fault, "memory %ld", &memoryFault);
     std::sscanf(fault, "zlib %ld", &zlibFault);
   }
+  mark = std::getenv("QCF_SHORTAGE_MARK");
   void* const shared =
       mmap(nullptr, sizeof(Counts), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
   if (shared == MAP_FAILED) std::abort();
@@ -103,10 +114,22 @@ void* calloc(std::size_t count, std::size_t size) {
   return nullptr;
 }
 
+// reallocarray comes here.
 void* realloc(void* block, std::size_t size) {
   if (!allocationFails()) return __libc_realloc(block, size);
   errno = ENOMEM;
   return nullptr;
+}
+
+void* aligned_alloc(std::size_t alignment, std::size_t size) {
+  if (!allocationFails()) return real(&aligned_alloc, "aligned_alloc")(alignment, size);
+  errno = ENOMEM;
+  return nullptr;
+}
+
+int posix_memalign(void** block, std::size_t alignment, std::size_t size) {
+  if (allocationFails()) return ENOMEM;
+  return real(&posix_memalign, "posix_memalign")(block, alignment, size);
 }
 
 // A module that goes writes the counters of a build that counts what is reached (QCF_COVERAGE): the

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <filesystem>
 #include <sstream>
 #include <stdexcept>
 #include <string>
@@ -31,12 +32,19 @@ public:
   long allocations() const { return fAllocations; }
   long zlibCalls() const { return fZlibCalls; }
 
-  // `point` is "memory" or "zlib" and the number of the call, from 1.
+  // `point` is "memory" or "zlib" and the number of the call, from 1: one of those that were
+  // counted.
   support::Finished runWithout(const std::string& point) const {
-    support::Command command = fCommand;
-    command.environment.emplace_back("QCF_SHORTAGE", point);
-    support::Finished finished = support::run(command);
-    finished.err = withoutWordsOfTheFonts(finished.err);
+    bool hasFailed = false;
+    support::Finished finished = run(point, hasFailed);
+    EXPECT_TRUE(hasFailed) << "it is not reached";
+    return finished;
+  }
+  // Behind the last of them nothing fails.
+  support::Finished runBeyond(const std::string& kind, long calls) const {
+    bool hasFailed = false;
+    support::Finished finished = run(kind + " " + std::to_string(calls + 1), hasFailed);
+    EXPECT_FALSE(hasFailed);
     return finished;
   }
 
@@ -44,6 +52,16 @@ public:
   long step(long points) const { return isLong() ? 1 : std::max(1L, fAllocations / points); }
 
 private:
+  support::Finished run(const std::string& point, bool& hasFailed) const {
+    const support::TempDir folder;
+    support::Command command = fCommand;
+    command.environment.emplace_back("QCF_SHORTAGE", point);
+    command.environment.emplace_back("QCF_SHORTAGE_MARK", (folder / "mark").string());
+    support::Finished finished = support::run(command);
+    finished.err = withoutWordsOfTheFonts(finished.err);
+    hasFailed = std::filesystem::exists(folder / "mark");
+    return finished;
+  }
   // The library that looks for fonts may have something to say, too.
   static std::string withoutWordsOfTheFonts(const std::string& err) {
     std::string rest;
