@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <chrono>
 #include <cstdio>
 #include <ctime>
 #include <limits>
@@ -47,12 +48,17 @@ private:
 };
 
 Record slowest("slowest_ms");
+Record slowestByClock("slowest_by_clock_ms");
 Record largest("heap_growth_mb");
 
-// Of the processor, rounded up.
+// Of the processor, and by the clock; rounded up.
 std::size_t millisecondsSince(std::clock_t begin) {
   constexpr std::clock_t kMillisecond = CLOCKS_PER_SEC / 1000;
   return static_cast<std::size_t>((std::clock() - begin + kMillisecond - 1) / kMillisecond);
+}
+std::size_t millisecondsSince(std::chrono::steady_clock::time_point begin) {
+  const auto passed = std::chrono::steady_clock::now() - begin;
+  return static_cast<std::size_t>(std::chrono::ceil<std::chrono::milliseconds>(passed).count());
 }
 
 }  // namespace
@@ -65,11 +71,13 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const fuzz::TimeLimit time;
   const std::size_t before = __sanitizer_get_current_allocated_bytes();
   const std::clock_t begin = std::clock();
+  const auto beginByClock = std::chrono::steady_clock::now();
   peak = before;
   limit = before + fuzz::mayHold(size);
   fuzz::run(data, size);
   limit = kNoLimit;
   slowest.take(millisecondsSince(begin));
+  slowestByClock.take(millisecondsSince(beginByClock));
   largest.take((peak - before + fuzz::kMebibyte - 1) / fuzz::kMebibyte);
   return 0;
 }

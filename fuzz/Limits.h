@@ -9,7 +9,8 @@
 #include <unistd.h>
 
 // What an input may take, with a fuzzer and without: five seconds of the processor, whatever else
-// the machine does, and a heap that grows by 64 MiB and four times the input's size.
+// the machine does, thirty by the clock, where it waits or the machine is loaded, and a heap that
+// grows by 64 MiB and four times the input's size.
 namespace fuzz {
 
 constexpr std::size_t kMebibyte = 1U << 20;
@@ -30,22 +31,32 @@ constexpr std::size_t mayHold(std::size_t size) {
 class TimeLimit {
 public:
   TimeLimit() {
-    static const auto previous = std::signal(SIGPROF, over);
+    // Instead of libFuzzer's own, which would only look at the clock.
+    static const auto previous = {std::signal(SIGPROF, overProcessor),
+                                  std::signal(SIGALRM, overClock)};
     static_cast<void>(previous);
-    setTimer(5);
+    setTimers(5, 30);
   }
-  ~TimeLimit() { setTimer(0); }
+  ~TimeLimit() { setTimers(0, 0); }
   TimeLimit(const TimeLimit&) = delete;
   TimeLimit& operator=(const TimeLimit&) = delete;
 
 private:
-  [[noreturn]] static void over(int) {
+  [[noreturn]] static void overProcessor(int) {
     fail("fuzz: an input took over five seconds of the processor\n");
   }
-  static void setTimer(time_t seconds) {
+  [[noreturn]] static void overClock(int) {
+    fail("fuzz: an input took over thirty seconds by the clock\n");
+  }
+  static void setTimers(time_t processor, time_t clock) {
+    setTimer(ITIMER_PROF, processor);
+    setTimer(ITIMER_REAL, clock);
+  }
+  template <class Which>
+  static void setTimer(Which which, time_t seconds) {
     itimerval timer{};
     timer.it_value.tv_sec = seconds;
-    setitimer(ITIMER_PROF, &timer, nullptr);
+    setitimer(which, &timer, nullptr);
   }
 };
 

@@ -9,18 +9,18 @@
 #
 # Inputs are collected in build/fuzz/corpus/. A finding stays in build/fuzz/findings/: it becomes a
 # file in fuzz/regressions/TARGET/, which the tests replay. Findings are, beside what the sanitizers see, an
-# input of whatever size that takes over five seconds of the processor, and one that makes the heap grow by more than
-# 64 MiB and four times its own size (fuzz/Limits.h). Time counts as it passes here, with sanitizers, which slow
-# everything down, but without what other processes take. An input that waits, and takes no time of the processor,
-# is found after a minute by the clock.
+# input of whatever size that takes over five seconds of the processor, or over thirty by the clock, and one that makes the
+# heap grow by more than 64 MiB and four times its own size (fuzz/Limits.h). Time counts as it passes here, with sanitizers,
+# which slow everything down; that of the processor without what other processes take.
 #
-# When a target is done one line tells of it:
+# When a target is done two lines tell of it:
 #
 #   fuzz target NAME: EXECUTIONS executions, COVERED of ALL edges, slowest N ms, peak M MB
+#   fuzz target NAME by the clock: slowest N ms
 #
 # EXECUTIONS is libFuzzer's count, the seeds among them. COVERED is the last "cov" that it tells, ALL the size of its tables:
 # edges of every instrumented object in the program and in what it loads at its start, the target itself among them. N and M
-# come from fuzz/Fuzzer.cpp: the slowest input's time of the processor, and the most that the heap grew while one input was
+# come from fuzz/Fuzzer.cpp: the slowest input's time, of the processor or by the clock, and the most that the heap grew while one input was
 # worked on, both rounded up, in MB of 2^20 bytes. A number that was not told is 0. The last line has the sum of all targets, and
 # that of those that are not tiny.
 set -euo pipefail
@@ -79,7 +79,7 @@ fuzz() {
     properties) set -- -dict=fuzz/dictionaries/properties.dict "$@" ;;
   esac
   ASAN_OPTIONS=allocator_may_return_null=0 LSAN_OPTIONS=suppressions=$PWD/tests/lsan.supp:print_suppressions=0 \
-    build/fuzz/fuzz/fuzz_"$target" -max_total_time="$seconds" -timeout=60 -rss_limit_mb=2048 \
+    build/fuzz/fuzz/fuzz_"$target" -max_total_time="$seconds" -rss_limit_mb=2048 \
     -artifact_prefix="build/fuzz/findings/$target-" -print_final_stats=1 "$@" >"$log" 2>&1 || failing+=("$log")
 }
 
@@ -100,6 +100,7 @@ tell() {
   is_tiny "$target" || substantial=$((substantial + executions))
   printf 'fuzz target %s: %d executions, %d of %d edges, slowest %d ms, peak %d MB\n' "$target" "$executions" \
     "${reached:-0}" "${edges:-0}" "${slowest:-0}" "${peak:-0}"
+  printf 'fuzz target %s by the clock: slowest %d ms\n' "$target" "$(most slowest_by_clock_ms "$@")"
 }
 
 findings() { find build/fuzz/findings -type f | wc -l; }
