@@ -34,7 +34,7 @@ def wave(channels, bits, frames, tag=1):
 # What scripts/fuzz.sh has for the longest input, and for the longest of the targets that are tried with large ones.
 LONGEST = 65536
 LARGE = 8 << 20
-TRIED_LARGE = ("packages", "documents")
+TRIED_LARGE = ("packages", "documents", "tool")
 
 
 @functools.cache
@@ -129,13 +129,18 @@ def large_packages():
     yield by_zipfile([("text", text), ("more", text[:LARGE // 2])], zipfile.ZIP_DEFLATED)
 
 
-def crowded_packages():
-    """As many entries of short names as an end record of 16 bits counts, and directories wide and deep."""
-    most = 65534
+# As many entries as an end record of 16 bits counts, and as many as the package tool, which has more to do with each of
+# them, gets done in the time of an input, with what sanitizers take.
+CROWD = 65534
+CROWD_FOR_TOOL = 8000
+
+
+def crowded_packages(most):
+    """So many entries of short names, and directories wide and deep."""
     yield by_zipfile([(f"{i:x}", b"") for i in range(most)], zipfile.ZIP_STORED)
     yield by_zipfile([(f"{i >> 1:x}/{i & 1}", b"x") for i in range(most)], zipfile.ZIP_DEFLATED)
     yield by_zipfile([("/".join(f"{i:05x}") + "/" * (i % 2), b"") for i in range(most)], zipfile.ZIP_STORED)
-    yield by_zipfile([("a/" * depth, b"") for depth in range(1, 1300)], zipfile.ZIP_STORED)
+    yield by_zipfile([("a/" * depth, b"") for depth in range(1, most // 50)], zipfile.ZIP_STORED)
 
 
 def by_hand(name, data, size):
@@ -152,12 +157,16 @@ INFLATED = (16 << 20, 70 << 20)
 
 
 def inflating_packages():
-    """A few bytes that stand for a thousand times as many: so few that they are sought, those above, and gigabytes."""
+    """A few bytes that stand for a thousand times as many: so few that they are sought, and those above."""
     for size in (4 << 20, *INFLATED):
         yield by_zipfile([("zeros", bytes(size)), ("b", b"words")], zipfile.ZIP_DEFLATED)
+
+
+def gigabytes():
+    """The same for gigabytes, which not every target may leave unread."""
     codec = zlib.compressobj(9, zlib.DEFLATED, -15)
     stretch = codec.compress(bytes(1 << 20)) + codec.flush(zlib.Z_FULL_FLUSH)
-    yield by_hand(b"zeros", stretch * 4095 + b"\3\0", 4095 << 20)
+    return by_hand(b"zeros", stretch * 4095 + b"\3\0", 4095 << 20)
 
 
 def inflating_documents():
@@ -248,6 +257,7 @@ def main():
     waves = [data for data in real if data[:4] in (b"RIFF", b"RF64")]
     any_package = list(packages()) + list(documents()) + [data for data in real if data[:2] == b"PK"]
     inflating = list(inflating_packages())
+    large = list(large_packages())
     seeds = {
         "hex": [b"\x10" + bytes(range(32)), b"\x3F0123456789ABCDEFabcdef", b"\x01zz"],
         "paths": [bytes([len(name)]) + name + reference
@@ -255,7 +265,7 @@ def main():
                   for reference in (b"", b"/a/./b/../c", b"a//b/", b"../..", b"x/y#../z", b"/", b".", b"#x/..",
                                     b"a/b/c/../../d", b"urn:x", b"d/e:f", b"//host/./x", b"..#y", b"http://x/y")],
         "packages": [bytes([i % 4]) + data for i, data in enumerate(any_package)]
-        + [b"\0" + data for data in [*large_packages(), *crowded_packages(), *inflating]],
+        + [b"\0" + data for data in [*large, *crowded_packages(CROWD), *inflating, gigabytes()]],
         "updates": list(updates(any_package + inflating)),
         "properties": [b"\x00" + DOCUMENT, b"\x01" + DOCUMENT,
                        b"\x01" + DOCUMENT.decode().replace("UTF-8", "UTF-16").encode("utf-16")],
@@ -264,9 +274,15 @@ def main():
         + [READING[i % len(READING)] + data
            for i, data in enumerate([*real_documents(waves), *large_documents()])]
         + [script + data for script in SEEKING for data in inflating_documents()],
-        "tool": [bytes([command]) + data for command in range(4) for data in any_package + inflating],
+        "tool": [bytes([command]) + data for command in range(4) for data in any_package + inflating]
+        + [bytes([command]) + data for command in (0, 1, 3)
+           for data in [*large, *crowded_packages(CROWD_FOR_TOOL)]],
     }
     for target, inputs in seeds.items():
+        dropped = [len(data) for data in inputs if len(data) > LONGEST and target not in TRIED_LARGE]
+        if dropped:
+            print(f"make_seeds.py: {target} is not tried with large inputs, {len(dropped)} seeds dropped,"
+                  f" of {min(dropped)} to {max(dropped)} bytes")
         for i, data in enumerate(inputs):
             is_large = len(data) > LONGEST
             if is_large and target not in TRIED_LARGE:

@@ -163,7 +163,7 @@ void fuzz::run(const std::uint8_t* data, std::size_t size) {
   fuzz::Input input(data, size);
   const unsigned command = input.below(4);
   if (command >= 2) {
-    extract(input.rest(), command == 2 ? 100'000 : 1'000'000);
+    extract(input.rest(), command == 2 ? 100'000 : 1'000'000 + 2 * size);
     return;
   }
   const support::TempDir world;

@@ -5,7 +5,8 @@
 #   fuzz.sh [MINUTES] [TARGET...]    one minute a target without a number
 #
 # hex and paths, which are tiny and quick, get a twentieth of the time each, at least 5 seconds; the others share the rest.
-# Inputs have up to 64 KiB. packages and documents spend a tenth of their time, at least 5 seconds, on inputs of up to 8 MiB.
+# Inputs have up to 64 KiB. packages, documents and tool spend a tenth of their time, at least 5 seconds, on inputs of up to
+# 8 MiB.
 #
 # Inputs are collected in build/fuzz/corpus/. A finding stays in build/fuzz/findings/: it becomes a
 # file in fuzz/regressions/TARGET/, which the tests replay. Findings are, beside what the sanitizers see, an
@@ -49,7 +50,7 @@ use_scratch 4
 export XDG_CACHE_HOME=$scratch
 
 is_tiny() { [[ $1 == hex || $1 == paths ]]; }
-is_tried_large() { [[ $1 == packages || $1 == documents ]]; }
+is_tried_large() { [[ $1 == packages || $1 == documents || $1 == tool ]]; }
 
 # divide_time TARGET...: sets `tiny_seconds` and `other_seconds`, what a tiny target and any other has.
 divide_time() {
