@@ -25,6 +25,8 @@ public:
   }
 
   std::uint64_t directoryOffset() const { return fOffset; }
+  // That of all entries together.
+  std::uint64_t compressedSize() const { return fCompressedSize; }
   // An update in place cuts the file off where the directory begins.
   bool isInFrontOfDirectory() const { return fIsInFront; }
   // A block of an extra field that is left out, or gets another size, goes on being counted.
@@ -46,7 +48,9 @@ private:
   void look(std::uint64_t record) {
     const std::uint64_t local = number(record + 42, 4);
     const std::uint64_t headers = 30 + number(local + 26, 2) + number(local + 28, 2);
-    if (local + headers + number(record + 20, 4) > fOffset) fIsInFront = false;
+    const std::uint64_t compressedSize = number(record + 20, 4);
+    if (local + headers + compressedSize > fOffset) fIsInFront = false;
+    fCompressedSize += compressedSize;
     std::uint64_t block = record + 46 + number(record + 28, 2);
     for (const std::uint64_t end = block + number(record + 30, 2); block + 4 <= end;) {
       const std::uint64_t id = number(block, 2);
@@ -59,6 +63,7 @@ private:
 
   const std::string& fBytes;
   std::uint64_t fOffset = 0;
+  std::uint64_t fCompressedSize = 0;
   bool fIsInFront = true;
   bool fKeepsExtraFields = true;
 };

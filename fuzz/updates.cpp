@@ -1,30 +1,36 @@
 // Packages, made here and of others, changed by the recipes of docs/updating.md and saved in each
-// of the ways. After every save the package and its file hold what they should, and the old file is
-// what it was, as far as the way promises that. A damaged package may be refused.
+// of the ways. After every save the package and its file hold what they should, to the library and,
+// where the file was sound before, to a reader that knows nothing of it; and the old file is what
+// it was, as far as the way promises that. A damaged package may be refused.
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdint>
 #include <cstdlib>
 #include <map>
 #include <optional>
 
-#include <zlib.h>
-
+#include "Contents.h"
 #include "Input.h"
 #include "Layout.h"
+#include "failures/Listing.h"
 #include "support/FileSystems.h"
 #include "unit/reading/Reading.h"
 
 namespace {
 
+using fuzz::Content;
+using fuzz::Contents;
+using fuzz::handlesOf;
+using fuzz::read;
+using fuzz::Reader;
+using fuzz::require;
+using fuzz::requireSame;
+
 constexpr auto kNew = std::ios_base::in | std::ios_base::out | std::ios_base::trunc;
 constexpr auto kUpdate = std::ios_base::in | std::ios_base::out;
 constexpr const char* kNames[] = {"a",       "b.txt", "dir/c", "dir/sub/d", "\xC3\xA9t\xC3\xA9",
                                   "mimetype"};
-
-void require(bool holds) {
-  if (!holds) std::abort();
-}
 
 // Full at 16 MB: where a damaged package says that its directory begins, an update in place makes
 // the file reach.
@@ -47,77 +53,6 @@ private:
     if (size > 16'000'000) pkg::throwSystemError(ENOSPC);
   }
 };
-
-// What a reader finds in an entry.
-struct Content {
-  Content() = default;
-  explicit Content(std::string_view bytes) { append(bytes); }
-  void append(std::string_view bytes) {
-    size += bytes.size();
-    crc = crc32_z(crc, reinterpret_cast<const Bytef*>(bytes.data()), bytes.size());
-  }
-  bool operator==(const Content& other) const { return size == other.size && crc == other.crc; }
-
-  std::size_t size = 0;
-  uLong crc = 0;
-  bool isReadable = true;
-};
-
-struct Contents {
-  std::string comment;
-  std::map<std::string, Content> entries;
-};
-
-// At most `limit` bytes of it: few bytes can stand for many.
-Content readEntry(pkg::IPkgEntry<>& entry, std::size_t limit) {
-  if (entry.getEntryType() == pkg::PkgEntryDirectory) return Content();
-  Content content;
-  content.isReadable = false;
-  reading::raisedBy([&] {
-    const auto file = entry.toFile();
-    const auto stream = file->open(std::ios_base::in, false);
-    stream->exceptions(std::ios_base::badbit);
-    Content whole;
-    while (whole.size < limit && *stream)
-      whole.append(reading::take(*stream, 1 << 14));
-    content = whole;
-    // What is recorded as empty is copied as empty, whatever it holds.
-    content.isReadable = content.size == 0 || file->getSize64() != 0;
-  });
-  return content;
-}
-
-using Handles = std::vector<pkg::SPRefType<pkg::IPkgEntry<>>>;
-
-Handles handlesOf(pkg::IPackage<>& package) {
-  Handles handles;
-  reading::Iterator iterator;
-  for (package.initIterator(iterator, {}, ""); iterator->isValid(); iterator->increment())
-    handles.push_back(iterator->dereference());
-  return handles;
-}
-
-Contents read(pkg::IPackage<>& package, std::size_t limit) {
-  Contents contents{package.getProperty(pkg::QCFPropertyPackageComment), {}};
-  for (const auto& entry : handlesOf(package))
-    contents.entries[entry->getName()] = readEntry(*entry, limit);
-  return contents;
-}
-
-// What could not be read before may be anything, but is still there. The package that wrote an
-// entry without a byte as deflated cannot read it: see docs/updating.md.
-enum class Reader { Writer, SomebodyElse };
-void requireSame(const Contents& found, const Contents& expected, Reader reader) {
-  require(found.comment == expected.comment);
-  require(found.entries.size() == expected.entries.size());
-  for (const auto& [name, content] : expected.entries) {
-    const auto entry = found.entries.find(name);
-    require(entry != found.entries.end());
-    const bool mayFail = reader == Reader::Writer && content.size == 0;
-    if (content.isReadable) require(entry->second == content);
-    if (content.isReadable && !mayFail) require(entry->second.isReadable);
-  }
-}
 
 struct Change {
   std::string bytes;
@@ -180,6 +115,7 @@ public:
     const fuzz::Layout layout(bytes);
     fIsKeptInPlace = layout.isInFrontOfDirectory();
     fIsKept = layout.keepsExtraFields();
+    fIsSound = layout.compressedSize() <= kInflatedAtOnce && isListed();
   }
   ~Session() {
     fPackage.reset();
@@ -212,6 +148,8 @@ private:
   // What is read of a package together: as much again for each of its rounds has to fit into a
   // fuzzer's five seconds.
   static constexpr std::size_t kReadAtOnce = 16U << 20;
+  // What is inflated of a package together by who does not look at the sizes: less than the above.
+  static constexpr std::size_t kInflatedAtOnce = kReadAtOnce / 1032;
 
   Package open(std::ios_base::openmode mode) {
     return pkg::QCFPackageFactory().openPackage(fPath, mode, &fFiles, nullptr, nullptr);
@@ -246,7 +184,7 @@ private:
         // Without a change this would be no update, and the old entries be listed on.
         return changes.empty() ? saveAs(changes) : updatePackageFile(changes, isBefore);
       case kCancelled:
-        return updateCancelled(changes);
+        return isBefore ? cancelBehind(changes) : updateCancelled(changes);
       default:
         std::abort();
     }
@@ -319,11 +257,46 @@ private:
     require(fMemory.bytes(fPath) == before);
   }
 
+  // Of what was written before the update this may leave entries that are empty, or listed twice,
+  // but nothing of it is in the file, and what was not changed is there.
+  void cancelBehind(const Changes& changes) {
+    const std::string before = fMemory.bytes(fPath);
+    writeAll(*fPackage, changes);
+    fPackage->beginUpdate(fPath + '\'', kNew);
+    fPackage->cancelUpdate();
+    Contents found = read(*fPackage, fLimit);
+    Contents unchanged = fExpected;
+    for (const auto& [name, change] : changes) {
+      found.entries.erase(name);
+      unchanged.entries.erase(name);
+    }
+    requireSame(found, unchanged, Reader::Writer);
+    reading::raisedBy([&] { fPackage->saveAs(fPath + "''", kNew); });
+    require(fMemory.bytes(fPath) == before);
+    fPackage = open(kUpdate);
+  }
+
   // The package as it is open, and its file as somebody else reads it.
   void requireHolds() {
     requireSame(read(*fPackage, fLimit), fExpected, Reader::Writer);
     require(fMemory.temporaryFiles() == 0);
     requireSame(read(*open(std::ios_base::in), fLimit), fExpected, Reader::SomebodyElse);
+    if (fIsSound) require(isListed());
+  }
+  // The same with nothing of the library.
+  bool isListed() const {
+    try {
+      const failures::Listing listing = failures::listed(fMemory.bytes(fPath));
+      const auto isExpected = [this](const auto& listed) {
+        const auto expected = fExpected.entries.find(listed.first);
+        return expected != fExpected.entries.end() && listed.second.sound &&
+               Content(listed.second.content) == expected->second;
+      };
+      return listing.size() == fExpected.entries.size() &&
+             std::all_of(listing.begin(), listing.end(), isExpected);
+    } catch (const std::exception&) {
+      return false;
+    }
   }
 
   support::MemoryFileSystem fMemory;
@@ -333,6 +306,7 @@ private:
   Contents fExpected;
   std::size_t fLimit = kReadAtOnce;  // of an entry
   bool fIsKept = true;               // by any save
+  bool fIsSound = true;              // to somebody else, to whom it is to stay so
   bool fIsKeptInPlace = true;        // by one in place
 };
 
