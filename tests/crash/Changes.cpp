@@ -12,6 +12,8 @@ const Words kMake = {"make", "in.wav", "out.qsnd"};
 const Words kMakeDeflated = {"make", "--deflate", "in.wav", "out.qsnd"};
 const Words kExport = {"export", "in.qsnd", "out.wav"};
 const Words kExportHere = {"--no-isolate", "export", "in.qsnd", "out.wav"};
+const Words kExportStretch = {"export", "--start", "1000",    "--frames",
+                              "500",    "in.qsnd", "link.wav"};
 const Words kExportMany = {"--quiet", "export", "--folder", "waves", "in.qsnd", "out.qsnd"};
 const Words kExportManyAgain = {"export", "--folder", "waves", "in.qsnd", "out.qsnd"};
 const Words kWaveformSVG = {"--timeout", "2",   "waveform", "in.qsnd", "out.svg",
@@ -20,6 +22,9 @@ const Words kWaveform = {"--timeout", "2",   "waveform", "in.qsnd", "out.png",
                          "--width",   "200", "--height", "100"};
 const Words kExtract = {"extract", "tree.pkg", "-C", "new/folder"};
 const Words kExtractAgain = {"extract", "--overwrite", "tree.pkg", "-C", "new/folder"};
+const Words kExtractSome = {"extract", "tree.pkg", "-C", "some", "one", "folder/below"};
+const Words kExtractSomeAgain = {"extract", "--overwrite", "tree.pkg",    "-C",
+                                 "some",    "one",         "folder/below"};
 const Words kExtractOver = {"extract", "--overwrite", "tree.pkg", "-C", "there"};
 
 const std::string kPiped = "what comes from a pipe";
@@ -89,6 +94,31 @@ const std::vector<Change>& changes() {
                kNextNew,
                true},
               kPiped),
+      variant({"addStored",
+               QCFPKG,
+               {"add", "--store", "a.pkg", "three=input"},
+               {"a.pkg"},
+               kNext,
+               false}),
+      variant({"createOver",
+               QCFPKG,
+               {"create", "--overwrite", "--store", "--type", "a/b", "a.pkg", "one=in.wav"},
+               {"a.pkg"},
+               kNext,
+               false}),
+      variant({"propModifiedThroughLink",
+               QCFPKG,
+               {"prop", "set", "link.pkg", "two", "modified", kModified},
+               {"a.pkg"},
+               kNext,
+               false}),
+      variant({"extractSome",
+               QCFPKG,
+               kExtractSome,
+               {"some/one", "some/folder/below/input"},
+               kExtractSomeAgain,
+               true}),
+      variant({"exportStretchThroughLink", QSNDHOST, kExportStretch, {"out.wav"}, kExport, true}),
       variant({"exportHere", QSNDHOST, kExportHere, {"out.wav"}, kExport, true}),
       variant({"exportMany",
                QSNDHOST,

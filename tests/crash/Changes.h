@@ -32,10 +32,15 @@ inline void PrintTo(const Change& change, std::ostream* out) {
   *out << change.name;
 }
 
-// What there is to tell one package, or another file, from the next. Times are left out.
+// A time, and the four bytes that stand for it in a record.
+constexpr const char* kModified = "2001-02-03 04:05:06";
+constexpr const char* kModifiedBytes = "\xA3\x20\x43\x2A";
+
+// What there is to tell one package, or another file, from the next. Of times, whether the above is
+// among them.
 struct State {
   failures::Listing listing;
-  std::string rest;  // all of what is no package, the size of what is
+  std::string rest;  // all of what is no package, the size of what is, and whether it has the time
   bool isPackage = false;
 
   friend bool operator==(const State& a, const State& b) {
@@ -46,7 +51,8 @@ struct State {
 inline State stateOf(const std::string& bytes) {
   if (const auto picture = waveIn(bytes)) return {{}, *picture};
   try {
-    return {failures::listed(bytes), std::to_string(bytes.size()), true};
+    const bool hasTime = bytes.find(kModifiedBytes) != std::string::npos;
+    return {failures::listed(bytes), std::to_string(bytes.size()) + (hasTime ? " then" : ""), true};
   } catch (const std::exception&) {
     return {{}, bytes};
   }

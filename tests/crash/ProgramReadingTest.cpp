@@ -191,6 +191,7 @@ const std::vector<Reading> kReadings = {
     {"hostWaveform", QSNDHOST, drawn("png"), true},
     {"hostWaveformSVG", QSNDHOST, drawn("svg"), true},
     {"hostExport", QSNDHOST, {"export", "in.qsnd", "-"}, true},
+    {"hostExportJSON", QSNDHOST, {"export", "--json", "in.qsnd", "/dev/null"}, true},
     // Refused, and never mistaken for something else.
     {"addItself", QCFPKG, {"add", "a.pkg", "x=a.pkg"}, false, 3},
     {"hostMakeOntoItself", QSNDHOST, {"make", "in.wav", "in.wav"}, false, 2},
