@@ -21,9 +21,9 @@
 #
 # EXECUTIONS is libFuzzer's count, the seeds among them. COVERED is the last "cov" that it tells, ALL the size of its tables:
 # edges of every instrumented object in the program and in what it loads at its start, the target itself among them. N and M
-# come from fuzz/Fuzzer.cpp: the slowest input's time, of the processor or by the clock, and the most that the heap grew while one input was
-# worked on, both rounded up, in MB of 2^20 bytes. A number that was not told is 0. The last line has the sum of all targets, and
-# that of those that are not tiny.
+# come from fuzz/Fuzzer.cpp: the slowest input's time, of the processor or by the clock, and the most that the heap grew while
+# one input was worked on, both rounded up, in MB of 2^20 bytes. A number that was not told is 0. The last line has the sum of
+# all targets, and that of those that are not tiny.
 set -euo pipefail
 . "$(dirname "$0")/help.sh"
 . "$(dirname "$0")/scratch.sh"
