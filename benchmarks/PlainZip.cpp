@@ -23,6 +23,8 @@
 #include <unistd.h>
 #include <zlib.h>
 
+#include <boost/shared_array.hpp>
+
 namespace {
 
 using File = std::unique_ptr<std::FILE, int (*)(std::FILE*)>;
@@ -90,10 +92,19 @@ struct EndRecord {
 
 static_assert(sizeof(LocalHeader) == 30 && sizeof(CentralHeader) == 46 && sizeof(EndRecord) == 22);
 
+using Text = boost::shared_array<char>;  // ends with a NUL; null where it is empty
+
+// With its numbers at full width. Its texts are shared with its copies.
 struct Record {
+  std::string_view nameView() const { return {name.get(), header.fields.nameSize}; }
+
   CentralHeader header;
-  std::string name;
-  std::string extra;  // and the comment
+  Text name;
+  Text extra;
+  Text comment;
+  std::uint64_t size = 0;
+  std::uint64_t storedSize = 0;
+  std::uint64_t offset = 0;
 };
 
 using Records = std::vector<std::shared_ptr<Record>>;
@@ -113,7 +124,8 @@ void setToNow(Fields& fields) {
 class Entry : public std::streambuf {
 public:
   Entry(std::FILE* file, const std::string& name, bool deflate) : fFile(file), fDeflate(deflate) {
-    fRecord.name = name;
+    fRecord.name.reset(new char[name.size() + 1]);
+    std::memcpy(fRecord.name.get(), name.c_str(), name.size() + 1);
     fRecord.header.offset = static_cast<std::uint32_t>(ftello(file));
     fFields.nameSize = static_cast<std::uint16_t>(name.size());
     fFields.method = deflate ? Z_DEFLATED : 0;
@@ -195,74 +207,53 @@ void writeDirectory(std::FILE* file, const Records& records) {
   EndRecord end;
   end.directoryOffset = static_cast<std::uint32_t>(ftello(file));
   for (const auto& record : records) {
-    write(file, &record->header, sizeof record->header);
-    write(file, record->name.data(), record->name.size());
-    write(file, record->extra.data(), record->extra.size());
+    const CentralHeader& header = record->header;
+    write(file, &header, sizeof header);
+    write(file, record->name.get(), header.fields.nameSize);
+    if (record->extra) write(file, record->extra.get(), header.fields.extraSize);
+    if (record->comment) write(file, record->comment.get(), header.commentSize);
   }
   end.directorySize = static_cast<std::uint32_t>(ftello(file)) - end.directoryOffset;
   end.entriesHere = end.entries = static_cast<std::uint16_t>(records.size());
   write(file, &end, sizeof end);
 }
 
+Text readText(std::FILE* file, std::size_t count) {
+  if (count == 0) return {};
+  Text text(new char[count + 1]);
+  read(file, text.get(), count);
+  text[count] = '\0';
+  return text;
+}
+
 // Leaves the file where the directory begins.
-EndRecord findDirectory(std::FILE* file) {
+Records readDirectory(std::FILE* file) {
   EndRecord end;
   fseeko(file, -static_cast<off_t>(sizeof end), SEEK_END);
   read(file, &end, sizeof end);
   require(end.signature == EndRecord{}.signature, "no end record where one was written");
   fseeko(file, static_cast<off_t>(end.directoryOffset), SEEK_SET);
-  return end;
-}
-
-// The same.
-Records readDirectory(std::FILE* file) {
-  const EndRecord end = findDirectory(file);
   Records records;
   for (std::size_t number = 0; number < end.entries; ++number) {
     const auto record = std::make_shared<Record>();
     read(file, &record->header, sizeof record->header);
-    record->name.resize(record->header.fields.nameSize);
-    read(file, record->name.data(), record->name.size());
-    record->extra.resize(std::size_t{record->header.fields.extraSize} + record->header.commentSize);
-    read(file, record->extra.data(), record->extra.size());
+    const Fields& fields = record->header.fields;
+    record->name = readText(file, fields.nameSize);
+    record->extra = readText(file, fields.extraSize);
+    record->comment = readText(file, record->header.commentSize);
+    record->size = fields.size;
+    record->storedSize = fields.storedSize;
+    record->offset = record->header.offset;
     records.push_back(record);
   }
   fseeko(file, static_cast<off_t>(end.directoryOffset), SEEK_SET);
   return records;
 }
 
-// What a package keeps of a record for good, in as few and as small blocks as can be.
-struct KeptRecord {
-  explicit KeptRecord(std::FILE* file) {
-    read(file, &header, sizeof header);
-    const Fields& fields = header.fields;
-    name = text(file, fields.nameSize);
-    if (fields.extraSize != 0) extra = text(file, fields.extraSize);
-    if (header.commentSize != 0) comment = text(file, header.commentSize);
-    size = fields.size;
-    storedSize = fields.storedSize;
-    offset = header.offset;
-  }
-  static std::unique_ptr<char[]> text(std::FILE* file, std::size_t count) {
-    std::unique_ptr<char[]> bytes(new char[count + 1]);
-    read(file, bytes.get(), count);
-    bytes[count] = '\0';
-    return bytes;
-  }
-
-  CentralHeader header;
-  std::unique_ptr<char[]> name;  // each ends with a NUL
-  std::unique_ptr<char[]> extra;
-  std::unique_ptr<char[]> comment;
-  std::uint64_t size;
-  std::uint64_t storedSize;
-  std::uint64_t offset;
-};
-
 // What a client is given of an entry, and keeps beyond the package if it likes.
-class KeptEntry {
+class PlainEntry {
 public:
-  KeptEntry(std::FILE* file, const std::shared_ptr<KeptRecord>& record)
+  PlainEntry(std::FILE* file, const std::shared_ptr<Record>& record)
       : fName(record->name.get()), fOld(record) {
     const auto start = static_cast<off_t>(record->offset);
     LocalHeader header;
@@ -273,14 +264,14 @@ public:
     fSize = record->size;
     fCRC = record->header.fields.crc;
   }
-  virtual ~KeptEntry() = default;
+  virtual ~PlainEntry() = default;
   virtual const std::string& name() const { return fName; }
   virtual std::uint32_t size() const { return static_cast<std::uint32_t>(fSize); }
 
 private:
   std::string fName;
-  std::shared_ptr<KeptRecord> fOld;
-  std::shared_ptr<KeptRecord> fNew;  // in an update
+  std::shared_ptr<Record> fOld;
+  std::shared_ptr<Record> fNew;  // in an update
   std::unique_ptr<LocalHeader> fNewHeader;
   std::unique_ptr<std::string> fTemporaryFile;
   std::unique_ptr<std::vector<void*>> fStreams;
@@ -293,12 +284,12 @@ private:
 Records copiesOf(const Records& records) {
   std::unordered_map<std::string_view, std::pair<std::uint16_t, std::uint16_t>> times;
   for (const auto& record : records)
-    times[record->name] = {record->header.fields.date, record->header.fields.time};
+    times[record->nameView()] = {record->header.fields.date, record->header.fields.time};
   Records copies;
   for (const auto& record : records) {
     copies.push_back(std::make_shared<Record>(*record));
     Fields& fields = copies.back()->header.fields;
-    std::tie(fields.date, fields.time) = times.at(record->name);
+    std::tie(fields.date, fields.time) = times.at(record->nameView());
   }
   return copies;
 }
@@ -323,7 +314,7 @@ void createPlainZip(const std::string& path, const Shape& shape) {
       stream.write(content(number + block), static_cast<std::streamsize>(shape.blockSize));
     records.push_back(entry->finish());
     const Record* const record = records.back().get();
-    require(byName.emplace(record->name, record).second, "the name is taken");
+    require(byName.emplace(record->nameView(), record).second, "the name is taken");
   }
   writeDirectory(file.get(), records);
 }
@@ -332,7 +323,8 @@ void appendPlainZip(const std::string& path, const std::string& name) {
   keepHeap();
   const File file = openFile(path, "r+b");
   const Records old = readDirectory(file.get());
-  require(std::none_of(old.begin(), old.end(), [&](const auto& one) { return one->name == name; }),
+  require(std::none_of(old.begin(), old.end(),
+                       [&](const auto& one) { return one->nameView() == name; }),
           "the name is taken");
 
   const std::string spool = temporaryFolder() + name;
@@ -360,15 +352,11 @@ void appendPlainZip(const std::string& path, const std::string& name) {
 
 void walkPlainZip(const std::string& path, const Found& found) {
   const File file = openFile(path, "rb");
-  const EndRecord end = findDirectory(file.get());
-  std::vector<std::shared_ptr<KeptRecord>> records;
-  records.reserve(end.entries);
-  for (std::size_t number = 0; number < end.entries; ++number)
-    records.push_back(std::make_shared<KeptRecord>(file.get()));
-  std::map<std::string, std::shared_ptr<KeptEntry>> entries;
+  const Records records = readDirectory(file.get());
+  std::map<std::string, std::shared_ptr<PlainEntry>> entries;
   for (const auto& record : records) {
-    std::shared_ptr<KeptEntry>& entry = entries[record->name.get()];
-    entry = std::make_shared<KeptEntry>(file.get(), record);
+    std::shared_ptr<PlainEntry>& entry = entries[record->name.get()];
+    entry = std::make_shared<PlainEntry>(file.get(), record);
     found(entry->name(), entry->size());
   }
 }

@@ -29,6 +29,6 @@ void appendPlainZip(const std::string& path, const std::string& name);
 using Found = std::function<void(std::string_view name, std::uint32_t size)>;
 
 // Opens and walks with local headers read, and keeps until it returns what the library's packages
-// keep, in as few blocks as can be: the fields of each record with 64-bit sizes and its texts, an
-// object of each entry with its name and what it needs in an update, and a map of these by name.
+// keep: the records, an object of each entry with its name and what it needs in an update, and a
+// map of these by name.
 void walkPlainZip(const std::string& path, const Found& found);

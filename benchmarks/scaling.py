@@ -201,7 +201,7 @@ def processes(measure, _quick):
 
 
 WIDTH, HEIGHT, LEFT, RIGHT, TOP, BOTTOM = 760, 430, 80, 250, 50, 50
-COLOURS = ['#0072b2', '#d55e00', '#009e73', '#cc79a7', '#8a6d00', '#56b4e9']
+COLOURS = ['#0072b2', '#d55e00', '#009e73', '#cc79a7', '#8a6d00', '#56b4e9', '#555555']
 
 
 def amount(value):

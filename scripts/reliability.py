@@ -133,7 +133,9 @@ ROADS = {
 }
 
 
-ABOUT_ROADS = "The points at which something failed, was cut short or stopped in the last run of `crashes`, on each road. "
+ABOUT_ROADS = """The points at which something failed, was cut short or stopped in the last run of `crashes`, on each road. {}
+A cell is empty where a road has nothing of the kind, or changes no file. Of the roads that save two are not
+stopped: `BeginWriteEndInTheFile` stands for `BeginInTheOldFileWriteEnd`, and `SecondUpdate` is two others, one behind the other."""
 ALL_SURVIVED = "All of them\nwere survived as the promises say."
 NOT_ALL_SURVIVED = "Its tests\nfailed: not all of them were survived as the promises say."
 
@@ -152,7 +154,7 @@ def road_table(title, kinds, log):
 
 
 def roads(log, passed):
-    about = ABOUT_ROADS + (ALL_SURVIVED if passed else NOT_ALL_SURVIVED)
+    about = ABOUT_ROADS.format(ALL_SURVIVED if passed else NOT_ALL_SURVIVED)
     tables = ["\n".join(road_table(title, kinds, log)) for title, kinds in ROADS.values()]
     return "\n\n".join([about] + tables)
 

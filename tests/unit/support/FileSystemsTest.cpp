@@ -117,6 +117,12 @@ const KindOfFailure kKinds[] = {
     {Failure::Truncate, 50,
      [](pkg::IPkgFileSystem<>& fs) { open(fs, "file", kIn | kOut)->truncate(9); }},
     {Failure::Close, 50, [](pkg::IPkgFileSystem<>& fs) { open(fs, "file", kIn)->close(); }},
+    {Failure::DeleteTemp, 50,
+     [](pkg::IPkgFileSystem<>& fs) { fs.deleteTempFileByName(fs.createTempFile()->getName()); }},
+    {Failure::FileName, 50, [](pkg::IPkgFileSystem<>& fs) { fs.getFSFileName("file"); }},
+    {Failure::Name, 50, [](pkg::IPkgFileSystem<>& fs) { open(fs, "file", kIn)->getName(); }},
+    {Failure::Capabilities, 50,
+     [](pkg::IPkgFileSystem<>& fs) { open(fs, "file", kIn)->getCapabilities(); }},
 };
 
 TEST(FailingFileSystem, EachKindFailsAtItsCallAndAtNoOther) {

@@ -114,6 +114,8 @@ public:
   std::vector<std::size_t> firstOfEachName() const;
   // Takes a record over and counts it.
   void append(const EntryPtr& entry);
+  // The same with a copy of another directory's record, which it returns.
+  const EntryPtr& appendCopy(const ZpCentralDir& other, std::size_t at);
   // Takes the first record of a name out and counts it off; its size stays counted.
   void erase(const char* name);
 
@@ -127,7 +129,8 @@ public:
   Entries fEntries;
 
 private:
-  void add(const EntryPtr& entry);
+  void add(EntryPtr entry, std::uint32_t nameHash);
+  void count(const Entry& entry);
   std::size_t indexOf(const char* name) const;
   long long findEndRecord(IPkgFSFileCommon* file, long long position);
   void readComment(IPkgFSFileCommon* file, ZipPackage<Context>* package, long long position);

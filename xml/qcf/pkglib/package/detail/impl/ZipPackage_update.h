@@ -5,8 +5,6 @@
 #include <iterator>
 #include <new>
 
-#include <boost/make_shared.hpp>
-
 #include "package/detail/ZipPackage.h"
 
 namespace pkg::zip {
@@ -147,8 +145,7 @@ void ZipPackage<Context>::keepOldRecords() {
     const auto known = fEntries.find(record->getPath());
     ZipPkgEntry<Context>* const entry = known == fEntries.end() ? nullptr : zipEntry(known->second);
     if (entry != nullptr && (entry->fDeleted || entry->fModified)) continue;
-    const auto copy = boost::make_shared<ZpCentralDirEntry<Context>>(*record);
-    fOutCentralDir->append(copy);
+    const Record& copy = fOutCentralDir->appendCopy(old, at);
     if (entry != nullptr) entry->fWriteCentral = copy;
   }
 }

@@ -2,6 +2,7 @@
 
 #include <cstdio>
 #include <cstring>
+#include <utility>
 
 #include <boost/endian/conversion.hpp>
 #include <boost/make_shared.hpp>
@@ -26,10 +27,15 @@ bool ZpCentralDir<Context>::CompareEntryName::operator()(const EntryPtr& entry) 
 }
 
 template <class Context>
-void ZpCentralDir<Context>::add(const EntryPtr& entry) {
+std::uint32_t nameHashOf(const ZpCentralDirEntry<Context>& entry) {
+  return entry.fName ? hashOfName(entry.fName.get()) : 0;
+}
+
+template <class Context>
+void ZpCentralDir<Context>::add(EntryPtr entry, std::uint32_t nameHash) {
   fNameHashes.resize(fEntries.size());  // without one that an addition cut short left behind
-  fNameHashes.push_back(entry->fName ? hashOfName(entry->fName.get()) : 0);
-  fEntries.push_back(entry);
+  fNameHashes.push_back(nameHash);
+  fEntries.push_back(std::move(entry));
 }
 
 inline bool readFully(IPkgFSFileCommon* file, void* buffer, int size) {
@@ -152,10 +158,11 @@ void ZpCentralDir<Context>::readCDEntries(IPkgFSFileCommon* file, ZipPackage<Con
   if (file->isSeekable()) file->seek(static_cast<long long>(fDirectoryOffset), SEEK_SET);
   PkgPropertyMgr<Context>* const properties = package->getPropertyMgr();
   for (std::uint64_t i = 0; i < fEntryCount; ++i) {
-    const EntryPtr entry = boost::make_shared<Entry>();
+    EntryPtr entry = boost::make_shared<Entry>();
+    const Entry& record = *entry;
     entry->readCDH(file, package);
-    add(entry);
-    properties->addRecordDateTime(entry->name(), {entry->fHeader.date, entry->fHeader.time});
+    add(std::move(entry), nameHashOf(record));
+    properties->addRecordDateTime(record.name(), {record.fHeader.date, record.fHeader.time});
   }
 }
 

@@ -6,6 +6,7 @@
 #include <string>
 
 #include <boost/endian/conversion.hpp>
+#include <boost/make_shared.hpp>
 
 #include "package/detail/ZipPackage.h"
 #include "package/detail/ZpCentralDir.h"
@@ -53,9 +54,22 @@ std::vector<std::size_t> ZpCentralDir<Context>::firstOfEachName() const {
 
 template <class Context>
 void ZpCentralDir<Context>::append(const EntryPtr& entry) {
-  add(entry);
+  add(entry, nameHashOf(*entry));
+  count(*entry);
+}
+
+template <class Context>
+const typename ZpCentralDir<Context>::EntryPtr& ZpCentralDir<Context>::appendCopy(
+    const ZpCentralDir& other, std::size_t at) {
+  add(boost::make_shared<Entry>(*other.fEntries[at]), other.fNameHashes[at]);
+  count(*fEntries.back());
+  return fEntries.back();
+}
+
+template <class Context>
+void ZpCentralDir<Context>::count(const Entry& entry) {
   ++fEntryCount;
-  fDirectorySize += entry->sizeOnDisk();
+  fDirectorySize += entry.sizeOnDisk();
 }
 
 template <class Context>
