@@ -95,7 +95,7 @@ COUNTS = {
     "fuzz": [line(r"^(\d+) executions of (\d+) targets \((\d+) without hex and paths\) in (\d+) minutes, (\d+) findings$",
                   "{} executions of {} targets ({} without hex and paths) in {} minutes, {} findings")],
     "lint": [line(r"^clang-tidy: (\d+) sources$", "{} sources"),
-             line(r"^clang\+\+: (\d+) sources$", "{} more by the warnings of clang++"), line(r"^lint: (clean)$", "{}")],
+             line(r"^clang\+\+: (\d+) sources$", "{} more by the warnings of clang++"), line(r"^lint: (clean.*)$", "{}")],
     "abi": [line(r"^abi: (\d+) functions, (\d+) types as in", "{} functions, {} types as in the last dump")],
     "coverage": [line(r"^lines: ([\d.]+)% \((\d+) out of (\d+)\)", "{0}% of {2} lines"),
                  line(r"^branches: ([\d.]+)% \((\d+) out of (\d+)\)", "{0}% of {2} branches, those that the compiler makes for exceptions left out"),
