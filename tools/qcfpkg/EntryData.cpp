@@ -1,8 +1,8 @@
 #include "EntryData.h"
 
 #include <algorithm>
+#include <array>
 #include <new>
-#include <vector>
 
 #include <zlib.h>
 
@@ -56,18 +56,16 @@ public:
   Inflater& operator=(const Inflater&) = delete;
 
   void take(const char* data, std::size_t size, Measured& out) {
-    std::vector<char> block(kBlock);
     fStream.next_in = reinterpret_cast<Bytef*>(const_cast<char*>(data));
     fStream.avail_in = static_cast<uInt>(size);
     while (!fDone && fStream.avail_in != 0)
-      step(block, out);
+      step(out);
     fRest += fStream.avail_in;
   }
 
   void finish(Measured& out) {
-    std::vector<char> block(kBlock);
     fStream.avail_in = 0;
-    while (!fDone && step(block, out) != 0)
+    while (!fDone && step(out) != 0)
       continue;
     if (!fDone) throw DataError("data-damaged", "the deflated data is cut off");
     if (fRest != 0) {
@@ -78,7 +76,8 @@ public:
 
 private:
   // Returns how many bytes came out.
-  std::size_t step(std::vector<char>& block, Measured& out) {
+  std::size_t step(Measured& out) {
+    std::array<char, kBlock> block;  // left as it is: most entries need little of it
     fStream.next_out = reinterpret_cast<Bytef*>(block.data());
     fStream.avail_out = static_cast<uInt>(block.size());
     const int result = inflate(&fStream, Z_NO_FLUSH);
