@@ -129,7 +129,7 @@ std::string scratchPrefix(const std::string& program, const std::string& output)
 
 int makeScratch(int folder, const std::string& prefix, mode_t mode, std::string& name) {
   constexpr int kAttempts = 100;
-  std::random_device random;
+  static std::random_device random;  // to set one up takes longer than all else here
   std::uniform_int_distribution<std::size_t> pick(0, kLetters.size() - 1);
   for (int attempt = 0; attempt < kAttempts; ++attempt) {
     name = prefix;

@@ -17,6 +17,14 @@ void removeScratchAndDie(int signal) {
   std::raise(signal);
 }
 
+// A signal that is ignored, as under nohup, stays so.
+bool catchSignals() {
+  for (const int signal : {SIGHUP, SIGINT, SIGTERM}) {
+    if (std::signal(signal, removeScratchAndDie) == SIG_IGN) std::signal(signal, SIG_IGN);
+  }
+  return true;
+}
+
 }  // namespace
 
 void removeScratch() noexcept {
@@ -28,10 +36,7 @@ void removeOnSignal(const std::string& scratch) {
   if (scratch.empty() || scratch.size() >= gScratchToRemove.size()) return;
   std::copy_n(scratch.c_str() + 1, scratch.size(), gScratchToRemove.data() + 1);
   gScratchToRemove[0] = scratch[0];  // last: the name counts from here on
-  for (const int signal : {SIGHUP, SIGINT, SIGTERM}) {
-    // A signal that is ignored, as under nohup, stays so.
-    if (std::signal(signal, removeScratchAndDie) == SIG_IGN) std::signal(signal, SIG_IGN);
-  }
+  [[maybe_unused]] static const bool areCaught = catchSignals();
 }
 
 }  // namespace tools
