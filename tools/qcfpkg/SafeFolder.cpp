@@ -23,8 +23,12 @@ namespace {
 // Not after the file that is written: one look at a folder finds what was left of all.
 constexpr auto kScratchPrefix = ".qcfpkg-";
 
+// How many folders of a way stay open, whatever its length: what comes next is most often near.
+constexpr std::size_t kMostOpen = 8;
+
 std::vector<std::string> segmentsOf(const std::string& path) {
   std::vector<std::string> segments;
+  if (path.empty()) return segments;
   std::size_t at = 0;
   while (at <= path.size()) {
     const std::size_t slash = std::min(path.find('/', at), path.size());
@@ -47,6 +51,16 @@ std::string withoutFinalSlash(const std::string& name) {
 std::string stepReason() {
   if (errno == ELOOP || errno == ENOTDIR) return "a file or a symbolic link is in the way";
   return tools::systemReason();
+}
+
+// A folder in an open one, made where missing.
+int openStep(int folder, const std::string& name, const std::string& shownPath) {
+  const bool isThere =
+      mkdirat(folder, name.c_str(), 0777) == 0 ? tools::syncFolder(folder) : errno == EEXIST;
+  if (!isThere) failAt(shownPath, tools::systemReason());
+  const int step = openat(folder, name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+  if (step < 0) failAt(shownPath, stepReason());
+  return step;
 }
 
 }  // namespace
@@ -78,58 +92,52 @@ SafeFolder::SafeFolder(const tools::Session& session, const std::string& path)
 }
 
 SafeFolder::~SafeFolder() {
+  goBack(0);
   close(fDescriptor);
 }
 
-int SafeFolder::openFolder(const std::vector<std::string>& steps, const std::string& path) const {
-  int folder = dup(fDescriptor);
-  for (const std::string& step : steps) {
-    if (folder < 0) break;
-    const bool isThere =
-        mkdirat(folder, step.c_str(), 0777) == 0 ? tools::syncFolder(folder) : errno == EEXIST;
-    if (!isThere) {
-      const std::string reason = tools::systemReason();
-      close(folder);
-      failAt(path, reason);
-    }
-    const int next = openat(folder, step.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
-    const int code = errno;
-    close(folder);
-    errno = code;
-    folder = next;
+void SafeFolder::Step::close() {
+  if (folder >= 0) ::close(std::exchange(folder, -1));
+}
+
+void SafeFolder::goBack(std::size_t steps) {
+  for (; fWay.size() > steps; fWay.pop_back())
+    fWay.back().close();
+}
+
+int SafeFolder::openFolder(const std::string& path, const std::string& shownPath) {
+  const std::vector<std::string> steps = segmentsOf(path);
+  std::size_t common = 0;
+  while (common < std::min(steps.size(), fWay.size()) && fWay[common].name == steps[common])
+    ++common;
+  goBack(common);
+  const auto last = [this] { return fWay.empty() ? fDescriptor : fWay.back().folder; };
+  if (last() < 0) goBack(0);
+  while (fWay.size() < steps.size()) {
+    const std::string& name = steps[fWay.size()];
+    fWay.push_back({name, openStep(last(), name, shownPath)});
+    if (fWay.size() > kMostOpen) fWay[fWay.size() - 1 - kMostOpen].close();
   }
-  if (folder < 0) failAt(path, stepReason());
-  return folder;
+  return last();
 }
 
-void SafeFolder::createFolder(const std::string& path) const {
-  const std::string shownPath = fPath + "/" + path;
-  close(openFolder(segmentsOf(withoutFinalSlash(path)), shownPath));
+void SafeFolder::createFolder(const std::string& path) {
+  openFolder(withoutFinalSlash(path), fPath + "/" + path);
 }
 
-bool SafeFolder::isNew(int folder) {
-  struct stat status {};
-  return fstat(folder, &status) == 0 && fSeen.insert({status.st_dev, status.st_ino}).second;
-}
-
-void SafeFolder::sync() const {
-  for (const std::vector<std::string>& steps : fChanged) {
-    const int folder = openFolder(steps, fPath);
-    const bool done = tools::syncFolder(folder);
-    const std::string reason = tools::systemReason();
-    close(folder);
-    if (!done) failAt(fPath, reason);
+void SafeFolder::sync() {
+  for (const std::string& path : fChanged) {
+    if (!tools::syncFolder(openFolder(path, fPath))) failAt(fPath, tools::systemReason());
   }
 }
 
 std::unique_ptr<SafeFolder::File> SafeFolder::createFile(const std::string& path, bool overwrite) {
-  std::vector<std::string> steps = segmentsOf(path);
-  const std::string leaf = steps.back();
-  steps.pop_back();
+  const std::size_t slash = path.rfind('/');
+  const std::string parent = slash == std::string::npos ? "" : path.substr(0, slash);
+  const std::string leaf = path.substr(slash + 1);
   const std::string shownPath = fPath + "/" + path;
-  const int folder = openFolder(steps, shownPath);
-  if (isNew(folder)) {
-    fChanged.push_back(steps);
+  const int folder = openFolder(parent, shownPath);
+  if (fChanged.insert(parent).second) {
     const std::string shownFolder = shownPath.substr(0, shownPath.size() - leaf.size() - 1);
     tools::clearLeftovers(fSession, folder, shownFolder, kScratchPrefix);
   }
@@ -148,7 +156,6 @@ SafeFolder::File::File(int folder, const std::string& leaf, std::string shownPat
       unlinkat(fFolder, fScratch.c_str(), 0);
       close(fDescriptor);
     }
-    close(fFolder);
     throw;
   }
 }
@@ -164,7 +171,6 @@ SafeFolder::File::~File() {
   if (!fScratch.empty()) unlinkat(fFolder, fScratch.c_str(), 0);
   tools::removeOnSignal({});
   if (fDescriptor >= 0) close(fDescriptor);
-  close(fFolder);
 }
 
 void SafeFolder::File::fail() const {

@@ -5,10 +5,7 @@
 #include <memory>
 #include <set>
 #include <string>
-#include <utility>
 #include <vector>
-
-#include <sys/types.h>
 
 #include "common/Program.h"
 
@@ -42,7 +39,7 @@ public:
     void refuseWhatIsInTheWay() const;
     [[noreturn]] void fail() const;
 
-    int fFolder;
+    int fFolder;  // open as long as it is the last one that was opened
     std::string fLeaf;
     std::string fScratch;
     std::string fShownPath;
@@ -52,19 +49,28 @@ public:
 
   // `path` is a name that unsafeReason allows. Makes the folders on the way, and clears what killed
   // runs have left in the last of them, with a note. Raises tools::Failure, also where something is
-  // in the way.
+  // in the way. The file must be gone before anything else is asked of the folder.
   std::unique_ptr<File> createFile(const std::string& path, bool overwrite);
-  void createFolder(const std::string& path) const;
+  void createFolder(const std::string& path);
   // Makes the names of all files that were created durable. Raises tools::Failure.
-  void sync() const;
+  void sync();
 
 private:
-  int openFolder(const std::vector<std::string>& steps, const std::string& path) const;
-  bool isNew(int folder);
+  // A folder on the way to the one that was opened last. Only the last few of a long way are open.
+  struct Step {
+    std::string name;
+    int folder;  // -1: closed
+    void close();
+  };
+
+  // The folder stays open until the next one is opened. An empty path is the folder itself.
+  int openFolder(const std::string& path, const std::string& shownPath);
+  // To so many steps of the way.
+  void goBack(std::size_t steps);
 
   const tools::Session& fSession;
   std::string fPath;
   int fDescriptor;
-  std::set<std::pair<dev_t, ino_t>> fSeen;         // folders in which files were created
-  std::vector<std::vector<std::string>> fChanged;  // the way to each of them
+  std::vector<Step> fWay;
+  std::set<std::string> fChanged;  // the paths of the folders in which files were created
 };

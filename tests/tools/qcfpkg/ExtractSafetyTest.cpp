@@ -66,12 +66,16 @@ protected:
       item = item->first.compare(0, 7, "outside") == 0 ? std::next(item) : all.erase(item);
     return all;
   }
-  // A package that takes a while to extract.
-  void makeBig() const {
-    python(
-        "import zipfile\n"
+  // A package that takes a while to extract: small entries before and behind a big one.
+  void makeBig(const std::string& before = "", const std::string& behind = "deep/small") const {
+    support::python(
+        "import sys, zipfile\n"
         "z = zipfile.ZipFile('big.pkg', 'w', zipfile.ZIP_DEFLATED)\n"
-        "z.writestr('deep/big', bytes(300000000)); z.writestr('deep/small', 'small'); z.close()\n");
+        "for name in sys.argv[1].split(): z.writestr(name, 'small')\n"
+        "z.writestr('deep/big', bytes(300000000))\n"
+        "for name in sys.argv[2].split(): z.writestr(name, 'small')\n"
+        "z.close()\n",
+        {before, behind}, folder.path());
   }
   // Some of deep/big has been written, and not all of it.
   bool isHalfWay() const {
@@ -183,6 +187,25 @@ TEST_F(ExtractSafety, ALinkThatAppearsMeanwhileIsNotFollowedEither) {
   EXPECT_EQ(outside(), before);
 }
 
+// What was opened stays the folder that it was; what has to be opened anew is a link by then.
+TEST_F(ExtractSafety, ALinkInPlaceOfAFolderThatIsOpenIsFollowedNeitherNowNorLater) {
+  makeBig("", "deep/small deep/er/small top deep/last");
+  const Contents before = outside();
+  const pid_t child = stoppedHalfWay({"extract", "big.pkg", "-C", "out"});
+  fs::rename(folder / "out/deep", folder / "out/moved");
+  fs::create_directory_symlink("../outside", folder / "out/deep");
+  kill(child, SIGCONT);
+  int status = 0;
+  waitpid(child, &status, 0);
+  EXPECT_EQ(WEXITSTATUS(status), 3);
+  EXPECT_EQ(outside(), before);
+  EXPECT_EQ(fs::file_size(folder / "out/moved/big"), 300000000u);
+  EXPECT_EQ(folder.read("out/moved/small"), "small");
+  EXPECT_EQ(folder.read("out/moved/er/small"), "small");
+  EXPECT_EQ(folder.read("out/top"), "small");
+  EXPECT_FALSE(fs::exists(folder / "out/moved/last"));
+}
+
 // A file of the package stands where one of its folders has to be.
 TEST_F(ExtractSafety, AFileAndAFolderOfOneNameAreRefusedWhereTheyMeet) {
   zipbytes::File file;
@@ -255,13 +278,15 @@ TEST_F(ExtractSafety, SizesBeyondAllMeasureAreRefused) {
 }
 
 TEST_F(ExtractSafety, AnInterruptLeavesNoHalfFile) {
-  makeBig();
+  makeBig("deep/first deep/second");
   const pid_t child = stoppedHalfWay({"extract", "big.pkg", "-C", "out"});
   kill(child, SIGTERM);
   kill(child, SIGCONT);
   int status = 0;
   waitpid(child, &status, 0);
   EXPECT_TRUE(WIFSIGNALED(status));
+  EXPECT_TRUE(fs::remove(folder / "out/deep/first"));
+  EXPECT_TRUE(fs::remove(folder / "out/deep/second"));
   EXPECT_TRUE(fs::is_empty(folder / "out/deep"));
 }
 

@@ -31,6 +31,22 @@ TEST_F(Extract, EveryFileComesOutAsItWas) {
   EXPECT_EQ(support::run({{"diff", "-r", "other", "deep/out"}, {}, folder.path(), {}}).status, 0);
 }
 
+// Down, up and anywhere, with fewer descriptors than there are folders on the way.
+TEST_F(Extract, FilesInFoldersFarWithinEachOtherComeOutInWhateverOrder) {
+  python(
+      "import random, zipfile\n"
+      "depths = [*range(200), *reversed(range(200)), *random.Random(1).sample(range(200), 200)]\n"
+      "z = zipfile.ZipFile('a.pkg', 'w')\n"
+      "for i, depth in enumerate(depths):\n"
+      "    z.writestr('a/' * depth + str(i), str(depth))\n"
+      "    if i % 3 == 0: z.writestr('a/' * depth + 'b%d/' % i, '')\n"
+      "z.close()\n"
+      "zipfile.ZipFile('a.pkg').extractall('expected')\n");
+  const auto finished = shell("ulimit -n 20; exec \"$0\" extract a.pkg -C out");
+  EXPECT_EQ(finished.status, 0) << finished.err;
+  EXPECT_EQ(support::run({{"diff", "-r", "expected", "out"}, {}, folder.path(), {}}).status, 0);
+}
+
 TEST_F(Extract, OnlyWhatIsNamedComesOut) {
   makePackage("a.pkg");
   must({"extract", "a.pkg", "sub", "-C", "out"});
