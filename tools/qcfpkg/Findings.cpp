@@ -99,11 +99,11 @@ void Findings::add(const std::string& id, const std::string& entry,
   const auto kind =
       std::find_if(kinds.begin(), kinds.end(), [&](const FindingKind& k) { return id == k.id; });
   if (kind == kinds.end()) throw std::logic_error("no finding " + id);
-  fFindings.push_back({id, kind->severity, entry, offset, text, kind->advice});
+  fFindings.push_back({*kind, entry, offset, text});
 }
 
 std::size_t Findings::count(Severity severity) const {
   return static_cast<std::size_t>(
       std::count_if(fFindings.begin(), fFindings.end(),
-                    [&](const Finding& finding) { return finding.severity == severity; }));
+                    [&](const Finding& finding) { return finding.kind.severity == severity; }));
 }

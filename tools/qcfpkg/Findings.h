@@ -22,12 +22,10 @@ struct FindingKind {
 };
 
 struct Finding {
-  std::string id;
-  Severity severity = Severity::Error;
+  FindingKind kind;
   std::string entry;  // empty for the package itself
   std::optional<std::uint64_t> offset;
   std::string text;
-  std::string advice;
 };
 
 class Findings {

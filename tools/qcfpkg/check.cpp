@@ -4,6 +4,7 @@
 #include <nlohmann/json.hpp>
 
 #include "Findings.h"
+#include "JSONOutput.h"
 #include "Texts.h"
 #include "Tool.h"
 #include "common/Progress.h"
@@ -56,13 +57,14 @@ Findings examine(const Tool& tool, const std::string& path) {
 }
 
 nlohmann::ordered_json describe(const Finding& finding) {
-  nlohmann::ordered_json json{{"id", finding.id}, {"severity", severityName(finding.severity)}};
+  nlohmann::ordered_json json{{"id", finding.kind.id},
+                              {"severity", severityName(finding.kind.severity)}};
   json["entry"] = finding.entry.empty() ? nlohmann::ordered_json()
                                         : nlohmann::ordered_json(jsonText(finding.entry));
   json["offset"] =
       finding.offset ? nlohmann::ordered_json(*finding.offset) : nlohmann::ordered_json();
   json["text"] = jsonText(finding.text);
-  json["advice"] = finding.advice;
+  json["advice"] = finding.kind.advice;
   return json;
 }
 
@@ -70,8 +72,20 @@ void print(const std::string& path, const Finding& finding) {
   std::string place = tools::shown(path);
   if (!finding.entry.empty()) place += ": " + tools::shown(finding.entry);
   if (finding.offset) place += fmt::format(" at {}", *finding.offset);
-  fmt::print("{}: {} {}: {}; {}\n", place, severityName(finding.severity), finding.id, finding.text,
-             finding.advice);
+  fmt::print("{}: {} {}: {}; {}\n", place, severityName(finding.kind.severity), finding.kind.id,
+             finding.text, finding.kind.advice);
+}
+
+void print(JSONOutput& json, const std::string& path, const Findings& findings) {
+  json.beginObject();
+  json.key("file");
+  json.value(jsonText(path));
+  json.key("findings");
+  json.beginList();
+  for (const Finding& finding : findings.all())
+    json.value(describe(finding));
+  json.end();
+  json.end();
 }
 
 bool fails(const Findings& findings, const Options& options) {
@@ -94,24 +108,26 @@ void run(Tool& tool, const Options& options) {
   if (options.packages.empty()) {
     throw tools::Failure("PACKAGE is required; see qcfpkg check --help", tools::ExitUsage);
   }
-  auto list = nlohmann::ordered_json::array();
+  JSONOutput json;
+  if (options.asJSON) json.beginList();
   bool anyFails = false;
   for (const std::string& path : options.packages) {
     try {
       const Findings findings = examine(tool, path);
       anyFails = anyFails || fails(findings, options);
-      auto described = nlohmann::ordered_json::array();
-      for (const Finding& finding : findings.all()) {
-        described.push_back(describe(finding));
-        if (!options.asJSON && !tool.quiet) print(path, finding);
+      if (options.asJSON) {
+        print(json, path, findings);
+      } else if (!tool.quiet) {
+        for (const Finding& finding : findings.all())
+          print(path, finding);
       }
-      list.push_back({{"file", jsonText(path)}, {"findings", described}});
     } catch (const tools::Failure& failure) {  // the others are examined all the same
       tool.report(failure);
-      list.push_back({{"file", jsonText(path)}, {"error", jsonText(failure.what())}});
+      if (!options.asJSON) continue;
+      json.value({{"file", jsonText(path)}, {"error", jsonText(failure.what())}});
     }
   }
-  if (options.asJSON) fmt::print("{}\n", list.dump(2));
+  if (options.asJSON) json.end();
   if (anyFails && tool.code == tools::ExitDone) tool.code = tools::ExitFindings;
 }
 

@@ -56,7 +56,7 @@ Info gather(const ziplayout::Layout& layout) {
 void printJSON(const Info& info) {
   auto faults = nlohmann::ordered_json::array();
   for (const Finding& finding : info.faults)
-    faults.push_back(finding.id);
+    faults.push_back(finding.kind.id);
   auto gaps = nlohmann::ordered_json::array();
   for (const auto& gap : info.gaps) {
     gaps.push_back({{"offset", gap.begin}, {"size", gap.end - gap.begin}});

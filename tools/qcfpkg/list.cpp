@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
+#include "JSONOutput.h"
 #include "Texts.h"
 #include "Tool.h"
 #include "ZipLayout.h"
@@ -59,10 +60,11 @@ void run(const Options& options) {
   const ziplayout::Layout layout(options.package);
   layout.requireWhole();
   if (!options.asJSON) return printTable(layout);
-  auto list = nlohmann::ordered_json::array();
+  JSONOutput json;
+  json.beginList();
   for (const ziplayout::Entry& entry : layout.entries())
-    list.push_back(describe(entry));
-  fmt::print("{}\n", list.dump(2));
+    json.value(describe(entry));
+  json.end();
 }
 
 }  // namespace

@@ -1,10 +1,12 @@
 #include <algorithm>
 #include <array>
+#include <map>
 
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
 #include "EntryData.h"
+#include "JSONOutput.h"
 #include "PackageUpdate.h"
 #include "Properties.h"
 #include "Texts.h"
@@ -92,23 +94,32 @@ void list(const Options& options) {
   layout.requireWhole();
   if (!options.entry.empty()) entryOf(layout, options);
   const PropertyMap document = documentOf(layout, options);
-  auto json = nlohmann::ordered_json::object();
+  // What entries of one name have stands together, where the first of them that has any stands.
+  std::map<std::string, std::size_t> places;
+  std::vector<std::pair<std::string, nlohmann::ordered_json>> all;
   for (const ziplayout::Entry& entry : layout.entries()) {
     if (!options.entry.empty() && entry.central.name != options.entry) continue;
     for (const char* const name : kNames) {
       const std::string value = valueOf(entry, document, name);
       if (value.empty()) continue;
       if (options.asJSON) {
+        const auto [place, isNew] = places.emplace(jsonText(entry.central.name), all.size());
         // An object from the start: one made of nothing is left half made where memory runs out.
-        auto own =
-            json.emplace(jsonText(entry.central.name), nlohmann::ordered_json::object()).first;
-        (*own)[name] = jsonText(value);
+        if (isNew) all.emplace_back(place->first, nlohmann::ordered_json::object());
+        all[place->second].second[name] = jsonText(value);
       } else {
         fmt::print("{}\t{}\t{}\n", tools::shown(entry.central.name), name, tools::shown(value));
       }
     }
   }
-  if (options.asJSON) fmt::print("{}\n", json.dump(2));
+  if (!options.asJSON) return;
+  JSONOutput json;
+  json.beginObject();
+  for (const auto& [name, values] : all) {
+    json.key(name);
+    json.value(values);
+  }
+  json.end();
 }
 
 void setModified(const Options& options, Change& change) {
