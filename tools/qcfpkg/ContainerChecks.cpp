@@ -1,6 +1,7 @@
 #include <algorithm>
 #include <map>
 #include <set>
+#include <string_view>
 
 #include <fmt/format.h>
 
@@ -232,8 +233,11 @@ void checkProperties(const Layout& layout, Findings& findings) {
     findings.add("properties-foreign", kPropertiesName, entry->offset,
                  "it holds properties or comments of other programs");
   }
+  std::set<std::string_view> names;
+  for (const Entry& listed : layout.entries())
+    names.insert(listed.central.name);
   for (const auto& [path, values] : text.properties) {
-    if (layout.find(path) != nullptr) continue;
+    if (names.count(path) != 0) continue;
     findings.add("properties-no-entry", path, entry->offset,
                  "properties of an entry that is not there");
   }
