@@ -17,17 +17,19 @@ struct Options {
 
 nlohmann::ordered_json describe(const ziplayout::Entry& entry) {
   const ziplayout::Header& header = entry.central;
-  return {{"name", jsonText(header.name)},
-          {"size", header.size},
-          {"compressedSize", header.compressedSize},
-          {"method", methodName(header.method)},
-          {"modified", dateText(header.date, header.time)},
-          {"crc32", fmt::format("{:08x}", header.crc)},
-          {"flags", flagsText(entry)},
-          {"encrypted", entry.isEncrypted()},
-          {"folder", entry.isFolder()},
-          {"offset", entry.offset},
-          {"comment", jsonText(entry.comment)}};
+  nlohmann::ordered_json json;
+  json["name"] = jsonText(header.name);
+  json["size"] = header.size;
+  json["compressedSize"] = header.compressedSize;
+  json["method"] = methodName(header.method);
+  json["modified"] = dateText(header.date, header.time);
+  json["crc32"] = fmt::format("{:08x}", header.crc);
+  json["flags"] = flagsText(entry);
+  json["encrypted"] = entry.isEncrypted();
+  json["folder"] = entry.isFolder();
+  json["offset"] = entry.offset;
+  json["comment"] = jsonText(entry.comment);
+  return json;
 }
 
 void printRow(const std::string& size, const std::string& compressed, const std::string& ratio,
