@@ -74,7 +74,7 @@ if [[ -n $scaling ]]; then
   exit
 fi
 
-# The other processors work throughout, and always at the same: a contender slows down by up to a half where its neighbour
+# The other processors work throughout, and always at the same, but in a quick run, which judges no speed: a contender slows down by up to a half where its neighbour
 # computes, so that whatever else comes and goes on the machine would change the ratios. For that, they and the benchmarks
 # go ahead of everybody else where that is allowed.
 if [[ -z ${quick[*]} ]]; then

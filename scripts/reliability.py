@@ -79,7 +79,8 @@ COUNTS = {
                 total(r"; (\d+) transfers cut in half", "short transfers of a program"),
                 total(r", without memory at (\d+) of", "allocations of a program that fail"),
                 total(r", zlib failed at (\d+)(?: of \d+)? calls", "failing calls of a program to zlib"),
-                total(r", fault points: .*together (\d+)", "failing calls of the library to the file system"),
+                total(r", fault points: (?!of a disk).*together (\d+)", "failing calls of the library to the file system"),
+                total(r", fault points: of a disk that stays away, together (\d+)", "calls of the library from which on a disk stays away"),
                 total(r", one allocation fails: (\d+) allocations", "allocations of the library that fail"),
                 total(r", zlib of the library failed at (\d+) calls", "failing calls of the library to zlib"),
                 total(r", files of the importer failed at (\d+) calls", "failing calls of the importer to the file system"),
@@ -112,7 +113,8 @@ MOST_NAMES = 6
 # What the log of `crashes` tells of each road: the pattern of its line's rest, and what is counted.
 ROADS = {
     "library": ("Roads of the library", {
-        "file system": r"fault points: .*together (\d+)",
+        "file system": r"fault points: (?!of a disk).*together (\d+)",
+        "a disk that stays away": r"fault points: of a disk that stays away, together (\d+)",
         "allocations": r"one allocation fails: (\d+) allocations",
         "zlib": r"zlib of the library failed at (\d+) calls",
         "killed": r"killed: .*together (\d+)",
@@ -134,8 +136,9 @@ ROADS = {
 
 
 ABOUT_ROADS = """The points at which something failed, was cut short or stopped in the last run of `crashes`, on each road. {}
-A cell is empty where a road has nothing of the kind, or changes no file. Of the roads that save two are not
-stopped: `BeginWriteEndInTheFile` stands for `BeginInTheOldFileWriteEnd`, and `SecondUpdate` is two others, one behind the other."""
+A cell is empty where a road has nothing of the kind, or changes no file. Of the roads that write three are
+not stopped: `BeginWriteEndInTheFile` stands for `BeginInTheOldFileWriteEnd`, `SecondUpdate` is two others, one behind the
+other, and `BeginWriteCancel` gives up what it writes."""
 ALL_SURVIVED = "All of them\nwere survived as the promises say."
 NOT_ALL_SURVIVED = "Its tests\nfailed: not all of them were survived as the promises say."
 
@@ -160,11 +163,13 @@ def roads(log, passed):
 
 
 def targets(log, _):
-    rows = ["| target | executions | edges reached | slowest input | heap grew by |", "|---|---|---|---|---|"]
+    rows = ["| target | executions | edges reached | slowest input | by the clock | heap grew by |", "|---|---|---|---|---|---|"]
+    clocks = dict(re.findall(r"^fuzz target (\w+) by the clock: slowest (\d+) ms$", log, re.M))
     pattern = r"^fuzz target (\w+): (\d+) executions, (\d+) of (\d+) edges, slowest (\d+) ms, peak (\d+) MB$"
     for name, *numbers in re.findall(pattern, log, re.M):
         executions, reached, edges, slowest, peak = (f"{int(number):,}" for number in numbers)
-        rows.append(f"| `{name}` | {executions} | {reached} of {edges} | {slowest} ms | {peak} MB |")
+        clock = f"{int(clocks[name]):,} ms" if name in clocks else ""
+        rows.append(f"| `{name}` | {executions} | {reached} of {edges} | {slowest} ms | {clock} | {peak} MB |")
     return "\n".join(rows)
 
 

@@ -192,11 +192,11 @@ const std::vector<Reading> kReadings = {
     {"hostWaveformSVG", QSNDHOST, drawn("svg"), true},
     {"hostExport", QSNDHOST, {"export", "in.qsnd", "-"}, true},
     {"hostExportJSON", QSNDHOST, {"export", "--json", "in.qsnd", "/dev/null"}, true},
+    {"hostWaveformJSON", QSNDHOST, {"waveform", "in.qsnd", "--json", "--width", "100"}, true},
     // Refused, and never mistaken for something else.
     {"addItself", QCFPKG, {"add", "a.pkg", "x=a.pkg"}, false, 3},
     {"hostMakeOntoItself", QSNDHOST, {"make", "in.wav", "in.wav"}, false, 2},
-    {"hostExportOntoItself", QSNDHOST, {"export", "in.qsnd", "in.qsnd"}, false, 2},
-    {"hostWaveformJSON", QSNDHOST, {"waveform", "in.qsnd", "--json", "--width", "100"}, true}};
+    {"hostExportOntoItself", QSNDHOST, {"export", "in.qsnd", "in.qsnd"}, false, 2}};
 
 INSTANTIATE_TEST_SUITE_P(Commands, ProgramReadingTraced, testing::ValuesIn(kReadings),
                          [](const auto& tested) { return tested.param.name; });

@@ -3,6 +3,7 @@
 #include <memory>
 #include <set>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -127,8 +128,14 @@ protected:
     const std::vector<Bytes>& seen = trial.client.seen;
     const std::vector<Bytes>& whole = fReference->client.seen;
     ASSERT_EQ(seen.size(), whole.size());
-    for (std::size_t i = 0; i < seen.size(); ++i)
+    std::size_t ended = 0;
+    for (std::size_t i = 0; i < seen.size(); ++i) {
       EXPECT_EQ(seen[i], whole[i].substr(0, seen[i].size()));
+      if (seen[i] != whole[i]) ++ended;
+    }
+    // A copy for seeking that was cut short stands for its entry: two texts are read of it.
+    const bool seeks = GetParam().name == std::string_view("SeekInADeflatedEntry");
+    EXPECT_LE(ended, seeks ? 2 * failures : failures);
   }
 
   // What a client can do after call `failed`.

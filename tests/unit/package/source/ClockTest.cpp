@@ -7,13 +7,14 @@
 
 #include "package/source/ZipImpl.h"
 
-// The linker has the library ask this program for the time.
+// The linker has the library ask this program for the time, and tell it of each look at the zone.
 
 namespace {
 
 struct Clock {
   bool isSet = false;
   std::time_t now = 0;
+  int looks = 0;  // at the zone
 };
 Clock gClock;
 
@@ -28,6 +29,13 @@ extern "C" std::time_t __wrap_time(std::time_t* out) noexcept {
   return gClock.now;
 }
 
+extern "C" void __real_tzset();  // NOLINT(bugprone-reserved-identifier)
+extern "C" void __wrap_tzset();  // NOLINT(bugprone-reserved-identifier)
+extern "C" void __wrap_tzset() {
+  ++gClock.looks;
+  __real_tzset();
+}
+
 namespace {
 
 using pkg::zip::dostime;
@@ -40,7 +48,7 @@ protected:
     ::tzset();
   }
   static pkg::zip::DOSTime at(std::time_t now) {
-    gClock = {true, now};
+    gClock = {true, now, 0};
     return getDOSTime();
   }
   void SetUp() override { setZone("UTC"); }
@@ -100,6 +108,21 @@ TEST_F(DosClock, WithoutAZoneNamedEachMomentIsThatOfTheSystemsZone) {
     EXPECT_EQ(at(when), inSystemZone(when)) << when;
   }
   EXPECT_EQ(at(k2000 + 3), inSystemZone(k2000 + 4));
+}
+
+TEST_F(DosClock, TheFileOfTheSystemsZoneIsLookedAtOnceInTwoSeconds) {
+  inSystemZone(k2000);
+  const auto looksAt = [](std::time_t now) {
+    at(now);
+    return gClock.looks;
+  };
+  at(k1980);
+  EXPECT_EQ(looksAt(k2000 - 1), 1);
+  EXPECT_EQ(looksAt(k2000), 0);
+  EXPECT_EQ(looksAt(k2000 + 1), 1);
+  EXPECT_EQ(looksAt(k2000), 1) << "also back";
+  setZone("UTC");
+  EXPECT_EQ(looksAt(k2000), 1) << "where TZ names one, each time";
 }
 
 TEST_F(DosClock, AZoneThatIsNamedOrTakenBackWithinAMomentCountsAtOnce) {

@@ -114,7 +114,7 @@ public:
   std::vector<std::size_t> firstOfEachName() const;
   // Takes a record over and counts it.
   void append(const EntryPtr& entry);
-  // The same with a copy of another directory's record, which it returns.
+  // The same with a copy of another directory's record. What it returns is valid until the next.
   const EntryPtr& appendCopy(const ZpCentralDir& other, std::size_t at);
   // Takes the first record of a name out and counts it off; its size stays counted.
   void erase(const char* name);
