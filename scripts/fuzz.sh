@@ -110,6 +110,7 @@ divide_time "${targets[@]}"
 failing=()
 total=0 substantial=0
 before=$(findings)
+begun=$SECONDS
 for target in "${targets[@]}"; do
   is_tiny "$target" && seconds=$tiny_seconds || seconds=$other_seconds
   logs=(build/fuzz/"$target".log)
@@ -124,7 +125,7 @@ for target in "${targets[@]}"; do
   tell "$target" "${logs[@]}"
 done
 printf '%d executions of %d targets (%d without hex and paths) in %d minutes, %d findings\n' "$total" "${#targets[@]}" \
-  "$substantial" "$minutes" $(($(findings) - before))
+  "$substantial" $(((SECONDS - begun + 30) / 60)) $(($(findings) - before))
 
 # What there is to see of a failure, its input with it: the machine may be gone when somebody looks.
 for log in "${failing[@]}"; do
