@@ -149,7 +149,7 @@ private:
     found.offset = at;
     fLayout.readLocal(found);
     if (!found.local) return at;
-    const auto lost = fLost.find(found.local->name);
+    const auto lost = fLost.find(fLayout.localName(found));
     if (lost == fLost.end()) return at;
     found.central = lost->second->central;
     fLayout.readLocal(found);
@@ -197,7 +197,7 @@ void checkType(const Layout& layout, Findings& findings) {
   if (compressed) {
     findings.add("mimetype-compressed", kTypeName, entry->offset + 8, "mimetype is compressed");
   }
-  if (!entry->local->extra.empty()) {
+  if (entry->local->hasExtra) {
     findings.add("mimetype-extra-field", kTypeName, entry->offset + 38,
                  "an extra field stands between name and type");
   }

@@ -80,14 +80,15 @@ void checkName(const Entry& entry, Findings& findings) {
   add(!isMarked && !isASCII(name), "name-encoding", "nothing tells the encoding of the name");
 }
 
-void checkLocal(const Entry& entry, Findings& findings) {
+void checkLocal(const Layout& layout, const Entry& entry, Findings& findings) {
   const Header& central = entry.central;
-  const Header& local = *entry.local;
+  const ziplayout::LocalHeader& local = *entry.local;
   const auto add = [&](const char* id, const std::string& text) {
     findings.add(id, central.name, entry.offset, text);
   };
-  if (local.name != central.name) {
-    add("local-name", fmt::format("its local header calls it {}", tools::shown(local.name)));
+  if (!local.hasCentralName) {
+    add("local-name",
+        fmt::format("its local header calls it {}", tools::shown(layout.localName(entry))));
   }
   if (local.method != central.method) {
     add("local-method", fmt::format("its local header says {}, the directory {}",
@@ -141,7 +142,7 @@ void checkExtra(const Entry& entry, Findings& findings) {
     findings.add("extra-field", central.name, entry.recordOffset,
                  "the extra field in the directory does not end with a block");
   }
-  if (entry.local && !ziplayout::parseExtra(entry.local->extra).whole) {
+  if (entry.local && !entry.local->extraIsWhole) {
     findings.add("extra-field", central.name, entry.offset,
                  "the extra field in the local header does not end with a block");
   }
@@ -162,7 +163,8 @@ void checkExtra(const Entry& entry, Findings& findings) {
 // What a record says of the whole file and of the format.
 void checkRecord(const Layout& layout, const Entry& entry, Findings& findings) {
   const Header& central = entry.central;
-  const Header& local = entry.local ? *entry.local : central;
+  const ziplayout::Numbers& local =
+      entry.local ? static_cast<const ziplayout::Numbers&>(*entry.local) : central;
   const auto add = [&](bool found, const char* id, const std::string& text) {
     if (found) findings.add(id, central.name, entry.offset, text);
   };
@@ -240,7 +242,7 @@ void checkEntries(const Layout& layout, Findings& findings) {
                    "there is no local header where the directory says");
       continue;
     }
-    checkLocal(entry, findings);
+    checkLocal(layout, entry, findings);
     checkDescriptor(entry, findings);
   }
 }

@@ -206,7 +206,7 @@ void verifyPackage(const std::string& path, const std::string& shownPath,
     if (what.compressedSize && header.compressedSize != *what.compressedSize) {
       bad("the compressed size of " + name);
     }
-    if (!entry.local || entry.local->name != header.name || entry.local->method != header.method) {
+    if (!entry.local || !entry.local->hasCentralName || entry.local->method != header.method) {
       bad("the local header of " + name);
     }
     if (entry.dataOffset + header.compressedSize > layout.directoryOffset()) {

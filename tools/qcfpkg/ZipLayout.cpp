@@ -1,11 +1,6 @@
 #include "ZipLayout.h"
 
 #include <algorithm>
-#include <cerrno>
-
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 #include <fmt/format.h>
 
@@ -25,7 +20,7 @@ constexpr std::size_t kEndSize = 22;
 constexpr std::size_t kZip64EndSize = 56;
 constexpr std::size_t kLocatorSize = 20;
 
-std::uint64_t number(const std::string& bytes, std::size_t at, std::size_t size) {
+std::uint64_t number(std::string_view bytes, std::size_t at, std::size_t size) {
   std::uint64_t value = 0;
   for (std::size_t i = size; i-- > 0;)
     value = value << 8 | static_cast<unsigned char>(bytes.at(at + i));
@@ -36,27 +31,44 @@ bool hasSignature(const std::string& bytes, std::uint32_t signature) {
   return bytes.size() >= 4 && number32(bytes, 0) == signature;
 }
 
-// Takes the numbers that the 32-bit fields send to the Zip64 block, in their order.
-void takeZip64(Header& header, std::uint64_t* offset) {
-  const ExtraField extra = parseExtra(header.extra);
-  const ExtraBlock* const block = extra.find(kExtraZip64);
+// Gives the blocks of an extra field in their order; returns whether they end where it ends.
+template <class Take>
+bool eachBlock(std::string_view bytes, const Take& take) {
+  std::size_t at = 0;
+  while (bytes.size() - at >= 4) {
+    const std::size_t size = number16(bytes, at + 2);
+    if (bytes.size() - at - 4 < size) break;
+    take(number16(bytes, at), bytes.substr(at + 4, size));
+    at += 4 + size;
+  }
+  return at == bytes.size();
+}
+
+// Takes the numbers that the 32-bit fields send to the Zip64 block of the extra field, in their
+// order. Returns whether the field is whole.
+bool takeZip64(std::string_view extra, Numbers& header, std::uint64_t* offset) {
+  std::optional<std::string_view> block;
+  const bool whole = eachBlock(extra, [&](std::uint16_t id, std::string_view body) {
+    if (id == kExtraZip64 && !block) block = body;
+  });
   std::size_t at = 0;
   const auto take = [&](std::uint64_t& value) {
     if (value != kOnes32) return;
-    if (block == nullptr || block->body.size() < at + 8) {
+    if (!block || block->size() < at + 8) {
       header.zip64Missing = true;
       return;
     }
-    value = number64(block->body, at);
+    value = number64(*block, at);
     at += 8;
   };
   take(header.size);
   take(header.compressedSize);
   if (offset != nullptr) take(*offset);
+  return whole;
 }
 
 // The ten fields from the version needed to the sizes stand alike in both headers.
-void takeShared(const std::string& bytes, std::size_t at, Header& header) {
+void takeShared(const std::string& bytes, std::size_t at, Numbers& header) {
   header.needed = number16(bytes, at);
   header.flags = number16(bytes, at + 2);
   header.method = number16(bytes, at + 4);
@@ -69,51 +81,14 @@ void takeShared(const std::string& bytes, std::size_t at, Header& header) {
 
 }  // namespace
 
-std::uint16_t number16(const std::string& bytes, std::size_t at) {
+std::uint16_t number16(std::string_view bytes, std::size_t at) {
   return static_cast<std::uint16_t>(number(bytes, at, 2));
 }
-std::uint32_t number32(const std::string& bytes, std::size_t at) {
+std::uint32_t number32(std::string_view bytes, std::size_t at) {
   return static_cast<std::uint32_t>(number(bytes, at, 4));
 }
-std::uint64_t number64(const std::string& bytes, std::size_t at) {
+std::uint64_t number64(std::string_view bytes, std::size_t at) {
   return number(bytes, at, 8);
-}
-
-InputFile::InputFile(const std::string& path)
-    : fPath(path), fDescriptor(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK)) {
-  const auto refuse = [&](const std::string& reason) {
-    if (fDescriptor >= 0) close(fDescriptor);
-    throw tools::Failure(fmt::format("cannot open {}: {}", tools::shown(path), reason));
-  };
-  if (fDescriptor < 0 && path == "-") refuse("a package is a file, not standard input or output");
-  struct stat status {};
-  if (fDescriptor < 0 || fstat(fDescriptor, &status) != 0) refuse(tools::systemReason());
-  if (S_ISDIR(status.st_mode)) refuse("it is a folder");
-  if (!S_ISREG(status.st_mode)) refuse("it is not a regular file");
-  fSize = static_cast<std::uint64_t>(status.st_size);
-}
-
-InputFile::~InputFile() {
-  close(fDescriptor);
-}
-
-std::string InputFile::read(std::uint64_t offset, std::size_t size) const {
-  if (offset >= fSize) return {};
-  std::string bytes(static_cast<std::size_t>(std::min<std::uint64_t>(size, fSize - offset)), '\0');
-  std::size_t done = 0;
-  while (done < bytes.size()) {
-    const ssize_t count = pread(fDescriptor, bytes.data() + done, bytes.size() - done,
-                                static_cast<off_t>(offset + done));
-    if (count < 0 && errno == EINTR) continue;
-    if (count < 0) {
-      throw tools::Failure(
-          fmt::format("cannot read {}: {}", tools::shown(fPath), tools::systemReason()));
-    }
-    if (count == 0) break;
-    done += static_cast<std::size_t>(count);
-  }
-  bytes.resize(done);
-  return bytes;
 }
 
 const ExtraBlock* ExtraField::find(std::uint16_t id) const {
@@ -124,14 +99,9 @@ const ExtraBlock* ExtraField::find(std::uint16_t id) const {
 
 ExtraField parseExtra(const std::string& bytes) {
   ExtraField field;
-  std::size_t at = 0;
-  while (bytes.size() - at >= 4) {
-    const std::size_t size = number16(bytes, at + 2);
-    if (bytes.size() - at - 4 < size) break;
-    field.blocks.push_back({number16(bytes, at), bytes.substr(at + 4, size)});
-    at += 4 + size;
-  }
-  field.whole = at == bytes.size();
+  field.whole = eachBlock(bytes, [&](std::uint16_t id, std::string_view body) {
+    field.blocks.push_back({id, std::string(body)});
+  });
   return field;
 }
 
@@ -296,7 +266,7 @@ bool Layout::readRecord(std::uint64_t offset, std::uint64_t limit, Entry& entry)
   entry.central.name = texts.substr(0, nameLength);
   entry.central.extra = texts.substr(nameLength, extraLength);
   entry.comment = texts.substr(nameLength + extraLength);
-  takeZip64(entry.central, &entry.offset);
+  takeZip64(entry.central.extra, entry.central, &entry.offset);
   entry.offset += fShift;
   return true;
 }
@@ -306,16 +276,23 @@ void Layout::readLocal(Entry& entry) const {
   if (record.size() < kLocalSize || !hasSignature(record, kLocalSignature)) return;
   const std::size_t nameLength = number16(record, 26);
   const std::size_t extraLength = number16(record, 28);
-  const std::string texts = fFile->read(entry.offset + kLocalSize, nameLength + extraLength);
-  if (texts.size() < nameLength + extraLength) return;
-  Header local;
+  const std::uint64_t extraOffset = entry.offset + kLocalSize + nameLength;
+  if (extraOffset + extraLength > fFile->size()) return;
+  LocalHeader local;
   takeShared(record, 4, local);
-  local.name = texts.substr(0, nameLength);
-  local.extra = texts.substr(nameLength);
-  takeZip64(local, nullptr);
+  // Only a name of the same length has to be read: many records cannot make that long.
+  local.hasCentralName = nameLength == entry.central.name.size() &&
+                         fFile->read(entry.offset + kLocalSize, nameLength) == entry.central.name;
+  local.hasExtra = extraLength != 0;
+  local.extraIsWhole = takeZip64(fFile->read(extraOffset, extraLength), local, nullptr);
   entry.local = local;
-  entry.dataOffset = entry.offset + kLocalSize + nameLength + extraLength;
+  entry.dataOffset = extraOffset + extraLength;
   if ((local.flags & kFlagDescriptor) != 0) readDescriptor(entry);
+}
+
+std::string Layout::localName(const Entry& entry) const {
+  const std::string record = fFile->read(entry.offset, kLocalSize);
+  return fFile->read(entry.offset + kLocalSize, number16(record, 26));
 }
 
 // A descriptor has four forms, with and without signature, of 32 and 64 bits. The one that says

@@ -4,7 +4,10 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
+
+#include "InputFile.h"
 
 // Where everything lies in a ZIP file and what its records say: a reader of the published format
 // with Zip64, which stands on nothing of the package library, so that it can judge what that wrote.
@@ -23,25 +26,6 @@ constexpr std::uint32_t kLocalSignature = 0x04034b50;
 constexpr std::uint32_t kCentralSignature = 0x02014b50;
 constexpr std::uint32_t kEndSignature = 0x06054b50;
 
-// A file open for reading. Raises tools::Failure, which names the file.
-class InputFile {
-public:
-  explicit InputFile(const std::string& path);
-  ~InputFile();
-  InputFile(const InputFile&) = delete;
-  InputFile& operator=(const InputFile&) = delete;
-
-  const std::string& path() const noexcept { return fPath; }
-  std::uint64_t size() const noexcept { return fSize; }
-  // At most `size` bytes at `offset`; fewer only where the file ends.
-  std::string read(std::uint64_t offset, std::size_t size) const;
-
-private:
-  std::string fPath;
-  int fDescriptor;
-  std::uint64_t fSize = 0;
-};
-
 // One block of an extra field.
 struct ExtraBlock {
   std::uint16_t id = 0;
@@ -56,8 +40,8 @@ struct ExtraField {
 
 ExtraField parseExtra(const std::string& bytes);
 
-// The fields that local and central header share.
-struct Header {
+// The numbers that local and central header share.
+struct Numbers {
   std::uint16_t needed = 0;
   std::uint16_t flags = 0;
   std::uint16_t method = 0;
@@ -66,9 +50,21 @@ struct Header {
   std::uint32_t crc = 0;
   std::uint64_t compressedSize = 0;  // of the Zip64 block where the field sends there
   std::uint64_t size = 0;
+  bool zip64Missing = false;  // a field of all ones, and no number in a block
+};
+
+// A central header.
+struct Header : Numbers {
   std::string name;
   std::string extra;
-  bool zip64Missing = false;  // a field of all ones, and no number in a block
+};
+
+// A local header. Any number of records may lead to one, and to some that lie over each other: what
+// is kept must not grow with name and extra field.
+struct LocalHeader : Numbers {
+  bool hasCentralName = false;
+  bool hasExtra = false;
+  bool extraIsWhole = true;  // its blocks end where it ends
 };
 
 struct Descriptor {
@@ -84,8 +80,8 @@ struct Entry {
   std::uint16_t disk = 0;
   std::uint32_t externalAttributes = 0;
   std::string comment;
-  std::uint64_t offset = 0;     // of the local header
-  std::optional<Header> local;  // none where no local header stands
+  std::uint64_t offset = 0;          // of the local header
+  std::optional<LocalHeader> local;  // none where no local header stands
   std::uint64_t dataOffset = 0;
   Descriptor descriptor;
 
@@ -152,6 +148,8 @@ public:
   std::vector<Extent> gaps() const;
   // Looks for what belongs to a record at its `offset`: local header, data, descriptor.
   void readLocal(Entry& entry) const;
+  // The name in the local header, which the entry has.
+  std::string localName(const Entry& entry) const;
   // Raises tools::Failure for a file whose directory could not be read.
   void requireWhole() const;
 
@@ -174,8 +172,8 @@ private:
 };
 
 // Numbers as they stand in a file. `bytes` holds the whole number.
-std::uint16_t number16(const std::string& bytes, std::size_t at);
-std::uint32_t number32(const std::string& bytes, std::size_t at);
-std::uint64_t number64(const std::string& bytes, std::size_t at);
+std::uint16_t number16(std::string_view bytes, std::size_t at);
+std::uint32_t number32(std::string_view bytes, std::size_t at);
+std::uint64_t number64(std::string_view bytes, std::size_t at);
 
 }  // namespace ziplayout
