@@ -100,7 +100,7 @@ void checkOverlaps(const Layout& layout, Findings& findings) {
     if (extent.begin < at) {
       findings.add("overlap", extent.what, extent.begin,
                    before.empty() ? std::string("it lies over the directory or an end record")
-                                  : fmt::format("it lies over {}", before));
+                                  : "it lies over " + quoted(before));
     }
     if (extent.end < at) continue;
     at = extent.end;

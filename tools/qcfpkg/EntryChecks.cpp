@@ -87,8 +87,7 @@ void checkLocal(const Layout& layout, const Entry& entry, Findings& findings) {
     findings.add(id, central.name, entry.offset, text);
   };
   if (!local.hasCentralName) {
-    add("local-name",
-        fmt::format("its local header calls it {}", tools::shown(layout.localName(entry))));
+    add("local-name", fmt::format("its local header calls it {}", quoted(layout.localName(entry))));
   }
   if (local.method != central.method) {
     add("local-method", fmt::format("its local header says {}, the directory {}",
@@ -258,8 +257,8 @@ void checkNames(const Layout& layout, Findings& findings) {
     }
     if (const auto clash = spellings.take(name)) {
       findings.add("name-case", name, entry.recordOffset,
-                   fmt::format("only upper and lower case tell {} from {}",
-                               tools::shown(clash->path), tools::shown(clash->other)));
+                   fmt::format("only upper and lower case tell {} from {}", quoted(clash->path),
+                               quoted(clash->other)));
     }
   }
   for (const Entry& entry : layout.entries()) {
@@ -268,7 +267,7 @@ void checkNames(const Layout& layout, Findings& findings) {
     const auto next = exact.lower_bound(name + "/");
     if (next != exact.end() && next->compare(0, name.size() + 1, name + "/") == 0) {
       findings.add("name-file-and-folder", name, entry.recordOffset,
-                   fmt::format("it is a file, and the folder of {}", tools::shown(*next)));
+                   fmt::format("it is a file, and the folder of {}", quoted(*next)));
     }
   }
 }

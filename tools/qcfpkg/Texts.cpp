@@ -115,6 +115,20 @@ std::string jsonText(const std::string& text) {
   return out;
 }
 
+std::string quoted(const std::string& name) {
+  constexpr std::size_t kLongest = 200;
+  if (name.empty()) return tools::shown(name);
+  std::string text;
+  for (std::size_t at = 0; at < name.size();) {
+    const std::size_t length = std::max<std::size_t>(tools::utf8Length(name, at), 1);
+    const std::string character = tools::shown(name.substr(at, length));
+    if (text.size() + character.size() > kLongest) return text + "...";
+    text += character;
+    at += length;
+  }
+  return text;
+}
+
 std::string commentFault(const std::string& comment) {
   if (comment.size() > 65534) return "a comment has at most 65,534 bytes";
   if (!isUTF8(comment)) return "a comment must be UTF-8";

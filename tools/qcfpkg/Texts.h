@@ -35,6 +35,10 @@ bool isUTF8(const std::string& text);
 // A name as JSON can hold it: bytes that are no UTF-8 as those of ISO-8859-1.
 std::string jsonText(const std::string& text);
 
+// A name as a text about another one quotes it: what can be shown of its beginning. Any number of
+// texts may quote one name.
+std::string quoted(const std::string& name);
+
 using tools::typeFault;
 // The same for a package's comment: empty for a good one.
 std::string commentFault(const std::string& comment);

@@ -50,6 +50,27 @@ TEST_F(Check, AsJSONItSaysTheSame) {
                 "advice": "set the type with: qcfpkg type PACKAGE TYPE"})"));
 }
 
+TEST_F(Check, OfALongNameAFindingQuotesTheBeginningInWholeCharacters) {
+  const auto expectQuote = [&](const std::string& name, const std::string& quote) {
+    zipbytes::File file;
+    file.addAs(zipbytes::storedEntry(name, "x"), zipbytes::storedEntry("a", "x"), "x");
+    folder.write("a.pkg", file.bytes());
+    const std::string told = run({"check", "a.pkg"}).out;
+    EXPECT_NE(told.find("its local header calls it " + quote + ";"), std::string::npos) << told;
+  };
+  const auto times = [](int count, const std::string& text) {
+    std::string all;
+    for (int i = 0; i < count; ++i)
+      all += text;
+    return all;
+  };
+  expectQuote("", "''");
+  expectQuote(times(200, "n"), times(200, "n"));
+  expectQuote(times(201, "n"), times(200, "n") + "...");
+  expectQuote("n" + times(100, "\xc3\xa4"), "n" + times(99, "\xc3\xa4") + "...");
+  expectQuote(times(51, "\xff"), times(50, "\\xff") + "...");
+}
+
 TEST_F(Check, NotesFailUnderStrictOnly) {
   zipbytes::File file;
   file.add(zipbytes::storedEntry("mimetype", "a/b"), "a/b");

@@ -41,4 +41,21 @@ TEST_F(Memory, ALocalHeaderIsNotHeldForEachRecordThatLeadsToIt) {
   }
 }
 
+TEST_F(Memory, ALongNameIsNotHeldForEachFindingThatQuotesIt) {
+  makeOneHeaderOfManyRecords("local.pkg");
+  // Files that are a folder, too, in the data of the one that lies in it.
+  auto entry = zipbytes::storedEntry("a", "");
+  const std::string data = zipbytes::localHeader(entry) + "data";
+  zipbytes::File file;
+  file.add(zipbytes::storedEntry("a/" + std::string(0xFFFF - 2, '\xFF'), data), data);
+  entry.offset = 30 + 0xFFFF;
+  for (int i = 0; i < 2000; ++i)
+    file.list(entry);
+  folder.write("over.pkg", file.bytes());
+  for (const std::string package : {"local.pkg", "over.pkg"}) {
+    const auto finished = runInLittle("check " + package);
+    EXPECT_EQ(finished.status, 1) << package << finished.err;
+  }
+}
+
 }  // namespace
