@@ -142,7 +142,10 @@ std::string readEntry(const Layout& layout, const Entry& entry, std::uint64_t li
     throw DataError("data-size", fmt::format("it has {} bytes, and {} are the most that is read",
                                              entry.central.size, limit));
   }
+  constexpr std::uint64_t kMostOfAByte = 1032;  // that deflate makes
   std::string text;
+  const std::uint64_t held = std::min(entry.central.compressedSize, layout.file().size());
+  text.reserve(static_cast<std::size_t>(std::min(entry.central.size, held * kMostOfAByte)));
   readEntry(layout, entry, [&](const char* data, std::size_t size) { text.append(data, size); });
   return text;
 }

@@ -1,7 +1,8 @@
 #include "Properties.h"
 
 #include <array>
-#include <sstream>
+#include <istream>
+#include <streambuf>
 #include <utility>
 
 #include "package/expat/ExpatXMLParser.h"
@@ -87,13 +88,23 @@ private:
   bool fInProperty = false;
 };
 
+// A text as a stream reads it, where it lies.
+class TextBuffer final : public std::streambuf {
+public:
+  explicit TextBuffer(const std::string& text) {
+    char* const begin = const_cast<char*>(text.data());
+    setg(begin, begin, begin + text.size());
+  }
+};
+
 }  // namespace
 
 PropertiesText readProperties(const std::string& document) {
   PropertiesText text;
   Reader reader(text);
   pkg::ExpatXMLParser parser;
-  std::istringstream stream(document);
+  TextBuffer buffer(document);
+  std::istream stream(&buffer);
   parser.setEventHandler(&reader);
   parser.parse(stream);
   parser.finish();
