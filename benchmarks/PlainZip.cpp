@@ -222,7 +222,7 @@ Text readText(std::FILE* file, std::size_t count) {
   if (count == 0) return {};
   Text text(new char[count + 1]);
   read(file, text.get(), count);
-  text[count] = '\0';
+  text.get()[count] = '\0';
   return text;
 }
 
