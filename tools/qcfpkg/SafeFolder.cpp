@@ -115,7 +115,9 @@ int SafeFolder::openFolder(const std::string& path, const std::string& shownPath
   if (last() < 0) goBack(0);
   while (fWay.size() < steps.size()) {
     const std::string& name = steps[fWay.size()];
-    fWay.push_back({name, openStep(last(), name, shownPath)});
+    const int parent = last();
+    fWay.push_back({name, -1});  // has room for what is opened now
+    fWay.back().folder = openStep(parent, name, shownPath);
     if (fWay.size() > kMostOpen) fWay[fWay.size() - 1 - kMostOpen].close();
   }
   return last();
